@@ -1,0 +1,35 @@
+# Links the "shipped tools" folders of the resources to the distribution's own tools, so that the
+# default preference (use the shipped git and hg) works without a bundled copy. A tool that is not
+# installed gets no link; `vrnl doctor` then reports it missing.
+function(varnel_link_tool target_dir link_path source)
+    if(source AND EXISTS "${source}")
+        get_filename_component(parent "${target_dir}/${link_path}" DIRECTORY)
+        file(MAKE_DIRECTORY "${parent}")
+        file(REMOVE "${target_dir}/${link_path}")
+        file(CREATE_LINK "${source}" "${target_dir}/${link_path}" SYMBOLIC)
+    endif()
+endfunction()
+
+function(varnel_make_tool_links resources_dir)
+    find_program(VARNEL_GIT git NO_CACHE)
+    find_program(VARNEL_HG hg NO_CACHE)
+    find_program(VARNEL_GIT_FLOW git-flow NO_CACHE)
+    find_program(VARNEL_GIT_LFS git-lfs NO_CACHE)
+    set(exec_path "")
+    set(templates "")
+    if(VARNEL_GIT)
+        execute_process(COMMAND "${VARNEL_GIT}" --exec-path OUTPUT_VARIABLE exec_path
+                        OUTPUT_STRIP_TRAILING_WHITESPACE ERROR_QUIET)
+        # git's templates live in <prefix>/share/git-core/templates beside <prefix>/bin/git.
+        get_filename_component(git_real "${VARNEL_GIT}" REALPATH)
+        get_filename_component(git_prefix "${git_real}" DIRECTORY)
+        get_filename_component(git_prefix "${git_prefix}" DIRECTORY)
+        set(templates "${git_prefix}/share/git-core/templates")
+    endif()
+    varnel_link_tool("${resources_dir}" "git_local/bin/git" "${VARNEL_GIT}")
+    varnel_link_tool("${resources_dir}" "git_local/libexec/git-core" "${exec_path}")
+    varnel_link_tool("${resources_dir}" "git_local/share/git-core/templates" "${templates}")
+    varnel_link_tool("${resources_dir}" "git_local/gitflow/git-flow" "${VARNEL_GIT_FLOW}")
+    varnel_link_tool("${resources_dir}" "git_local/git-lfs/git-lfs" "${VARNEL_GIT_LFS}")
+    varnel_link_tool("${resources_dir}" "mercurial_local/hg_local" "${VARNEL_HG}")
+endfunction()

@@ -1,0 +1,100 @@
+#include "cli/Cli.h"
+
+#include <unistd.h>
+
+#include <cstdlib>
+#include <iostream>
+
+#include "general/Json.h"
+
+namespace vn::cli {
+
+bool Arguments::flag(std::string_view name) {
+    for (auto it = words_.begin(); it != words_.end(); ++it) {
+        if (*it == "--") {
+            break;
+        }
+        if (*it == name) {
+            words_.erase(it);
+            return true;
+        }
+    }
+    return false;
+}
+
+std::optional<std::string> Arguments::option(std::string_view name) {
+    std::string prefix = std::string(name) + "=";
+    for (auto it = words_.begin(); it != words_.end(); ++it) {
+        if (*it == "--") {
+            break;
+        }
+        if (*it == name) {
+            if (it + 1 == words_.end()) {
+                error_ = std::string(name) + " needs a value";
+                words_.erase(it);
+                return std::nullopt;
+            }
+            std::string value = *(it + 1);
+            words_.erase(it, it + 2);
+            return value;
+        }
+        if (it->rfind(prefix, 0) == 0) {
+            std::string value = it->substr(prefix.size());
+            words_.erase(it);
+            return value;
+        }
+    }
+    return std::nullopt;
+}
+
+std::vector<std::string> Arguments::positional() {
+    std::vector<std::string> result;
+    bool literal = false;
+    for (const std::string& word : words_) {
+        if (!literal && word == "--") {
+            literal = true;
+            continue;
+        }
+        if (!literal && word.size() > 1 && word[0] == '-' && error_.empty()) {
+            error_ = "unknown option " + word;
+        }
+        result.push_back(word);
+    }
+    return result;
+}
+
+void printJson(const Value& value) {
+    std::cout << toJson(value, true) << "\n";
+}
+
+int usageError(const std::string& message) {
+    std::cerr << "vrnl: " << message << "\n";
+    return 2;
+}
+
+bool useColour() {
+    static const bool enabled = [] {
+        const char* noColour = std::getenv("NO_COLOR");
+        const char* term = std::getenv("TERM");
+        return ::isatty(STDOUT_FILENO) && !(noColour && *noColour) &&
+               !(term && std::string_view(term) == "dumb");
+    }();
+    return enabled;
+}
+
+std::string colour(std::string_view text, std::string_view sgr) {
+    if (!useColour()) {
+        return std::string(text);
+    }
+    return "\x1b[" + std::string(sgr) + "m" + std::string(text) + "\x1b[0m";
+}
+
+const std::vector<Subcommand>& subcommands() {
+    static const std::vector<Subcommand> table = {
+        {"doctor", "doctor [--json]",
+         "Show which git, hg and companion tools Varnel runs, and their versions", runDoctor},
+    };
+    return table;
+}
+
+}  // namespace vn::cli

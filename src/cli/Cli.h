@@ -1,0 +1,53 @@
+#pragma once
+
+#include <cstdio>
+#include <functional>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "general/Value.h"
+
+namespace vn::cli {
+
+// The words after the subcommand, with helpers to take options out of them.
+class Arguments {
+  public:
+    explicit Arguments(std::vector<std::string> words) : words_(std::move(words)) {}
+
+    // Removes "--name" and answers whether it was there.
+    bool flag(std::string_view name);
+    // Removes "--name VALUE" or "--name=VALUE" and answers the value. A missing value is an
+    // error reported through `error()`.
+    std::optional<std::string> option(std::string_view name);
+    // What is left once the options are taken; an unknown "--option" left over is an error.
+    std::vector<std::string> positional();
+    const std::string& error() const { return error_; }
+
+  private:
+    std::vector<std::string> words_;
+    std::string error_;
+};
+
+struct Subcommand {
+    std::string name;
+    std::string usage;    // the synopsis after "vrnl "
+    std::string summary;  // one line for the overview
+    std::function<int(Arguments&)> run;
+};
+
+const std::vector<Subcommand>& subcommands();
+
+// Prints a value as JSON followed by a newline.
+void printJson(const Value& value);
+// Writes an error line "vrnl: ..." to standard error and answers the exit status for usage errors.
+int usageError(const std::string& message);
+
+// Whether standard output is a terminal that takes colour (and NO_COLOR is not set).
+bool useColour();
+std::string colour(std::string_view text, std::string_view sgr);
+
+int runDoctor(Arguments& args);
+
+}  // namespace vn::cli

@@ -1,0 +1,52 @@
+#include <iomanip>
+#include <iostream>
+
+#include "cli/Cli.h"
+#include "general/ToolCheck.h"
+#include "platform/Preferences.h"
+#include "platform/Resources.h"
+
+namespace vn::cli {
+
+int runDoctor(Arguments& args) {
+    bool json = args.flag("--json");
+    auto rest = args.positional();
+    if (!args.error().empty()) {
+        return usageError(args.error());
+    }
+    if (!rest.empty()) {
+        return usageError("doctor takes no arguments");
+    }
+    std::vector<Record> tools = checkTools();
+    if (json) {
+        Value::Array list(tools.begin(), tools.end());
+        printJson(Record{
+            {"version", VARNEL_VERSION},
+            {"resources", Resources::path()},
+            {"preferences", Preferences::standard().filePath()},
+            {"data", AppData::path()},
+            {"tools", std::move(list)},
+        });
+        return 0;
+    }
+    std::cout << "vrnl " << VARNEL_VERSION << "\n"
+              << "Resources:   " << Resources::path() << "\n"
+              << "Preferences: " << Preferences::standard().filePath() << "\n"
+              << "Data:        " << AppData::path() << "\n\n";
+    for (const Record& tool : tools) {
+        std::string name = tool.string("name");
+        std::cout << "  " << std::left << std::setw(10) << name << std::setw(9)
+                  << tool.string("source");
+        if (tool.boolean("missing")) {
+            std::cout << colour("missing", "31") << "  " << tool.string("path")
+                      << (tool.string("path").empty() ? "" : "  ") << "(" << tool.string("note")
+                      << ")\n";
+        } else {
+            std::cout << colour(tool.string("version"), "32") << "\n"
+                      << std::setw(21) << "" << tool.string("path") << "\n";
+        }
+    }
+    return 0;
+}
+
+}  // namespace vn::cli

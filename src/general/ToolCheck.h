@@ -1,0 +1,14 @@
+#pragma once
+
+#include <vector>
+
+#include "general/Record.h"
+
+namespace vn {
+
+// Which of the tools the engine drives would run, and their versions. One record per tool with
+// the keys "name", "path", "source" ("shipped", "custom" or "system"), "version", "missing" and
+// "note"; the version runs go in parallel.
+std::vector<Record> checkTools();
+
+}  // namespace vn
