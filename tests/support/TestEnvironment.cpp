@@ -35,8 +35,8 @@ std::string TempDir::file(const std::string& relative) const {
 }
 
 const std::string& sandboxPath() {
-    static TempDir* sandbox = new TempDir("varnel-sandbox");
-    return sandbox->path();
+    static TempDir sandbox("varnel-sandbox");
+    return sandbox.path();
 }
 
 void isolateEnvironment() {
