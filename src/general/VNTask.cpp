@@ -293,6 +293,7 @@ void VNTask::launchAttempt() {
     } else {
         stdoutPipe = vn::OutputPipe::open();
         if (!stdoutPipe.readEnd.valid()) {
+            stderrPipe = {};
             nullPipeError();
             return;
         }

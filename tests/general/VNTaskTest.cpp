@@ -1,6 +1,9 @@
 #include "general/VNTask.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <unistd.h>
 
 #include <thread>
 
@@ -10,6 +13,7 @@
 #include "platform/NotificationCenter.h"
 #include "platform/Preferences.h"
 #include "platform/Resources.h"
+#include "platform/UserInterface.h"
 #include "support/TestEnvironment.h"
 
 namespace {
@@ -505,6 +509,50 @@ TEST_F(VNTaskEnvironment, CustomisationsReachTheProcessButNotAnAskpassRun) {
     noAskpassVariable.configureSSHAskpassForUser("me", "h", "u", false);
     EXPECT_EQ(noAskpassVariable.askpassEnvironment()->count("SSH_ASKPASS"), 0u);
     EXPECT_EQ(noAskpassVariable.askpassEnvironment()->at("AUTH_NO_PROMPTS"), "1");
+}
+
+}  // namespace
+
+namespace {
+
+TEST(VNTaskDescriptors, RunningOutOfDescriptorsShowsTheAlertAndPostsNoCompletion) {
+    struct Recording : vn::UserInterface {
+        int showAlert(const vn::Alert& alert) override {
+            titles.push_back(alert.title);
+            return 0;
+        }
+        std::vector<std::string> titles;
+    };
+    auto ui = std::make_shared<Recording>();
+    vn::UserInterface::install(ui);
+    auto task = VNTask::taskWithCommand("/bin/true", "/", {});
+    Recorder recorder(*task);
+
+    struct rlimit saved;
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &saved), 0);
+    struct rlimit low = saved;
+    low.rlim_cur = 256;
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &low), 0);
+    std::vector<int> filler;
+    for (int fd; (fd = ::open("/dev/null", O_RDONLY | O_CLOEXEC)) >= 0;) {
+        filler.push_back(fd);
+    }
+    // Three descriptors stay free: the standard-error pipe takes two, the standard-output pipe
+    // then fails, and the sanitizers' own checks still find a pipe's worth once that is released.
+    for (int i = 0; i < 3; ++i) {
+        ::close(filler.back());
+        filler.pop_back();
+    }
+    task->launch();
+    for (int fd : filler) {
+        ::close(fd);
+    }
+    setrlimit(RLIMIT_NOFILE, &saved);
+    vn::UserInterface::install(nullptr);
+
+    EXPECT_EQ(ui->titles, (std::vector<std::string>{"System error"}));
+    EXPECT_TRUE(recorder.events.empty());
+    EXPECT_FALSE(task->success());
 }
 
 }  // namespace
