@@ -266,6 +266,9 @@ int Process::start(uv_loop_s* loop, Options& options, Callbacks callbacks) {
     uvOptions.stdio_count = 3;
     uvOptions.stdio = stdio;
 
+    // Decided before the fork: a child made before our setsid() would be left in the old session,
+    // where it cannot join the new group.
+    pid_t group = options.joinRunnerProcessGroup ? runnerProcessGroup() : 0;
     state->process.data = state.get();
     int rc = uv_spawn(loop, &state->process, &uvOptions);
     if (rc != 0) {
@@ -282,7 +285,7 @@ int Process::start(uv_loop_s* loop, Options& options, Callbacks callbacks) {
     running_.store(true);
     if (options.joinRunnerProcessGroup) {
         // May fail once the child has run exec; it then already shares our group.
-        ::setpgid(state->process.pid, runnerProcessGroup());
+        ::setpgid(state->process.pid, group);
     }
 
     auto attach = [&](uv_pipe_t& handle, OutputPipe* pipe, bool& hasPipe, bool& ended) {

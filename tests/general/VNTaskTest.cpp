@@ -556,3 +556,16 @@ TEST(VNTaskDescriptors, RunningOutOfDescriptorsShowsTheAlertAndPostsNoCompletion
 }
 
 }  // namespace
+
+namespace {
+
+TEST(VNTaskProcessGroup, ChildrenShareTheRunnersProcessGroup) {
+    TempDir dir;
+    // Field 5 of /proc/PID/stat is the process group.
+    std::string script = writeScript(dir.path(), "tool.sh", "cut -d' ' -f5 /proc/$$/stat\n");
+    auto task = VNTask::taskWithCommand(script, dir.path(), {});
+    ASSERT_TRUE(task->run());
+    EXPECT_EQ(task->output(), std::to_string(getpgrp()) + "\n");
+}
+
+}  // namespace
