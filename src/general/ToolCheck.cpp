@@ -93,7 +93,12 @@ std::vector<Record> checkTools() {
                                                                                   : "custom";
          },
          {"--version", "--quiet"}},
-        {"gpg2", ToolPaths::gpgPath, [] { return std::string("custom"); }, {"--version"}},
+        {"gpg2",
+         ToolPaths::gpgPath,
+         [] {
+             return Preferences::standard().stringForKey("gpgProgram").empty() ? "none" : "custom";
+         },
+         {"--version"}},
         {"patch", onPath("patch"), [] { return std::string("system"); }, {"--version"}},
         {"file", onPath("file"), [] { return std::string("system"); }, {"--version"}},
     };
