@@ -1,8 +1,10 @@
 #include <iomanip>
 #include <iostream>
 
+#include "app/VNApplication.h"
 #include "cli/Cli.h"
 #include "general/ToolCheck.h"
+#include "git/VNRepoHandlerGit.h"
 #include "platform/Preferences.h"
 #include "platform/Resources.h"
 
@@ -18,6 +20,10 @@ int runDoctor(Arguments& args) {
         return usageError("doctor takes no arguments");
     }
     std::vector<Record> tools = checkTools();
+    auto git = std::dynamic_pointer_cast<VNRepoHandlerGit>(
+        VNApplication::shared().handlerForType(VNRepositoryTypeGit));
+    std::string gitVersion = git ? git->versionDetails().string("number") : "";
+    bool credentialHelper = git && git->useGitCredHelper();
     if (json) {
         Value::Array list(tools.begin(), tools.end());
         printJson(Record{
@@ -25,6 +31,8 @@ int runDoctor(Arguments& args) {
             {"resources", Resources::path()},
             {"preferences", Preferences::standard().filePath()},
             {"data", AppData::path()},
+            {"gitVersion", gitVersion.empty() ? Value() : Value(gitVersion)},
+            {"usesCredentialHelper", credentialHelper},
             {"tools", std::move(list)},
         });
         return 0;
@@ -32,7 +40,10 @@ int runDoctor(Arguments& args) {
     std::cout << "vrnl " << VARNEL_VERSION << "\n"
               << "Resources:   " << Resources::path() << "\n"
               << "Preferences: " << Preferences::standard().filePath() << "\n"
-              << "Data:        " << AppData::path() << "\n\n";
+              << "Data:        " << AppData::path() << "\n"
+              << "Git:         " << (gitVersion.empty() ? "unknown version" : gitVersion)
+              << (credentialHelper ? ", credential helper used" : ", credential helper not used")
+              << "\n\n";
     for (const Record& tool : tools) {
         std::string name = tool.string("name");
         std::cout << "  " << std::left << std::setw(10) << name << std::setw(9)
