@@ -49,6 +49,7 @@ bool useColour();
 std::string colour(std::string_view text, std::string_view sgr);
 
 int runDoctor(Arguments& args);
+int runDiff(Arguments& args);
 int runCheckUrl(Arguments& args);
 
 }  // namespace vn::cli

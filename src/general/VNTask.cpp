@@ -166,7 +166,8 @@ void VNTask::addStandardHgEnvironment(vn::Environment& env) const {
     if (it == env.end() || it->second.empty()) {
         env["PATH"] = svnDir;
     } else {
-        it->second += ":" + svnDir;
+        // Appended piecewise: `":" + svnDir` trips a false -Wrestrict in optimised g++ 12 builds.
+        it->second.append(":").append(svnDir);
     }
     addStandardGitEnvironment(env);
 }

@@ -1,0 +1,106 @@
+#include "general/VNDiffFileModel.h"
+
+#include <filesystem>
+
+#include "general/VNTask.h"
+#include "platform/FileSystem.h"
+#include "platform/Log.h"
+
+namespace {
+
+// File status bits of a working-copy listing.
+constexpr uint64_t StatusClean = 1;
+constexpr uint64_t StatusModified = 2;
+constexpr uint64_t StatusAdded = 4;
+constexpr uint64_t StatusRemoved = 8;
+constexpr uint64_t StatusUntracked = 128;
+constexpr uint64_t StatusRenamed = 512;
+
+uint64_t statusForChangeType(uint64_t changeType) {
+    switch (changeType) {
+        case VNDiffFileModel::Added:
+            return StatusAdded;
+        case VNDiffFileModel::Deleted:
+            return StatusRemoved;
+        case VNDiffFileModel::Renamed:
+        case VNDiffFileModel::Copied:
+            return StatusRenamed;
+        case VNDiffFileModel::Untracked:
+            return StatusUntracked;
+        case VNDiffFileModel::Unchanged:
+            return StatusClean;
+        default:
+            return StatusModified;
+    }
+}
+
+vn::Value textOrNull(const std::string& text) {
+    return text.empty() ? vn::Value() : vn::Value(text);
+}
+
+std::optional<std::string> findFileCommand() {
+    if (auto found = vn::fs::findExecutable("file")) {
+        return found;
+    }
+    // A desktop session may start us with a bare PATH; `file` lives in the system folders.
+    static const std::string systemFolders = "/usr/bin:/bin:/usr/local/bin";
+    return vn::fs::findExecutable("file", &systemFolders);
+}
+
+}  // namespace
+
+vn::Record VNDiffFileModel::fileStatusDictionary() const {
+    return vn::Record{
+        {"filename", vn::fs::lastPathComponent(filename_)},
+        {"path", vn::fs::deletingLastPathComponent(filename_)},
+        {"status", statusForChangeType(changeType_)},
+        {"previousName", textOrNull(previousFilename_)},
+    };
+}
+
+uint64_t VNDiffFileModel::determineFileType(const std::string& path) {
+    if (path.empty() || !vn::fs::exists(path)) {
+        return Text;
+    }
+    std::optional<std::string> command = findFileCommand();
+    if (!command) {
+        vn::Log::error("Unable to locate 'file' command!");
+        return Text;
+    }
+    // Absolute, so that the task has a folder to run in and a name starting with a dash is not
+    // taken for an option.
+    std::error_code error;
+    std::string absolute = std::filesystem::absolute(path, error).string();
+    if (error) {
+        return Text;
+    }
+    auto task = VNTask::taskWithCommand(*command, vn::fs::deletingLastPathComponent(absolute),
+                                        {"-b", absolute});
+    if (!task->run()) {
+        return Text;
+    }
+    return task->output().find("text") == std::string::npos ? Binary : Text;
+}
+
+vn::Value VNDiffFileModel::jsonValue() const {
+    vn::Value::Array hunks;
+    hunks.reserve(hunks_.size());
+    for (const auto& hunk : hunks_) {
+        hunks.push_back(hunk ? hunk->jsonValue() : vn::Value());
+    }
+    return vn::Record{
+        {"filename", textOrNull(filename_)},
+        {"previousFilename", textOrNull(previousFilename_)},
+        {"changeType", changeType_},
+        {"fileType", fileType_},
+        {"linesAdded", linesAdded_},
+        {"linesRemoved", linesRemoved_},
+        {"oldFileMode", oldFileMode_},
+        {"newFileMode", newFileMode_},
+        {"suppressed", suppressed_},
+        {"beforeLargeFileRef", textOrNull(beforeLargeFileRef_)},
+        {"afterLargeFileRef", textOrNull(afterLargeFileRef_)},
+        {"rev", textOrNull(rev_)},
+        {"hunks", std::move(hunks)},
+    };
+}

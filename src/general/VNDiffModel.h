@@ -1,0 +1,22 @@
+#pragma once
+
+#include <cstddef>
+
+#include "general/VNDiffFileModel.h"
+#include "general/Value.h"
+
+// One parsed diff: its files in output order.
+class VNDiffModel : public vn::Object {
+  public:
+    // The capacity hint is the number of files asked for; the diff views ask for 20.
+    explicit VNDiffModel(std::size_t capacityHint = 20) { fileEntries_.reserve(capacityHint); }
+
+    // The parser appends to this list, so it is handed out for writing.
+    VNDiffFileList& fileEntries() { return fileEntries_; }
+    const VNDiffFileList& fileEntries() const { return fileEntries_; }
+
+    vn::Value jsonValue() const override;
+
+  private:
+    VNDiffFileList fileEntries_;
+};
