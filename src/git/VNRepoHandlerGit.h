@@ -81,6 +81,12 @@ class VNRepoHandlerGit : public VNRepoHandlerBase {
                            VNPathOrURLValidationDelegate* delegate) override;
     bool checkConfigForRepo(const std::string& path, bool fixAndPrompt) override;
 
+    // ---- Working-copy status (VNRepoHandlerGitStatus.cpp) ----
+
+    // ---- History, revisions and references (VNRepoHandlerGitHistory.cpp) ----
+
+    // ---- Diffs (VNRepoHandlerGitDiff.cpp) ----
+
   private:
     // The "number" of versionDetails, without the rest of the record.
     std::string detectedVersionNumber();
