@@ -64,7 +64,15 @@ std::vector<std::string> Arguments::positional() {
 }
 
 void printJson(const Value& value) {
-    std::cout << toJson(value, true) << "\n";
+    // Streamed: a large diff or history is written while it is generated, not held twice.
+    JsonWriter writer(
+        [](std::string_view chunk) {
+            std::cout.write(chunk.data(), std::streamsize(chunk.size()));
+        },
+        true);
+    writer.value(value);
+    writer.flush();
+    std::cout << "\n";
 }
 
 int usageError(const std::string& message) {

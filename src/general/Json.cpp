@@ -15,85 +15,6 @@ namespace vn {
 
 namespace {
 
-void genString(yajl_gen g, std::string_view s) {
-    if (isValidUTF8(s)) {
-        yajl_gen_string(g, reinterpret_cast<const unsigned char*>(s.data()), s.size());
-    } else {
-        std::string fixed = repairUTF8(s);
-        yajl_gen_string(g, reinterpret_cast<const unsigned char*>(fixed.data()), fixed.size());
-    }
-}
-
-void genNumberText(yajl_gen g, std::string_view text) {
-    yajl_gen_number(g, text.data(), text.size());
-}
-
-void generate(yajl_gen g, const Value& value, int depth) {
-    if (depth > 200) {
-        yajl_gen_null(g);
-        return;
-    }
-    char buffer[64];
-    switch (value.type()) {
-        case Value::Type::Null:
-            yajl_gen_null(g);
-            break;
-        case Value::Type::Bool:
-            yajl_gen_bool(g, value.toBool());
-            break;
-        case Value::Type::Int: {
-            auto [end, ec] = std::to_chars(buffer, buffer + sizeof buffer, value.toInt());
-            genNumberText(g, std::string_view(buffer, end - buffer));
-            break;
-        }
-        case Value::Type::UInt: {
-            auto [end, ec] = std::to_chars(buffer, buffer + sizeof buffer, value.toUInt());
-            genNumberText(g, std::string_view(buffer, end - buffer));
-            break;
-        }
-        case Value::Type::Double: {
-            double d = value.toDouble();
-            if (!std::isfinite(d)) {
-                yajl_gen_null(g);
-                break;
-            }
-            auto [end, ec] = std::to_chars(buffer, buffer + sizeof buffer, d);
-            genNumberText(g, std::string_view(buffer, end - buffer));
-            break;
-        }
-        case Value::Type::String:
-            genString(g, *value.string());
-            break;
-        case Value::Type::Date:
-            genString(g, isoDateString(*value.date()));
-            break;
-        case Value::Type::Array:
-            yajl_gen_array_open(g);
-            for (const Value& item : *value.array()) {
-                generate(g, item, depth + 1);
-            }
-            yajl_gen_array_close(g);
-            break;
-        case Value::Type::Record:
-            yajl_gen_map_open(g);
-            for (const auto& [key, item] : *value.record()) {
-                genString(g, key);
-                generate(g, item, depth + 1);
-            }
-            yajl_gen_map_close(g);
-            break;
-        case Value::Type::Object: {
-            const auto& object = *value.object();
-            if (object) {
-                generate(g, object->jsonValue(), depth + 1);
-            } else {
-                yajl_gen_null(g);
-            }
-            break;
-        }
-    }
-}
-
 // Builds values while yajl parses: a stack of open containers, each with its pending key.
 struct Builder {
     struct Frame {
@@ -192,18 +113,178 @@ std::string isoDateString(const Value::Date& date) {
     return buffer;
 }
 
-std::string toJson(const Value& value, bool pretty) {
-    yajl_gen g = yajl_gen_alloc(nullptr);
+struct JsonWriter::Generator {
+    yajl_gen gen;
+};
+
+namespace {
+
+constexpr std::size_t kChunk = 64 * 1024;
+
+}  // namespace
+
+JsonWriter::JsonWriter(bool pretty) : JsonWriter(Sink(), pretty) {}
+
+JsonWriter::JsonWriter(Sink sink, bool pretty) : gen_(new Generator), sink_(std::move(sink)) {
+    gen_->gen = yajl_gen_alloc(nullptr);
     if (pretty) {
-        yajl_gen_config(g, yajl_gen_beautify, 1);
-        yajl_gen_config(g, yajl_gen_indent_string, "  ");
+        yajl_gen_config(gen_->gen, yajl_gen_beautify, 1);
+        yajl_gen_config(gen_->gen, yajl_gen_indent_string, "  ");
     }
-    generate(g, value, 0);
-    const unsigned char* buffer = nullptr;
-    size_t length = 0;
-    yajl_gen_get_buf(g, &buffer, &length);
-    std::string out(reinterpret_cast<const char*>(buffer), length);
-    yajl_gen_free(g);
+    // yajl hands every piece of text to this callback, so nothing is buffered twice.
+    yajl_gen_config(gen_->gen, yajl_gen_print_callback, &JsonWriter::print, this);
+}
+
+void JsonWriter::print(void* ctx, const char* text, std::size_t length) {
+    static_cast<JsonWriter*>(ctx)->append(text, length);
+}
+
+JsonWriter::~JsonWriter() {
+    flush();
+    yajl_gen_free(gen_->gen);
+    delete gen_;
+}
+
+void JsonWriter::append(const char* data, std::size_t length) {
+    buffer_.append(data, length);
+    if (sink_ && buffer_.size() >= kChunk) {
+        sink_(buffer_);
+        buffer_.clear();
+    }
+}
+
+void JsonWriter::flush() {
+    if (sink_ && !buffer_.empty()) {
+        sink_(buffer_);
+        buffer_.clear();
+    }
+}
+
+void JsonWriter::beginObject() {
+    yajl_gen_map_open(gen_->gen);
+    ++depth_;
+}
+
+void JsonWriter::endObject() {
+    yajl_gen_map_close(gen_->gen);
+    --depth_;
+}
+
+void JsonWriter::beginArray() {
+    yajl_gen_array_open(gen_->gen);
+    ++depth_;
+}
+
+void JsonWriter::endArray() {
+    yajl_gen_array_close(gen_->gen);
+    --depth_;
+}
+
+void JsonWriter::key(std::string_view name) {
+    string(name);
+}
+
+void JsonWriter::string(std::string_view text) {
+    if (isValidUTF8(text)) {
+        yajl_gen_string(gen_->gen, reinterpret_cast<const unsigned char*>(text.data()),
+                        text.size());
+    } else {
+        std::string fixed = repairUTF8(text);
+        yajl_gen_string(gen_->gen, reinterpret_cast<const unsigned char*>(fixed.data()),
+                        fixed.size());
+    }
+}
+
+void JsonWriter::number(int64_t value) {
+    char buffer[32];
+    auto [end, ec] = std::to_chars(buffer, buffer + sizeof buffer, value);
+    yajl_gen_number(gen_->gen, buffer, static_cast<size_t>(end - buffer));
+}
+
+void JsonWriter::number(uint64_t value) {
+    char buffer[32];
+    auto [end, ec] = std::to_chars(buffer, buffer + sizeof buffer, value);
+    yajl_gen_number(gen_->gen, buffer, static_cast<size_t>(end - buffer));
+}
+
+void JsonWriter::number(double value) {
+    if (!std::isfinite(value)) {
+        null();
+        return;
+    }
+    char buffer[64];
+    auto [end, ec] = std::to_chars(buffer, buffer + sizeof buffer, value);
+    yajl_gen_number(gen_->gen, buffer, static_cast<size_t>(end - buffer));
+}
+
+void JsonWriter::boolean(bool value) {
+    yajl_gen_bool(gen_->gen, value);
+}
+
+void JsonWriter::null() {
+    yajl_gen_null(gen_->gen);
+}
+
+void JsonWriter::value(const Value& value) {
+    if (depth_ > 200) {  // a cycle through model objects, or absurd nesting
+        null();
+        return;
+    }
+    switch (value.type()) {
+        case Value::Type::Null:
+            null();
+            break;
+        case Value::Type::Bool:
+            boolean(value.toBool());
+            break;
+        case Value::Type::Int:
+            number(value.toInt());
+            break;
+        case Value::Type::UInt:
+            number(value.toUInt());
+            break;
+        case Value::Type::Double:
+            number(value.toDouble());
+            break;
+        case Value::Type::String:
+            string(*value.string());
+            break;
+        case Value::Type::Date:
+            string(isoDateString(*value.date()));
+            break;
+        case Value::Type::Array:
+            beginArray();
+            for (const Value& item : *value.array()) {
+                this->value(item);
+            }
+            endArray();
+            break;
+        case Value::Type::Record:
+            beginObject();
+            for (const auto& [name, item] : *value.record()) {
+                key(name);
+                this->value(item);
+            }
+            endObject();
+            break;
+        case Value::Type::Object: {
+            const auto& object = *value.object();
+            if (object) {
+                ++depth_;
+                object->writeJson(*this);
+                --depth_;
+            } else {
+                null();
+            }
+            break;
+        }
+    }
+}
+
+std::string toJson(const Value& value, bool pretty) {
+    JsonWriter writer(pretty);
+    writer.value(value);
+    std::string out = writer.text();
     while (!out.empty() && out.back() == '\n') {
         out.pop_back();
     }

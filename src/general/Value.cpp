@@ -12,6 +12,10 @@ Value Object::jsonValue() const {
     return {};
 }
 
+void Object::writeJson(JsonWriter& writer) const {
+    writer.value(jsonValue());
+}
+
 Value::Value(Array a) : data_(std::make_shared<const Array>(std::move(a))) {}
 Value::Value(Record r) : data_(std::make_shared<const Record>(std::move(r))) {}
 

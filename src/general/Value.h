@@ -12,6 +12,7 @@ namespace vn {
 
 class Record;
 class Value;
+class JsonWriter;
 
 // Base of model objects that travel inside records (log description entries, graph entries, ...).
 class Object {
@@ -19,6 +20,8 @@ class Object {
     virtual ~Object() = default;
     // What the object looks like in JSON; null unless the class says otherwise.
     virtual Value jsonValue() const;
+    // Writes the object's JSON; by default `jsonValue()`. Large models write themselves directly.
+    virtual void writeJson(JsonWriter& writer) const;
 };
 
 // One value of a keyed record: null, bool, signed or unsigned 64-bit integer, double, UTF-8 text,

@@ -108,6 +108,37 @@ TEST(Json, ModelObjectsWriteTheirOwnValue) {
     EXPECT_TRUE(r["entry"].objectAs<Described>());
 }
 
+struct Streamed : Object {
+    void writeJson(JsonWriter& w) const override {
+        w.beginObject();
+        w.member("lines", static_cast<int64_t>(3));
+        w.member("text", "caf\xE9");
+        w.endObject();
+    }
+};
+
+TEST(JsonWriter, StreamsInChunksToTheSinkAndObjectsWriteThemselves) {
+    std::string streamed;
+    int chunks = 0;
+    Value::Array big;
+    for (int i = 0; i < 20000; ++i) {
+        big.push_back(Record{{"index", i}, {"object", std::make_shared<Streamed>()}});
+    }
+    {
+        JsonWriter writer(
+            [&](std::string_view chunk) {
+                streamed.append(chunk);
+                ++chunks;
+            },
+            false);
+        writer.value(Value(big));
+    }
+    EXPECT_GT(chunks, 1) << "a large value is handed over while it is written";
+    EXPECT_EQ(streamed, toJson(Value(big)));
+    EXPECT_EQ(toJson(Value(Value::Array{std::make_shared<Streamed>()})),
+              "[{\"lines\":3,\"text\":\"caf\xEF\xBF\xBD\"}]");
+}
+
 TEST(Value, ReadersConvertLikeTheirTextualForms) {
     EXPECT_TRUE(Value("YES").toBool());
     EXPECT_TRUE(Value("true").toBool());
