@@ -413,7 +413,9 @@ void VNTask::handleOutputChunk(std::string_view data, bool final) {
         if (!pendingOutputData_) {
             return;
         }
-        text = fullDecode(*pendingOutputData_);
+        // Valid UTF-8 is its own decoding: moved, not copied (tool output can be hundreds of MB).
+        text = vn::isValidUTF8(*pendingOutputData_) ? std::move(*pendingOutputData_)
+                                                    : fullDecode(*pendingOutputData_);
     }
     pendingOutputData_.reset();
     pendingOutputInvalid_ = false;

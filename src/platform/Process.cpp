@@ -2,7 +2,10 @@
 
 #include <fcntl.h>
 #include <signal.h>
+#include <spawn.h>
 #include <stdlib.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
 #include <unistd.h>
 #include <uv.h>
 
@@ -107,6 +110,9 @@ void Process::setMayStartSession(bool may) {
 
 struct Process::State {
     uv_process_t process{};
+    uv_poll_t exitPoll{};
+    FileHandle pidfd;
+    pid_t pid = 0;
     uv_pipe_t out{};
     uv_pipe_t err{};
     bool hasOut = false;
@@ -122,8 +128,6 @@ struct Process::State {
     Process* owner = nullptr;
     std::shared_ptr<State> self;  // keeps the state alive until every handle is closed
     std::mutex ownerMutex;
-    std::unique_ptr<char[]> outBuffer;
-    std::unique_ptr<char[]> errBuffer;
     static constexpr std::size_t kBufferSize = 256 * 1024;
 
     void handleClosed() {
@@ -159,13 +163,10 @@ void onClose(uv_handle_t* handle) {
     static_cast<Process::State*>(handle->data)->handleClosed();
 }
 
-void onAlloc(uv_handle_t* handle, size_t, uv_buf_t* buf) {
-    auto* state = static_cast<Process::State*>(handle->data);
-    bool isOut = handle == reinterpret_cast<uv_handle_t*>(&state->out);
-    std::unique_ptr<char[]>& buffer = isOut ? state->outBuffer : state->errBuffer;
-    if (!buffer) {
-        buffer.reset(new char[Process::State::kBufferSize]);
-    }
+void onAlloc(uv_handle_t*, size_t, uv_buf_t* buf) {
+    // One buffer per thread is enough: a loop reads one stream at a time and the data callbacks
+    // copy what they keep before the next read.
+    static thread_local std::unique_ptr<char[]> buffer(new char[Process::State::kBufferSize]);
     *buf = uv_buf_init(buffer.get(), Process::State::kBufferSize);
 }
 
@@ -214,6 +215,141 @@ std::string Process::errorDescription(int uvError) {
     return uv_strerror(uvError);
 }
 
+namespace {
+
+// posix_spawn starts a child without copying the parent's address space (libuv's uv_spawn forks,
+// which costs more the more memory the program holds); a pidfd then tells the loop when the child
+// has exited. Both need Linux 5.3; older kernels fall back to uv_spawn.
+bool canUsePidfd() {
+    static const bool supported = [] {
+        int fd = static_cast<int>(::syscall(SYS_pidfd_open, ::getpid(), 0));
+        if (fd < 0) {
+            return false;
+        }
+        ::close(fd);
+        return true;
+    }();
+    return supported;
+}
+
+void onPidfdReadable(uv_poll_t* handle, int, int) {
+    auto* state = static_cast<Process::State*>(handle->data);
+    int status = 0;
+    while (::waitpid(state->pid, &status, 0) < 0 && errno == EINTR) {
+    }
+    state->exitStatus = WIFEXITED(status) ? WEXITSTATUS(status) : 0;
+    state->termSignal = WIFSIGNALED(status) ? WTERMSIG(status) : 0;
+    state->exited = true;
+    uv_poll_stop(handle);
+    uv_close(reinterpret_cast<uv_handle_t*>(handle), onClose);
+    auto keep = state->self;
+    state->maybeFinish();
+}
+
+// The descriptor a child gets as standard input, output or error; -1 for the null device.
+int childDescriptor(int fd, const OutputPipe* pipe) {
+    return pipe ? pipe->writeEnd.fd() : fd;
+}
+
+}  // namespace
+
+int Process::spawnWithPosixSpawn(uv_loop_s* loop, Options& options, char** argv, char** env,
+                                 const std::shared_ptr<State>& state) {
+    const int fds[3] = {options.stdinFd, childDescriptor(options.stdoutFd, options.stdoutPipe),
+                        childDescriptor(-1, options.stderrPipe)};
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    for (int target = 0; target < 3; ++target) {
+        if (fds[target] >= 0) {
+            posix_spawn_file_actions_adddup2(&actions, fds[target], target);
+        } else {
+            posix_spawn_file_actions_addopen(&actions, target, "/dev/null",
+                                             target == 0 ? O_RDONLY : O_WRONLY, 0);
+        }
+    }
+    posix_spawn_file_actions_addchdir_np(&actions, options.workingDir.c_str());
+
+    posix_spawnattr_t attributes;
+    posix_spawnattr_init(&attributes);
+    sigset_t none, all;
+    sigemptyset(&none);
+    sigfillset(&all);
+    posix_spawnattr_setsigmask(&attributes, &none);
+    posix_spawnattr_setsigdefault(&attributes, &all);
+    short flags = POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF;
+    if (options.joinRunnerProcessGroup) {
+        // Set before exec, so there is no window in which the child is in another group.
+        posix_spawnattr_setpgroup(&attributes, runnerProcessGroup());
+        flags |= POSIX_SPAWN_SETPGROUP;
+    }
+    posix_spawnattr_setflags(&attributes, flags);
+
+    pid_t pid = 0;
+    int error = ::posix_spawn(&pid, options.executable.c_str(), &actions, &attributes, argv, env);
+    posix_spawn_file_actions_destroy(&actions);
+    posix_spawnattr_destroy(&attributes);
+    if (error != 0) {
+        return -error;  // libuv's error codes are negated errno values on Linux
+    }
+    int pidfd = static_cast<int>(::syscall(SYS_pidfd_open, pid, 0));
+    if (pidfd < 0) {
+        // Cannot happen once the probe succeeded; reap the child rather than leave it behind.
+        int saved = errno;
+        ::kill(pid, SIGKILL);
+        ::waitpid(pid, nullptr, 0);
+        return -saved;
+    }
+    state->pid = pid;
+    state->pidfd.reset(pidfd);
+    uv_poll_init(loop, &state->exitPoll, pidfd);
+    state->exitPoll.data = state.get();
+    uv_poll_start(&state->exitPoll, UV_READABLE, onPidfdReadable);
+    return 0;
+}
+
+int Process::spawnWithLibuv(uv_loop_s* loop, Options& options, char** argv, char** env,
+                            const std::shared_ptr<State>& state) {
+    uv_stdio_container_t stdio[3];
+    const int fds[3] = {options.stdinFd, childDescriptor(options.stdoutFd, options.stdoutPipe),
+                        childDescriptor(-1, options.stderrPipe)};
+    for (int target = 0; target < 3; ++target) {
+        if (fds[target] >= 0) {
+            stdio[target].flags = UV_INHERIT_FD;
+            stdio[target].data.fd = fds[target];
+        } else {
+            stdio[target].flags = UV_IGNORE;
+        }
+    }
+    uv_process_options_t uvOptions{};
+    uvOptions.exit_cb = onExit;
+    uvOptions.file = options.executable.c_str();
+    uvOptions.args = argv;
+    uvOptions.env = env;
+    uvOptions.cwd = options.workingDir.c_str();
+    uvOptions.stdio_count = 3;
+    uvOptions.stdio = stdio;
+
+    // Decided before the fork: a child made before our setsid() would be left in the old session,
+    // where it cannot join the new group.
+    pid_t group = options.joinRunnerProcessGroup ? runnerProcessGroup() : 0;
+    state->process.data = state.get();
+    int rc = uv_spawn(loop, &state->process, &uvOptions);
+    if (rc != 0) {
+        // A handle that failed to spawn must still be closed before its memory goes.
+        state->self = state;
+        state->openHandles = 1;
+        state->reported = true;
+        uv_close(reinterpret_cast<uv_handle_t*>(&state->process), onClose);
+        return rc;
+    }
+    state->pid = state->process.pid;
+    if (options.joinRunnerProcessGroup) {
+        // May fail once the child has run exec; it then already shares our group.
+        ::setpgid(state->process.pid, group);
+    }
+    return 0;
+}
+
 int Process::start(uv_loop_s* loop, Options& options, Callbacks callbacks) {
     auto state = std::make_shared<State>();
     state->callbacks = std::move(callbacks);
@@ -236,57 +372,15 @@ int Process::start(uv_loop_s* loop, Options& options, Callbacks callbacks) {
     }
     argv.push_back(nullptr);
 
-    uv_stdio_container_t stdio[3];
-    if (options.stdinFd >= 0) {
-        stdio[0].flags = UV_INHERIT_FD;
-        stdio[0].data.fd = options.stdinFd;
-    } else {
-        stdio[0].flags = UV_IGNORE;
-    }
-    auto setOutput = [](uv_stdio_container_t& slot, OutputPipe* pipe, int fd) {
-        if (pipe) {
-            slot.flags = UV_INHERIT_FD;
-            slot.data.fd = pipe->writeEnd.fd();
-        } else if (fd >= 0) {
-            slot.flags = UV_INHERIT_FD;
-            slot.data.fd = fd;
-        } else {
-            slot.flags = UV_IGNORE;
-        }
-    };
-    setOutput(stdio[1], options.stdoutPipe, options.stdoutFd);
-    setOutput(stdio[2], options.stderrPipe, -1);
-
-    uv_process_options_t uvOptions{};
-    uvOptions.exit_cb = onExit;
-    uvOptions.file = options.executable.c_str();
-    uvOptions.args = argv.data();
-    uvOptions.env = env.data();
-    uvOptions.cwd = options.workingDir.c_str();
-    uvOptions.stdio_count = 3;
-    uvOptions.stdio = stdio;
-
-    // Decided before the fork: a child made before our setsid() would be left in the old session,
-    // where it cannot join the new group.
-    pid_t group = options.joinRunnerProcessGroup ? runnerProcessGroup() : 0;
-    state->process.data = state.get();
-    int rc = uv_spawn(loop, &state->process, &uvOptions);
+    int rc = canUsePidfd() ? spawnWithPosixSpawn(loop, options, argv.data(), env.data(), state)
+                           : spawnWithLibuv(loop, options, argv.data(), env.data(), state);
     if (rc != 0) {
-        // A handle that failed to spawn must still be closed before its memory goes.
-        state->self = state;
-        state->openHandles = 1;
-        state->reported = true;
-        uv_close(reinterpret_cast<uv_handle_t*>(&state->process), onClose);
         return rc;
     }
     state->self = state;
-    state->openHandles = 1;
-    pid_.store(state->process.pid);
+    state->openHandles = 1;  // the exit watcher
+    pid_.store(state->pid);
     running_.store(true);
-    if (options.joinRunnerProcessGroup) {
-        // May fail once the child has run exec; it then already shares our group.
-        ::setpgid(state->process.pid, group);
-    }
 
     auto attach = [&](uv_pipe_t& handle, OutputPipe* pipe, bool& hasPipe, bool& ended) {
         if (!pipe) {

@@ -112,6 +112,11 @@ class Process {
     struct State;
 
   private:
+    int spawnWithPosixSpawn(uv_loop_s* loop, Options& options, char** argv, char** env,
+                            const std::shared_ptr<State>& state);
+    int spawnWithLibuv(uv_loop_s* loop, Options& options, char** argv, char** env,
+                       const std::shared_ptr<State>& state);
+
     std::shared_ptr<State> state_;
     std::atomic<bool> running_{false};
     std::atomic<pid_t> pid_{0};
