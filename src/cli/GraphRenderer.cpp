@@ -1,0 +1,257 @@
+#include "cli/GraphRenderer.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <sstream>
+
+namespace vn::cli {
+
+namespace {
+
+enum Direction : unsigned { Up = 1, Down = 2, Left = 4, Right = 8 };
+
+struct Cell {
+    unsigned directions = 0;
+    const VNLogGraphColour* colour = nullptr;
+    bool dot = false;
+};
+
+const char* glyph(const Cell& cell, bool workingCopy) {
+    if (cell.dot) {
+        return workingCopy ? "◌" : "●";
+    }
+    switch (cell.directions) {
+        case Up | Down:
+        case Up:
+        case Down:
+            return "│";
+        case Left | Right:
+        case Left:
+        case Right:
+            return "─";
+        case Up | Left:
+            return "╯";
+        case Up | Right:
+            return "╰";
+        case Down | Left:
+            return "╮";
+        case Down | Right:
+            return "╭";
+        case Up | Down | Left:
+            return "┤";
+        case Up | Down | Right:
+            return "├";
+        case Left | Right | Up:
+            return "┴";
+        case Left | Right | Down:
+            return "┬";
+        case Up | Down | Left | Right:
+            return "┼";
+        default:
+            return " ";
+    }
+}
+
+std::string colourEscape(const VNLogGraphColour& colour, bool trueColour) {
+    int r, g, b;
+    colour.rgb(r, g, b);
+    char buffer[32];
+    if (trueColour) {
+        std::snprintf(buffer, sizeof buffer, "\x1b[38;2;%d;%d;%dm", r, g, b);
+    } else {
+        // The 6x6x6 cube of the 256-colour palette.
+        auto level = [](int v) { return (v * 5 + 127) / 255; };
+        std::snprintf(buffer, sizeof buffer, "\x1b[38;5;%dm",
+                      16 + 36 * level(r) + 6 * level(g) + level(b));
+    }
+    return buffer;
+}
+
+// Where a line runs within its row: from `top` at the upper edge (or the dot) to `bottom` at the
+// lower edge (or the dot).
+struct Path {
+    uint32_t top;
+    uint32_t bottom;
+    bool hasUpper;
+    bool hasLower;
+};
+
+Path pathOf(const VNLogGraphEntryLine& line, uint32_t commit) {
+    return {line.terminates ? commit : line.endCol, line.originates ? commit : line.startCol,
+            !line.terminates, !line.originates};
+}
+
+uint32_t lanesOf(const VNLogGraphEntry& entry) {
+    uint32_t lanes = entry.commitColumn + 1;
+    for (const auto& line : entry.lineColumns) {
+        lanes = std::max({lanes, line->endCol + 1, line->startCol + 1});
+    }
+    return lanes;
+}
+
+}  // namespace
+
+std::vector<std::string> drawGraphText(const std::vector<GraphRow>& rows, bool colour,
+                                       bool trueColour) {
+    uint32_t width = 1;
+    for (const GraphRow& row : rows) {
+        if (row.graph) {
+            width = std::max(width, lanesOf(*row.graph));
+        }
+    }
+    std::vector<std::string> out;
+    out.reserve(rows.size());
+    for (const GraphRow& row : rows) {
+        std::vector<Cell> cells(2 * width);
+        if (!row.graph) {
+            out.emplace_back(2 * width, ' ');
+            continue;
+        }
+        const VNLogGraphEntry& entry = *row.graph;
+        for (const auto& line : entry.lineColumns) {
+            if (line->isBlank) {
+                continue;
+            }
+            Path path = pathOf(*line, entry.commitColumn);
+            std::size_t top = 2 * path.top, bottom = 2 * path.bottom;
+            if (path.hasUpper) {
+                cells[top].directions |= Up;
+                cells[top].colour = &line->lineColour;
+            }
+            if (path.hasLower) {
+                cells[bottom].directions |= Down;
+                cells[bottom].colour = &line->lineColour;
+            }
+            if (top != bottom) {
+                std::size_t left = std::min(top, bottom), right = std::max(top, bottom);
+                cells[left].directions |= Right;
+                cells[right].directions |= Left;
+                for (std::size_t x = left; x <= right; ++x) {
+                    if (x != left && x != right) {
+                        cells[x].directions |= Left | Right;
+                    }
+                    cells[x].colour = &line->lineColour;
+                }
+            }
+        }
+        Cell& dot = cells[2 * entry.commitColumn];
+        dot.dot = true;
+        dot.colour = &entry.commitColour;
+
+        std::string text;
+        const VNLogGraphColour* current = nullptr;
+        for (const Cell& cell : cells) {
+            const char* g = glyph(cell, row.workingCopy);
+            bool blank = g[0] == ' ';
+            if (colour && !blank && cell.colour && cell.colour != current) {
+                text += colourEscape(*cell.colour, trueColour);
+                current = cell.colour;
+            }
+            text += g;
+        }
+        if (colour && current) {
+            text += "\x1b[0m";
+        }
+        out.push_back(std::move(text));
+    }
+    return out;
+}
+
+namespace {
+
+constexpr double kLane = 11.0;
+constexpr double kOffset = 5.5;
+constexpr double kRowHeight = 22.0;
+
+double laneX(uint32_t lane) {
+    return kLane * lane + kOffset;
+}
+
+std::string escapeXml(const std::string& text) {
+    std::string out;
+    for (char c : text) {
+        switch (c) {
+            case '&':
+                out += "&amp;";
+                break;
+            case '<':
+                out += "&lt;";
+                break;
+            case '>':
+                out += "&gt;";
+                break;
+            case '"':
+                out += "&quot;";
+                break;
+            default:
+                if (static_cast<unsigned char>(c) >= 0x20 || c == '\t') {
+                    out.push_back(c);
+                }
+        }
+    }
+    return out;
+}
+
+}  // namespace
+
+std::string drawGraphSvg(const std::vector<GraphRow>& rows) {
+    uint32_t width = 1;
+    for (const GraphRow& row : rows) {
+        if (row.graph) {
+            width = std::max(width, lanesOf(*row.graph));
+        }
+    }
+    const double graphWidth = kLane * width + kOffset;
+    const double textWidth = 640;
+    std::ostringstream svg;
+    svg << "<svg xmlns=\"http://www.w3.org/2000/svg\" width=\"" << graphWidth + textWidth
+        << "\" height=\"" << kRowHeight * rows.size() << "\" font-family=\"sans-serif\" "
+        << "font-size=\"12\">\n<rect width=\"100%\" height=\"100%\" fill=\"white\"/>\n";
+    for (std::size_t i = 0; i < rows.size(); ++i) {
+        const GraphRow& row = rows[i];
+        if (!row.graph) {
+            continue;
+        }
+        const VNLogGraphEntry& entry = *row.graph;
+        const double top = kRowHeight * i, mid = top + kRowHeight / 2, bottom = top + kRowHeight;
+        // Bends stay close to the middle so that lines meet their neighbours straight.
+        const double bend = kRowHeight / 5;
+        std::ostringstream strokes, colours;
+        for (const auto& line : entry.lineColumns) {
+            if (line->isBlank) {
+                continue;
+            }
+            Path path = pathOf(*line, entry.commitColumn);
+            std::ostringstream d;
+            double x1 = laneX(path.top), x2 = laneX(path.bottom);
+            d << "M" << x1 << " " << (path.hasUpper ? top : mid);
+            if (path.hasUpper && path.hasLower) {
+                d << " L" << x1 << " " << mid - bend << " L" << x2 << " " << mid + bend;
+            }
+            d << " L" << x2 << " " << (path.hasLower ? bottom : mid);
+            strokes << "<path d=\"" << d.str()
+                    << "\" fill=\"none\" stroke=\"white\" stroke-width=\"4\"/>\n";
+            colours << "<path d=\"" << d.str() << "\" fill=\"none\" stroke=\""
+                    << line->lineColour.hexString() << "\" stroke-width=\"2\"/>\n";
+        }
+        svg << strokes.str() << colours.str();
+        double cx = laneX(entry.commitColumn);
+        double radius = row.workingCopy ? 10.5 / 2 : 7.0 / 2;
+        svg << "<circle cx=\"" << cx << "\" cy=\"" << mid << "\" r=\"" << radius << "\" fill=\""
+            << entry.commitColour.hexString() << "\" stroke=\"white\" stroke-width=\"1\"/>\n";
+        if (row.workingCopy) {
+            svg << "<circle cx=\"" << cx << "\" cy=\"" << mid << "\" r=\"2\" fill=\"white\"/>\n";
+        }
+        double x = graphWidth + 6;
+        svg << "<text x=\"" << x << "\" y=\"" << mid + 4 << "\">";
+        if (!row.labels.empty()) {
+            svg << "<tspan font-weight=\"bold\" fill=\"" << entry.commitColour.hexString() << "\">"
+                << escapeXml(row.labels) << "</tspan> ";
+        }
+        svg << escapeXml(row.text) << "</text>\n";
+    }
+    svg << "</svg>\n";
+    return svg.str();
+}
+
+}  // namespace vn::cli
