@@ -84,7 +84,7 @@ Path pathOf(const VNLogGraphEntryLine& line, uint32_t commit) {
 uint32_t lanesOf(const VNLogGraphEntry& entry) {
     uint32_t lanes = entry.commitColumn + 1;
     for (const auto& line : entry.lineColumns) {
-        lanes = std::max({lanes, line->endCol + 1, line->startCol + 1});
+        lanes = std::max({lanes, line.endCol + 1, line.startCol + 1});
     }
     return lanes;
 }
@@ -109,18 +109,18 @@ std::vector<std::string> drawGraphText(const std::vector<GraphRow>& rows, bool c
         }
         const VNLogGraphEntry& entry = *row.graph;
         for (const auto& line : entry.lineColumns) {
-            if (line->isBlank) {
+            if (line.isBlank) {
                 continue;
             }
-            Path path = pathOf(*line, entry.commitColumn);
+            Path path = pathOf(line, entry.commitColumn);
             std::size_t top = 2 * path.top, bottom = 2 * path.bottom;
             if (path.hasUpper) {
                 cells[top].directions |= Up;
-                cells[top].colour = &line->lineColour;
+                cells[top].colour = &line.lineColour;
             }
             if (path.hasLower) {
                 cells[bottom].directions |= Down;
-                cells[bottom].colour = &line->lineColour;
+                cells[bottom].colour = &line.lineColour;
             }
             if (top != bottom) {
                 std::size_t left = std::min(top, bottom), right = std::max(top, bottom);
@@ -130,7 +130,7 @@ std::vector<std::string> drawGraphText(const std::vector<GraphRow>& rows, bool c
                     if (x != left && x != right) {
                         cells[x].directions |= Left | Right;
                     }
-                    cells[x].colour = &line->lineColour;
+                    cells[x].colour = &line.lineColour;
                 }
             }
         }
@@ -218,10 +218,10 @@ std::string drawGraphSvg(const std::vector<GraphRow>& rows) {
         const double bend = kRowHeight / 5;
         std::ostringstream strokes, colours;
         for (const auto& line : entry.lineColumns) {
-            if (line->isBlank) {
+            if (line.isBlank) {
                 continue;
             }
-            Path path = pathOf(*line, entry.commitColumn);
+            Path path = pathOf(line, entry.commitColumn);
             std::ostringstream d;
             double x1 = laneX(path.top), x2 = laneX(path.bottom);
             d << "M" << x1 << " " << (path.hasUpper ? top : mid);
@@ -232,7 +232,7 @@ std::string drawGraphSvg(const std::vector<GraphRow>& rows) {
             strokes << "<path d=\"" << d.str()
                     << "\" fill=\"none\" stroke=\"white\" stroke-width=\"4\"/>\n";
             colours << "<path d=\"" << d.str() << "\" fill=\"none\" stroke=\""
-                    << line->lineColour.hexString() << "\" stroke-width=\"2\"/>\n";
+                    << line.lineColour.hexString() << "\" stroke-width=\"2\"/>\n";
         }
         svg << strokes.str() << colours.str();
         double cx = laneX(entry.commitColumn);

@@ -8,7 +8,7 @@ vn::Value VNLogGraphEntry::jsonValue() const {
     vn::Value::Array lines;
     lines.reserve(lineColumns.size());
     for (const auto& line : lineColumns) {
-        lines.push_back(line->jsonValue());
+        lines.push_back(line.jsonValue());
     }
     return vn::Record{
         {"commitColumn", commitColumn},
@@ -22,7 +22,13 @@ namespace vn::graph {
 namespace {
 
 using Line = VNLogGraphEntryLine;
-using LinePtr = std::shared_ptr<VNLogGraphEntryLine>;
+using SharedText = std::shared_ptr<const std::string>;
+
+const std::string& textOf(const Record& row, std::string_view key) {
+    static const std::string empty;
+    const std::string* text = row[key].string();
+    return text ? *text : empty;
+}
 
 // The identifier read as an integer the way a text's integer value is read: leading digits only.
 bool isWorkingCopyRevision(const std::string& rev) {
@@ -37,10 +43,11 @@ float randomUnit() {
 
 }  // namespace
 
-LinePtr findCommonContextLine(const std::string& context, const VNLogGraphEntry::Lines& lines) {
+const VNLogGraphEntryLine* findCommonContextLine(const std::string& context,
+                                                 const VNLogGraphEntry::Lines& lines) {
     for (const auto& line : lines) {
-        if (line->lineContext == context) {
-            return line;
+        if (line.lineContext() == context) {
+            return &line;
         }
     }
     return nullptr;
@@ -51,7 +58,7 @@ bool isColourInLogGraphLines(const VNLogGraphColour& colour, const VNLogGraphEnt
         return false;
     }
     for (const auto& line : *lines) {
-        if (line->lineColour.hueBrightnessSimilarTo(colour.hue, colour.brightness)) {
+        if (line.lineColour.hueBrightnessSimilarTo(colour.hue, colour.brightness)) {
             return true;
         }
     }
@@ -93,23 +100,25 @@ void addGraphInfoToLogRevisions(std::vector<Record>& rows,
                                 std::shared_ptr<const VNLogGraphEntry> base, bool firstParent) {
     const VNLogGraphColour grey = VNLogGraphColour::grey();
     std::shared_ptr<const VNLogGraphEntry> previous = std::move(base);
-    std::vector<std::string> mergeParents;
+    std::vector<SharedText> mergeParents;
     VNLogGraphEntry::Lines pending;
 
     for (Record& row : rows) {
         auto entry = std::make_shared<VNLogGraphEntry>();
-        const std::string rev = row.string("rev");
-        const std::string parent1 = row.string("parentid1");
-        const std::string parent2 = row.string("parentid2");
+        const std::string& rev = textOf(row, "rev");
+        const std::string& parent1Text = textOf(row, "parentid1");
+        // Made once per row and shared by every segment of the line for as long as it runs.
+        SharedText parent1 = std::make_shared<const std::string>(parent1Text);
 
         mergeParents.clear();
         if (!firstParent) {
+            const std::string& parent2 = textOf(row, "parentid2");
             if (!parent2.empty()) {
-                mergeParents.push_back(parent2);
+                mergeParents.push_back(std::make_shared<const std::string>(parent2));
             }
             if (const Value::Array* others = row["otherparentids"].array()) {
                 for (const Value& other : *others) {
-                    mergeParents.push_back(other.toString());
+                    mergeParents.push_back(std::make_shared<const std::string>(other.toString()));
                 }
             }
         }
@@ -118,50 +127,47 @@ void addGraphInfoToLogRevisions(std::vector<Record>& rows,
         bool arrived = false;
         const bool workingCopy = isWorkingCopyRevision(rev);
         const VNLogGraphEntry* prev = previous.get();
+        if (prev) {
+            entry->lineColumns.reserve(prev->lineColumns.size() + 1 + mergeParents.size());
+        }
 
-        auto mergeColour = [&](const VNLogGraphColour& found) {
-            return workingCopy ? grey : found;
-        };
         auto newMergeColour = [&] {
             return workingCopy ? grey : newLogGraphColourNotIn(*entry, prev, pending);
         };
 
         if (prev) {
-            for (const auto& old : prev->lineColumns) {
-                if (old->originates || old->sharedStart) {
+            for (const Line& old : prev->lineColumns) {
+                if (old.originates || old.sharedStart) {
                     continue;  // ended in the previous row
                 }
-                auto line =
-                    std::make_shared<Line>(old->startCol, old->lineColour, old->lineContext);
-                entry->lineColumns.push_back(line);
-                if (old->lineContext != rev) {
-                    line->startCol = lane++;
+                entry->lineColumns.emplace_back(old.startCol, old.lineColour,
+                                                old.sharedLineContext());
+                if (old.lineContext() != rev) {
+                    entry->lineColumns.back().startCol = lane++;
                 } else if (arrived) {
                     // A second line converging on this revision ends at its dot.
-                    line->originates = true;
-                    line->startCol = entry->commitColumn;
+                    Line& line = entry->lineColumns.back();
+                    line.originates = true;
+                    line.startCol = entry->commitColumn;
                 } else {
                     entry->commitColumn = lane;
-                    entry->commitColour = old->lineColour.isGrey()
+                    entry->commitColour = old.lineColour.isGrey()
                                               ? newLogGraphColourNotIn(*entry, prev, pending)
-                                              : old->lineColour;
-                    line->lineColour = entry->commitColour;
-                    line->startCol = entry->commitColumn;
-                    line->lineContext = parent1;
-                    if (parent1.empty()) {
-                        line->originates = true;  // a root revision
+                                              : old.lineColour;
+                    Line& line = entry->lineColumns.back();
+                    line.lineColour = entry->commitColour;
+                    line.startCol = entry->commitColumn;
+                    line.setLineContext(parent1);
+                    if (parent1Text.empty()) {
+                        line.originates = true;  // a root revision
                     }
-                    for (const std::string& parent : mergeParents) {
-                        LinePtr merge;
-                        if (LinePtr found = findCommonContextLine(parent, prev->lineColumns)) {
-                            merge = std::make_shared<Line>(entry->commitColumn,
-                                                           mergeColour(found->lineColour), parent);
-                            merge->sharedStart = true;
-                        } else {
-                            merge = std::make_shared<Line>(entry->commitColumn, newMergeColour(),
-                                                           parent);
-                        }
-                        merge->terminates = true;
+                    for (const SharedText& parent : mergeParents) {
+                        const Line* found = findCommonContextLine(*parent, prev->lineColumns);
+                        VNLogGraphColour colour =
+                            found ? (workingCopy ? grey : found->lineColour) : newMergeColour();
+                        Line merge(entry->commitColumn, colour, parent);
+                        merge.terminates = true;
+                        merge.sharedStart = found != nullptr;
                         pending.push_back(std::move(merge));
                     }
                     ++lane;
@@ -176,34 +182,33 @@ void addGraphInfoToLogRevisions(std::vector<Record>& rows,
                 workingCopy ? grey : newLogGraphColourNotIn(*entry, prev, pending);
             entry->lineColumns.push_back(
                 Line::newHead(entry->commitColumn, entry->commitColour, parent1));
-            for (const std::string& parent : mergeParents) {
-                LinePtr found = prev ? findCommonContextLine(parent, prev->lineColumns) : nullptr;
+            for (const SharedText& parent : mergeParents) {
+                const Line* found =
+                    prev ? findCommonContextLine(*parent, prev->lineColumns) : nullptr;
                 if (found) {
                     // Joins the parent's line at the lane it had at the previous row's lower edge.
-                    auto merge = std::make_shared<Line>(entry->commitColumn,
-                                                        mergeColour(found->lineColour), parent);
-                    merge->terminates = true;
-                    merge->sharedStart = true;
-                    merge->startCol = found->startCol;
+                    Line merge(entry->commitColumn, workingCopy ? grey : found->lineColour, parent);
+                    merge.terminates = true;
+                    merge.sharedStart = true;
+                    merge.startCol = found->startCol;
                     entry->lineColumns.push_back(std::move(merge));
                 } else {
-                    auto merge =
-                        std::make_shared<Line>(entry->commitColumn, newMergeColour(), parent);
-                    merge->terminates = true;
+                    Line merge(entry->commitColumn, newMergeColour(), parent);
+                    merge.terminates = true;
                     pending.push_back(std::move(merge));
                 }
             }
             ++lane;
         }
 
-        for (const auto& line : pending) {
-            if (line->sharedStart) {
-                LinePtr target = findCommonContextLine(line->lineContext, entry->lineColumns);
-                line->startCol = target ? target->startCol : 0;
+        for (Line& line : pending) {
+            if (line.sharedStart) {
+                const Line* target = findCommonContextLine(line.lineContext(), entry->lineColumns);
+                line.startCol = target ? target->startCol : 0;
             } else {
-                line->startCol = lane++;
+                line.startCol = lane++;
             }
-            entry->lineColumns.push_back(line);
+            entry->lineColumns.push_back(std::move(line));
         }
 
         if (auto description = row["descriptionentry"].objectAs<VNLogGraphColoured>()) {

@@ -10,10 +10,10 @@
 #include "general/VNLogGraphEntryLine.h"
 
 // The commit graph of one history row: where the dot stands, its colour, and every line segment
-// drawn in the row. Copies share the line segments.
+// drawn in the row.
 class VNLogGraphEntry : public vn::Object {
   public:
-    using Lines = std::vector<std::shared_ptr<VNLogGraphEntryLine>>;
+    using Lines = std::vector<VNLogGraphEntryLine>;
 
     uint32_t commitColumn = 0;
     VNLogGraphColour commitColour;
@@ -38,9 +38,9 @@ namespace vn::graph {
 void addGraphInfoToLogRevisions(std::vector<Record>& rows,
                                 std::shared_ptr<const VNLogGraphEntry> base, bool firstParent);
 
-// The first line, in list order, heading for `context`.
-std::shared_ptr<VNLogGraphEntryLine> findCommonContextLine(const std::string& context,
-                                                           const VNLogGraphEntry::Lines& lines);
+// The first line, in list order, heading for `context`; null when none does.
+const VNLogGraphEntryLine* findCommonContextLine(const std::string& context,
+                                                 const VNLogGraphEntry::Lines& lines);
 
 // A colour unlike those of the entry being built, the previous row's entry and the pending merge
 // lines; the same choices give the same sequence.

@@ -44,9 +44,9 @@ std::vector<std::string> drawn(const std::vector<Record>& rows) {
         std::ostringstream out;
         out << row.string("rev") << " " << graph->commitColumn << ":";
         for (const auto& line : graph->lineColumns) {
-            out << " " << line->endCol << ">" << line->startCol;
-            std::string flags = std::string(line->terminates ? "T" : "") +
-                                (line->originates ? "O" : "") + (line->sharedStart ? "S" : "");
+            out << " " << line.endCol << ">" << line.startCol;
+            std::string flags = std::string(line.terminates ? "T" : "") +
+                                (line.originates ? "O" : "") + (line.sharedStart ? "S" : "");
             if (!flags.empty()) {
                 out << " " << flags;
             }
@@ -136,8 +136,8 @@ TEST(LogGraphLayout, ColourSequenceIsDeterministicAndKeptAlongFirstParents) {
     EXPECT_EQ(colour(3), colour(0));
     EXPECT_EQ(colour(4), colour(0));
     for (const auto& line : graphOf(rows[3])->lineColumns) {
-        if (line->originates) {
-            EXPECT_NE(line->lineColour, colour(3)) << "converging lines keep their own colour";
+        if (line.originates) {
+            EXPECT_NE(line.lineColour, colour(3)) << "converging lines keep their own colour";
         }
     }
 }
@@ -158,8 +158,8 @@ TEST(LogGraphLayout, CrowdedGraphFallsBackToARandomHueAtFullBrightness) {
     VNLogGraphEntry crowded;
     for (double b : {0.7, 0.8, 0.9, 1.0}) {
         for (int i = 0; i < 10; ++i) {
-            crowded.lineColumns.push_back(std::make_shared<VNLogGraphEntryLine>(
-                0, VNLogGraphColour::hsb(i / 10.0, 0.6, b), "x"));
+            crowded.lineColumns.emplace_back(0, VNLogGraphColour::hsb(i / 10.0, 0.6, b),
+                                             std::string("x"));
         }
     }
     auto colour = vn::graph::newLogGraphColourNotIn(crowded, nullptr, {});
@@ -175,11 +175,11 @@ TEST(LogGraphLayout, WorkingCopyRowIsGreyAndItsCommitGetsAFreshColour) {
     auto wc = graphOf(rows[0]);
     EXPECT_TRUE(wc->commitColour.isGrey());
     for (const auto& line : wc->lineColumns) {
-        EXPECT_TRUE(line->lineColour.isGrey()) << line->description();
+        EXPECT_TRUE(line.lineColour.isGrey()) << line.description();
     }
     auto c = graphOf(rows[1]);
     EXPECT_EQ(c->commitColour, VNLogGraphColour::hsb(0.555, 0.6, 0.7));
-    EXPECT_EQ(c->lineColumns[0]->lineColour, c->commitColour);
+    EXPECT_EQ(c->lineColumns[0].lineColour, c->commitColour);
 }
 
 TEST(LogGraphLayout, PagesLaidOutSeparatelyEqualOnePass) {
