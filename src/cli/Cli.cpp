@@ -105,6 +105,25 @@ const std::vector<Subcommand>& subcommands() {
          "Show a patch file's changes with line numbers (FILE - reads standard input)", runDiff},
         {"check-url", "check-url URL [--json]",
          "Tell whether a path or URL is a Git repository that can be reached", runCheckUrl},
+        {"log",
+         "log [PATH] [--skip N] [--limit N] [--branch B] [--remotes] [--topo] [--first-parent] "
+         "[--json]",
+         "Show a page of history (100 commits unless --limit) with branch, tag and remote labels",
+         runLog},
+        {"show", "show [REV] [--json]",
+         "Show a commit's author, committer, dates, labels, message and changed files", runShow},
+        {"refs", "refs [PATH] [--json]",
+         "List branches with upstream and ahead/behind counts, tags, remotes and stashes", runRefs},
+        {"blame", "blame FILE [--rev R] [--json]",
+         "Show who last changed each line of a file, in the working copy or at a revision",
+         runBlame},
+        {"search",
+         "search --message|--author|--content|--hash|--range PATTERN [--since D] "
+         "[--until D] [--json]",
+         "Search the history, printing commits as they are found (D is YYYY-MM-DD)", runSearch},
+        {"status", "status [PATH] [--mask N] [--json]",
+         "Show the branch, merge or rebase state and the changed files of a working copy",
+         runStatus},
     };
     return table;
 }

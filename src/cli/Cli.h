@@ -51,5 +51,11 @@ std::string colour(std::string_view text, std::string_view sgr);
 int runDoctor(Arguments& args);
 int runDiff(Arguments& args);
 int runCheckUrl(Arguments& args);
+int runLog(Arguments& args);
+int runShow(Arguments& args);
+int runRefs(Arguments& args);
+int runBlame(Arguments& args);
+int runSearch(Arguments& args);
+int runStatus(Arguments& args);
 
 }  // namespace vn::cli

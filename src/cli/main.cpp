@@ -14,7 +14,7 @@ void printHelp() {
     for (const auto& command : vn::cli::subcommands()) {
         std::cout << "  " << command.usage << "\n      " << command.summary << "\n";
     }
-    std::cout << "\nWithout a command, vrnl runs \"doctor\".\n"
+    std::cout << "\nWithout a command, vrnl shows the status of the repository it runs in.\n"
                  "Every command takes --json to print its result for programs.\n";
 }
 
@@ -34,7 +34,7 @@ int main(int argc, char** argv) {
         std::cout << "vrnl " << VARNEL_VERSION << "\n";
         return 0;
     }
-    std::string name = "doctor";
+    std::string name = "status";
     if (!words.empty() && words[0].rfind("-", 0) != 0) {
         name = words[0];
         words.erase(words.begin());

@@ -82,8 +82,134 @@ class VNRepoHandlerGit : public VNRepoHandlerBase {
     bool checkConfigForRepo(const std::string& path, bool fixAndPrompt) override;
 
     // ---- Working-copy status (VNRepoHandlerGitStatus.cpp) ----
+    using VNRepoHandlerBase::fileStatus;
+    // `git status --porcelain` and, for the clean (1) and ignored (256) bits, `git ls-files`,
+    // run side by side and merged: the status's files in its order, then clean, then ignored.
+    std::vector<vn::Record> fileStatus(const std::string& path, uint64_t includeStatuses) override;
+    vn::Record summary(const std::string& path) override;
+    // No tracked file changed (untracked files allowed); false when git cannot tell.
+    bool isClean(const std::string& path) override;
+    bool isMergeOutstanding(const std::string& path) override;
+    bool isRebaseInProgress(const std::string& path) override;
+    // The checked-out branch; "HEAD" when detached, "master" before the first commit.
+    std::string currentBranch(const std::string& path);
+    // The working copy's git folder: ".git", or where a ".git" file ("gitdir: ...") points
+    // (worktrees and submodules).
+    std::string gitMetadataFolder(const std::string& path);
+    // The commits of MERGE_HEAD after the first parent; false without a readable MERGE_HEAD.
+    bool parseMergeHeadFileParents(const std::string& path, std::string& secondParent,
+                                   std::vector<std::string>& otherParents);
 
     // ---- History, revisions and references (VNRepoHandlerGitHistory.cpp) ----
+    // Log option bits.
+    static constexpr uint64_t LogTopoOrder = 1;
+    static constexpr uint64_t LogIncludeRemotes = 2;
+    static constexpr uint64_t LogWithoutMergeHead = 16;
+    static constexpr uint64_t LogFirstParent = 32;
+    // History search modes.
+    static constexpr uint32_t SearchMessage = 0;
+    static constexpr uint32_t SearchAuthor = 1;
+    static constexpr uint32_t SearchContent = 2;
+    static constexpr uint32_t SearchHash = 4;
+    static constexpr uint32_t SearchRange = 8;
+
+    // One page of history, newest first: every branch and tag (and with LogIncludeRemotes the
+    // remote branches), or `branch` (with its upstream under LogIncludeRemotes), and the commits
+    // being merged while a merge is outstanding. Branch labels carry their ahead/behind text.
+    // A failure is shown to the user and gives no rows.
+    std::vector<vn::Record> logRevisions(const std::string& path, const std::string& latestRevision,
+                                         uint64_t skip, uint64_t limit,
+                                         const std::optional<std::string>& branch,
+                                         uint64_t options) override;
+    // The history of files and folders from HEAD; `followRenames` follows a single file through
+    // renames.
+    std::vector<vn::Record> logRevisions(const std::string& path,
+                                         const std::vector<std::string>& fileFolderPaths,
+                                         uint64_t withLimit, bool followRenames) override;
+    // The same from `startRevision` (else `branch`, else HEAD), with the ordering bits of
+    // `options`.
+    std::vector<vn::Record> logRevisions(const std::string& path,
+                                         const std::vector<std::string>& fileFolderPaths,
+                                         const std::optional<std::string>& startRevision,
+                                         uint64_t withLimit,
+                                         const std::optional<std::string>& branch, uint64_t options,
+                                         bool followRenames) override;
+    // Answers the page `rowData` asks for: its rows, whether more may follow, and whether the
+    // checked-out branch is among the labels.
+    void fillLogPage(const std::string& path, class VNLogRowData& rowData);
+    // The row that stands for uncommitted changes ("rev" "-1", first parent the checked-out
+    // commit); nothing when the working copy is clean.
+    std::optional<vn::Record> workingCopyRow(const std::string& path);
+    std::optional<vn::Record> parseLogLine(const std::string& line) override;
+    // `git log` for a search, unlaunched, decoding lossily; its lines read with parseLogLine.
+    // Null for an unknown mode.
+    std::shared_ptr<VNTask> searchLogTask(const std::string& path, const std::string& pattern,
+                                          uint32_t mode, const vn::Value::Date& from,
+                                          const vn::Value::Date& to) override;
+    // The log row's keys and "parents", "authordate", "committerdate", "message" (the whole
+    // message); empty when git does not know the revision.
+    vn::Record revisionDetails(const std::string& path, const std::string& revision) override;
+    // What the revision changed against its first parent (everything for a root commit), as
+    // status records with renames.
+    std::vector<vn::Record> revisionFileChanges(const std::string& path,
+                                                const std::string& revision) override;
+    std::vector<vn::Record> revisionRangeFileChanges(const std::string& path,
+                                                     const std::string& revisionFrom,
+                                                     const std::string& revisionTo) override;
+    // Full hash to whole message for each of the commits.
+    vn::Record fullCommitMessages(const std::string& path, const std::vector<std::string>& revs);
+    std::vector<std::string> parentRevisions(const std::string& path,
+                                             const std::string& revision) override;
+    // revisionDetails of HEAD.
+    vn::Record lastCommitDetails(const std::string& path) override;
+    // Whether the text names a commit.
+    bool revisionIsValid(const std::string& path, const std::string& revision) override;
+    // The commit a branch, tag (annotated tags peeled) or other revision names.
+    std::optional<std::string> getCommitSHA(const std::string& path,
+                                            const std::string& forLabel) override;
+    // The working file, or the file at `revision`, line by line.
+    std::vector<vn::Record> blame(const std::string& path, const std::string& file,
+                                  const std::optional<std::string>& revision) override;
+    // Writes the file as it would be checked out at the revision (filters applied); the
+    // destination is replaced only when the whole content was written.
+    bool exportFileContentAtRevision(const std::string& path, const std::string& file,
+                                     const std::string& revision,
+                                     const std::string& destFile) override;
+    // HEAD's commit; empty before the first commit.
+    std::string currentRevision(const std::string& path) override;
+    // The newest commit of the default listing (branches, tags, HEAD).
+    std::string latestRevision(const std::string& path) override;
+    // Commits reachable from branches, tags, remote branches and HEAD.
+    uint64_t revisionCount(const std::string& path) override;
+
+    std::vector<std::string> branches(const std::string& path) override;
+    std::vector<std::string> branchesSortedByMostRecentFirst(const std::string& path) override;
+    std::vector<std::string> tags(const std::string& path) override;
+    std::vector<std::string> tagsSortedByMostRecentFirst(const std::string& path) override;
+    // Every branch and tag, with LogIncludeRemotes in `options` the remote branches too; the
+    // checked-out branch carries the current marker.
+    std::vector<std::shared_ptr<VNLogLabel>> allRevisionLabels(const std::string& path,
+                                                               uint64_t options) override;
+    std::vector<vn::Record> listStashes(const std::string& path) override;
+    // Remote name to URL (the push URL where it differs).
+    vn::Record remoteRepositories(const std::string& path) override;
+    // "name" and "path" (the fetch URL) of each remote.
+    std::vector<vn::Record> remotePaths(const std::string& path) override;
+    // Adds the remotes that are new and gives existing ones their new path; remotes not listed
+    // are kept (removeRemote removes one).
+    bool setRemotePaths(const std::string& path, const std::vector<vn::Record>& remotes) override;
+    bool removeRemote(const std::string& path, const std::string& name) override;
+    // Remote branches as "remote/branch", without the remotes' symbolic HEADs.
+    std::vector<std::string> remoteBranches(const std::string& path);
+    // Local branch to [ahead, behind] for branches that differ from their upstream.
+    vn::Record branchesWithCommitsAheadBehind(const std::string& path);
+    // Local branch to its upstream ("origin/main") where the upstream is a remote branch.
+    vn::Record trackingBranchesForPull(const std::string& path);
+    // `git remote show` (with -n unless `queryRemote`), the push mapping completed from the
+    // configuration as git's push rules would push.
+    std::shared_ptr<class VNGitRemoteInfo> remoteInfo(const std::string& path,
+                                                      const std::string& remoteName,
+                                                      bool queryRemote);
 
     // ---- Diffs (VNRepoHandlerGitDiff.cpp) ----
 

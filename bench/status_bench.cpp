@@ -1,0 +1,357 @@
+// The Git status listing on a working copy of 100,000 tracked files, about 3% of them modified,
+// a thousand untracked and two hundred ignored. Each benchmark runs two ways of getting a listing
+// in pairs, alternating which goes first, so that the load of a shared machine falls on both
+// alike; it reports each side's median time and the median of the pairs' ratios.
+//
+//   BM_DefaultMaskVsPlainStatus    fileStatus with the mask 766 (the status parsed into records)
+//                                  against `git status --porcelain --untracked-files=all` through
+//                                  VNTask with the same arguments, its output not read
+//   BM_WithCleanVsOneAfterAnother  the mask 767 (status and tracked files side by side) against
+//                                  the same two listings one after the other, merged the same way
+//   BM_EverythingVsOneAfterAnother the mask 1023 (all three listings) likewise
+//   BM_ParseDefaultStatus          the reading of that status's text into records alone, with
+//   / ...WithoutDisk               and without the check of modified paths for submodule folders
+//
+// The working copy is made once under $TMPDIR (or /tmp) as varnel-status-bench-100k and reused;
+// delete it to start afresh.
+
+#include <benchmark/benchmark.h>
+#include <stdlib.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+#include <tuple>
+#include <vector>
+
+#include "general/VNTask.h"
+#include "git/VNGitStatusParser.h"
+#include "git/VNRepoHandlerGit.h"
+#include "platform/FileSystem.h"
+#include "platform/Process.h"
+
+namespace {
+
+constexpr int kFolders = 1000;
+constexpr int kFilesPerFolder = 100;  // 100,000 tracked files
+constexpr int kModifiedEvery = 33;    // ~3%
+constexpr int kUntracked = 1000;
+constexpr int kIgnored = 200;
+constexpr const char* kReadyMarker = "varnel-bench-ready-v1";
+
+std::string& scratchFolder() {
+    static std::string folder;
+    return folder;
+}
+
+std::string baseFolder() {
+    const char* tmp = std::getenv("TMPDIR");
+    return std::string(tmp && *tmp ? tmp : "/tmp");
+}
+
+bool isolateEnvironment() {
+    std::string pattern = baseFolder() + "/varnel-bench.XXXXXX";
+    if (::mkdtemp(pattern.data()) == nullptr) {
+        std::perror("mkdtemp");
+        return false;
+    }
+    scratchFolder() = pattern;
+    for (const auto& [variable, name] :
+         {std::pair{"HOME", "home"}, std::pair{"XDG_CONFIG_HOME", "config"},
+          std::pair{"XDG_DATA_HOME", "data"}}) {
+        std::string path = pattern + "/" + name;
+        std::filesystem::create_directories(path);
+        ::setenv(variable, path.c_str(), 1);
+    }
+    ::setenv("GIT_CONFIG_NOSYSTEM", "1", 1);
+    ::setenv("GIT_AUTHOR_NAME", "Bench", 1);
+    ::setenv("GIT_COMMITTER_NAME", "Bench", 1);
+    ::setenv("GIT_AUTHOR_EMAIL", "bench@example.com", 1);
+    ::setenv("GIT_COMMITTER_EMAIL", "bench@example.com", 1);
+    vn::Process::setMayStartSession(false);
+    return true;
+}
+
+std::shared_ptr<VNRepoHandlerGit> handler() {
+    static auto shared = std::make_shared<VNRepoHandlerGit>();
+    return shared;
+}
+
+bool git(const std::string& folder, const std::vector<std::string>& args) {
+    auto all = handler()->defaultArgsForPath(folder, args.front());
+    all.insert(all.end(), args.begin() + 1, args.end());
+    auto task = VNTask::taskWithCommand(handler()->gitPath(), folder, std::move(all));
+    if (!task->run()) {
+        std::fprintf(stderr, "git %s failed: %s\n", args.front().c_str(),
+                     task->errorOutput().c_str());
+        return false;
+    }
+    return true;
+}
+
+void write(const std::string& path, const std::string& text) {
+    std::ofstream(path, std::ios::binary | std::ios::trunc) << text;
+}
+
+std::string fileName(int folder, int file) {
+    char name[64];
+    std::snprintf(name, sizeof name, "d%04d/file%03d.txt", folder, file);
+    return name;
+}
+
+// Made once: committing 100,000 files takes a while.
+const std::string& workingCopy() {
+    static const std::string path = [] {
+        std::string folder = baseFolder() + "/varnel-status-bench-100k";
+        if (vn::fs::exists(folder + "/.git/" + kReadyMarker)) {
+            return folder;
+        }
+        std::error_code ec;
+        std::filesystem::remove_all(folder, ec);
+        std::filesystem::create_directories(folder);
+        std::fprintf(stderr, "Making the 100,000-file working copy in %s ...\n", folder.c_str());
+        for (int d = 0; d < kFolders; ++d) {
+            std::filesystem::create_directories(folder + "/" + fileName(d, 0).substr(0, 5));
+            for (int f = 0; f < kFilesPerFolder; ++f) {
+                write(folder + "/" + fileName(d, f),
+                      "file " + std::to_string(d * kFilesPerFolder + f) + "\nsecond line\n");
+            }
+        }
+        write(folder + "/.gitignore", "*.o\n");
+        // No automatic repacking in the background while the benchmarks run.
+        if (!git(folder, {"init", "-q"}) || !git(folder, {"config", "gc.auto", "0"}) ||
+            !git(folder, {"add", "-A"}) || !git(folder, {"commit", "-q", "-m", "100,000 files"})) {
+            return std::string();
+        }
+        int index = 0;
+        for (int d = 0; d < kFolders; ++d) {
+            for (int f = 0; f < kFilesPerFolder; ++f, ++index) {
+                if (index % kModifiedEvery == 0) {
+                    write(folder + "/" + fileName(d, f), "changed " + std::to_string(index) + "\n");
+                }
+            }
+        }
+        for (int i = 0; i < kUntracked; ++i) {
+            write(folder + "/" + fileName(i % kFolders, 0).substr(0, 5) + "/new" +
+                      std::to_string(i) + ".txt",
+                  "new\n");
+        }
+        for (int i = 0; i < kIgnored; ++i) {
+            write(folder + "/" + fileName(i * 5 % kFolders, 0).substr(0, 5) + "/build" +
+                      std::to_string(i) + ".o",
+                  "object\n");
+        }
+        // Refreshes the index's file times so that every later status sees the same work.
+        git(folder, {"status", "--porcelain"});
+        write(folder + "/.git/" + kReadyMarker, "ready\n");
+        return folder;
+    }();
+    return path;
+}
+
+std::shared_ptr<VNTask> listingTask(const std::string& command,
+                                    const std::vector<std::string>& words) {
+    const std::string& path = workingCopy();
+    auto args = handler()->defaultArgsForPath(path, command);
+    args.insert(args.end(), words.begin(), words.end());
+    return VNTask::taskWithCommand(handler()->gitPath(), path, std::move(args));
+}
+
+const std::vector<std::string> kStatusWords = {"--porcelain", "--ignore-submodules=dirty",
+                                               "--untracked-files=all"};
+
+bool plainStatus() {
+    auto task = listingTask("status", kStatusWords);
+    bool ok = task->run();
+    benchmark::DoNotOptimize(task->output().size());
+    return ok;
+}
+
+std::function<bool()> fileStatus(uint64_t mask) {
+    return [mask] { return !handler()->fileStatus(workingCopy(), mask).empty(); };
+}
+
+// The listings one after another, merged exactly as fileStatus merges them.
+std::function<bool()> oneAfterAnother(uint64_t mask) {
+    return [mask] {
+        const std::string& path = workingCopy();
+        auto status = listingTask("status", kStatusWords);
+        auto tracked = listingTask("ls-files", {"--cached"});
+        auto ignored = listingTask("ls-files", {"-o", "--ignored", "--exclude-standard"});
+        if (!status->run() || !tracked->run() || ((mask & 256) && !ignored->run())) {
+            return false;
+        }
+        std::optional<std::string_view> ignoredText;
+        if (mask & 256) {
+            ignoredText = ignored->output();
+        }
+        auto isFolder = [&path](const std::string& relative) {
+            return vn::fs::isDirectory(path + "/" + relative);
+        };
+        return !VNGitStatusParser::fileStatusRecords(status->output(), tracked->output(),
+                                                     ignoredText, mask, isFolder)
+                    .empty();
+    };
+}
+
+double median(std::vector<double> values) {
+    std::sort(values.begin(), values.end());
+    std::size_t n = values.size();
+    return n == 0 ? 0 : n % 2 ? values[n / 2] : (values[n / 2 - 1] + values[n / 2]) / 2;
+}
+
+void paired(benchmark::State& state, const std::function<bool()>& first,
+            const std::function<bool()>& second) {
+    if (workingCopy().empty()) {
+        state.SkipWithError("the working copy could not be made");
+        return;
+    }
+    auto timed = [](const std::function<bool()>& work, std::vector<double>& times) {
+        auto start = std::chrono::steady_clock::now();
+        bool ok = work();
+        times.push_back(
+            std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());
+        return ok;
+    };
+    std::vector<double> firstTimes;
+    std::vector<double> secondTimes;
+    bool firstGoesFirst = true;
+    for (auto _ : state) {
+        bool ok = firstGoesFirst ? timed(first, firstTimes) && timed(second, secondTimes)
+                                 : timed(second, secondTimes) && timed(first, firstTimes);
+        if (!ok) {
+            state.SkipWithError("a listing failed");
+            return;
+        }
+        firstGoesFirst = !firstGoesFirst;
+    }
+    std::vector<double> ratios;
+    for (std::size_t i = 0; i < firstTimes.size(); ++i) {
+        ratios.push_back(firstTimes[i] / secondTimes[i]);
+    }
+    state.counters["ours_ms"] = median(firstTimes) * 1e3;
+    state.counters["other_ms"] = median(secondTimes) * 1e3;
+    state.counters["ratio"] = median(ratios);
+}
+
+void BM_DefaultMaskVsPlainStatus(benchmark::State& state) {
+    paired(state, fileStatus(766), plainStatus);
+}
+
+void BM_WithCleanVsOneAfterAnother(benchmark::State& state) {
+    paired(state, fileStatus(767), oneAfterAnother(767));
+}
+
+void BM_EverythingVsOneAfterAnother(benchmark::State& state) {
+    paired(state, fileStatus(1023), oneAfterAnother(1023));
+}
+
+// What fileStatus adds to the status run for the mask 766: reading the lines into records,
+// with (as fileStatus does) and without the look at the disk for each modified path that tells
+// submodule folders from files.
+void parseDefaultStatus(benchmark::State& state, bool lookAtDisk) {
+    auto task = listingTask("status", kStatusWords);
+    if (workingCopy().empty() || !task->run()) {
+        state.SkipWithError("git status failed");
+        return;
+    }
+    const std::string& path = workingCopy();
+    std::function<bool(const std::string&)> isFolder;
+    if (lookAtDisk) {
+        isFolder = [&path](const std::string& relative) {
+            std::error_code error;
+            return std::filesystem::is_directory(std::filesystem::symlink_status(
+                vn::fs::appendPathComponent(path, relative), error));
+        };
+    }
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(VNGitStatusParser::fileStatusRecords(
+            task->output(), std::optional<std::string_view>(), std::nullopt, 766, isFolder));
+    }
+    state.counters["lines"] = static_cast<double>(VNGitStatusParser::lines(task->output()).size());
+}
+
+void BM_ParseDefaultStatus(benchmark::State& state) {
+    parseDefaultStatus(state, true);
+}
+
+void BM_ParseDefaultStatusWithoutDisk(benchmark::State& state) {
+    parseDefaultStatus(state, false);
+}
+
+BENCHMARK(BM_ParseDefaultStatus)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_ParseDefaultStatusWithoutDisk)->Unit(benchmark::kMillisecond);
+
+BENCHMARK(BM_DefaultMaskVsPlainStatus)
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime()
+    ->Iterations(40);
+BENCHMARK(BM_WithCleanVsOneAfterAnother)
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime()
+    ->Iterations(20);
+BENCHMARK(BM_EverythingVsOneAfterAnother)
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime()
+    ->Iterations(20);
+
+// Keeps each benchmark's pair figures for the closing lines.
+class RatioReporter : public benchmark::ConsoleReporter {
+  public:
+    using ConsoleReporter::ConsoleReporter;
+
+    void ReportRuns(const std::vector<Run>& runs) override {
+        for (const Run& run : runs) {
+            if (!run.error_occurred) {
+                auto counter = [&run](const char* name) {
+                    auto it = run.counters.find(name);
+                    return it == run.counters.end() ? 0.0 : double(it->second);
+                };
+                figures_[run.run_name.function_name] = {counter("ours_ms"), counter("other_ms"),
+                                                        counter("ratio")};
+            }
+        }
+        ConsoleReporter::ReportRuns(runs);
+    }
+
+    void printRatio(const char* what, const std::string& name) const {
+        auto it = figures_.find(name);
+        if (it != figures_.end()) {
+            const auto& [ours, other, ratio] = it->second;
+            std::printf("%-52s %7.1f ms / %7.1f ms, median ratio %.3f\n", what, ours, other, ratio);
+        }
+    }
+
+  private:
+    std::map<std::string, std::tuple<double, double, double>> figures_;
+};
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    benchmark::Initialize(&argc, argv);
+    if (benchmark::ReportUnrecognizedArguments(argc, argv)) {
+        return 1;
+    }
+    if (!isolateEnvironment()) {
+        return 1;
+    }
+    RatioReporter reporter(benchmark::ConsoleReporter::OO_Tabular);
+    benchmark::RunSpecifiedBenchmarks(&reporter);
+    std::printf("\nMedians of the pairs:\n");
+    reporter.printRatio("fileStatus 766 / plain git status", "BM_DefaultMaskVsPlainStatus");
+    reporter.printRatio("fileStatus 767 side by side / one after another",
+                        "BM_WithCleanVsOneAfterAnother");
+    reporter.printRatio("fileStatus 1023 side by side / one after another",
+                        "BM_EverythingVsOneAfterAnother");
+    benchmark::Shutdown();
+    std::error_code ec;
+    std::filesystem::remove_all(scratchFolder(), ec);
+    return 0;
+}

@@ -1,0 +1,87 @@
+#include <filesystem>
+#include <iostream>
+#include <string>
+
+#include "cli/Cli.h"
+#include "cli/HistoryCli.h"
+#include "git/VNRepoHandlerGit.h"
+
+namespace vn::cli {
+
+int runBlame(Arguments& args) {
+    bool json = args.flag("--json");
+    std::optional<std::string> revision = args.option("--rev");
+    auto rest = args.positional();
+    if (!args.error().empty()) {
+        return usageError(args.error());
+    }
+    if (rest.size() != 1 || rest[0].empty()) {
+        return usageError("blame takes one file");
+    }
+    if (revision && revision->empty()) {
+        return usageError("--rev needs a revision");
+    }
+    std::error_code error;
+    std::filesystem::path file = std::filesystem::absolute(rest[0], error).lexically_normal();
+    if (error) {
+        std::cerr << "vrnl: " << rest[0] << ": " << error.message() << "\n";
+        return 1;
+    }
+    // The folder holding the file finds the repository, also for a file deleted since the
+    // revision.
+    auto workingCopy = history::findGitWorkingCopy(file.parent_path().string());
+    if (!workingCopy) {
+        return 1;
+    }
+    std::filesystem::path canonicalFolder =
+        std::filesystem::weakly_canonical(file.parent_path(), error);
+    std::string relative =
+        (canonicalFolder / file.filename()).lexically_relative(workingCopy->path).generic_string();
+    if (relative.empty() || relative.starts_with("..")) {
+        std::cerr << "vrnl: " << rest[0] << " is outside the repository\n";
+        return 1;
+    }
+    auto& handler = *workingCopy->handler;
+    if (revision && !handler.revisionIsValid(workingCopy->path, *revision)) {
+        std::cerr << "vrnl: no commit \"" << *revision << "\"\n";
+        return 1;
+    }
+    std::vector<Record> lines = handler.blame(workingCopy->path, relative, revision);
+    if (lines.empty()) {
+        // Only an empty working file has no lines to show; anything else is git's refusal.
+        bool emptyFile = !revision && std::filesystem::is_regular_file(file, error) &&
+                         std::filesystem::file_size(file, error) == 0;
+        if (!emptyFile) {
+            std::cerr << "vrnl: cannot blame " << rest[0]
+                      << (std::filesystem::exists(file, error) || revision
+                              ? " (is it tracked by git?)\n"
+                              : " (no such file)\n");
+            return 1;
+        }
+    }
+    if (json) {
+        printJson(Value::Array(lines.begin(), lines.end()));
+        return 0;
+    }
+    std::size_t shortWidth = 0, nameWidth = 0, numberWidth = 0;
+    for (const Record& line : lines) {
+        shortWidth = std::max(shortWidth, line.string("changesetshort").size());
+        nameWidth = std::max(nameWidth, history::nameOnly(line.string("user")).size());
+        numberWidth = std::max(numberWidth, line.string("line").size());
+    }
+    nameWidth = std::min<std::size_t>(nameWidth, 24);
+    std::string out;
+    for (const Record& line : lines) {
+        std::string name = history::nameOnly(line.string("user")).substr(0, nameWidth);
+        std::string number = line.string("line");
+        out += colour(line.string("changesetshort"), "33") + " " +
+               colour(name + std::string(nameWidth - name.size(), ' '), "34") + " " +
+               colour(history::shortDate(line["date"]).substr(0, 10), "2") + " " +
+               std::string(numberWidth - number.size(), ' ') + number + " " +
+               line.string("linecontents") + "\n";
+    }
+    std::cout << out << std::flush;
+    return 0;
+}
+
+}  // namespace vn::cli

@@ -1,0 +1,154 @@
+#include "cli/HistoryCli.h"
+
+#include <charconv>
+#include <ctime>
+#include <filesystem>
+#include <iostream>
+
+#include "app/VNApplication.h"
+#include "cli/Cli.h"
+#include "general/VNLogDescriptionEntry.h"
+#include "general/VNLogLabel.h"
+#include "git/VNRepoHandlerGit.h"
+
+namespace vn::cli::history {
+
+std::optional<GitWorkingCopy> findGitWorkingCopy(const std::string& start) {
+    std::error_code error;
+    std::filesystem::path folder = std::filesystem::canonical(start, error);
+    if (error) {
+        std::cerr << "vrnl: " << start << ": " << error.message() << "\n";
+        return std::nullopt;
+    }
+    if (!std::filesystem::is_directory(folder, error)) {
+        folder = folder.parent_path();
+    }
+    const VNApplication& application = VNApplication::shared();
+    for (;;) {
+        VNRepositoryType type = application.determineRepositoryType(folder.string());
+        if (type == VNRepositoryTypeGit) {
+            auto handler = std::dynamic_pointer_cast<VNRepoHandlerGit>(
+                application.handlerForType(VNRepositoryTypeGit));
+            if (!handler) {
+                break;
+            }
+            return GitWorkingCopy{folder.string(), std::move(handler)};
+        }
+        if (type != VNRepositoryTypeUnknown) {
+            std::cerr << "vrnl: " << folder.string() << " is not a Git repository\n";
+            return std::nullopt;
+        }
+        if (!folder.has_parent_path() || folder.parent_path() == folder) {
+            break;
+        }
+        folder = folder.parent_path();
+    }
+    std::cerr << "vrnl: not inside a Git repository: " << start << "\n";
+    return std::nullopt;
+}
+
+std::optional<uint64_t> parseCount(const std::string& text) {
+    uint64_t value = 0;
+    const char* end = text.data() + text.size();
+    auto [rest, error] = std::from_chars(text.data(), end, value);
+    if (text.empty() || error != std::errc() || rest != end) {
+        return std::nullopt;
+    }
+    return value;
+}
+
+std::optional<Value::Date> parseDay(const std::string& text) {
+    int year = 0, month = 0, day = 0;
+    if (text.size() != 10 || text[4] != '-' || text[7] != '-') {
+        return std::nullopt;
+    }
+    auto number = [&](std::size_t from, std::size_t length, int& out) {
+        auto [rest, error] = std::from_chars(text.data() + from, text.data() + from + length, out);
+        return error == std::errc() && rest == text.data() + from + length;
+    };
+    if (!number(0, 4, year) || !number(5, 2, month) || !number(8, 2, day) || month < 1 ||
+        month > 12 || day < 1 || day > 31) {
+        return std::nullopt;
+    }
+    std::tm fields{};
+    fields.tm_year = year - 1900;
+    fields.tm_mon = month - 1;
+    fields.tm_mday = day;
+    fields.tm_isdst = -1;
+    return std::chrono::system_clock::from_time_t(std::mktime(&fields));
+}
+
+std::string shortDate(const Value& date) {
+    const Value::Date* point = date.date();
+    if (!point) {
+        return {};
+    }
+    std::time_t time = std::chrono::system_clock::to_time_t(*point);
+    std::tm local{};
+    ::localtime_r(&time, &local);
+    char buffer[32];
+    std::strftime(buffer, sizeof buffer, "%Y-%m-%d %H:%M", &local);
+    return buffer;
+}
+
+std::string nameOnly(const std::string& user) {
+    std::size_t bracket = user.rfind(" <");
+    return bracket == std::string::npos ? user : user.substr(0, bracket);
+}
+
+std::string labelText(const VNLogLabel& label) {
+    std::string text;
+    switch (label.type()) {
+        case VNLogLabel::LocalBranch:
+            text = label.currentMarker() ? colour("HEAD -> ", "1;36") : "";
+            text += colour(label.label(), "1;32");
+            break;
+        case VNLogLabel::RemoteBranch:
+            text = colour(label.label(), "1;31");
+            break;
+        default:
+            // The detached HEAD shares the tag type; it reads as git writes it.
+            text = label.label() == "HEAD" && label.ref() == "HEAD"
+                       ? colour("HEAD", "1;36")
+                       : colour(std::string("tag: ").append(label.label()), "1;33");
+            break;
+    }
+    if (!label.annotation().empty()) {
+        // Appended piece by piece: `" " + text` trips a false -Wrestrict in optimised g++ 12.
+        text.append(" ").append(
+            colour(std::string("[").append(label.annotation()).append("]"), "35"));
+    }
+    return text;
+}
+
+std::string labelsText(const Value& descriptionEntry) {
+    auto entry = descriptionEntry.objectAs<VNLogDescriptionEntry>();
+    if (!entry || entry->labels().empty()) {
+        return {};
+    }
+    std::string text = " (";
+    bool first = true;
+    for (const auto& label : entry->labels()) {
+        if (!first) {
+            text += ", ";
+        }
+        first = false;
+        text += labelText(*label);
+    }
+    return text + ")";
+}
+
+std::string rowLine(const Record& row) {
+    auto entry = row["descriptionentry"].objectAs<VNLogDescriptionEntry>();
+    std::string line = colour(row.string("changesetshort"), "33");
+    line.append(" ").append(colour(shortDate(row["date"]), "2"));
+    line.append(" ").append(colour(nameOnly(row.string("user")), "34"));
+    line.append(labelsText(row["descriptionentry"]));
+    line.append(" ");
+    if (entry) {
+        line.append(entry->description());
+    }
+    return line;
+}
+
+}  // namespace vn::cli::history

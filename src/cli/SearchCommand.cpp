@@ -1,0 +1,156 @@
+#include <chrono>
+#include <iostream>
+#include <string>
+
+#include "cli/Cli.h"
+#include "cli/HistoryCli.h"
+#include "general/Json.h"
+#include "git/VNRepoHandlerGit.h"
+#include "platform/NotificationCenter.h"
+
+namespace vn::cli {
+
+namespace {
+
+// Prints each hit as soon as its whole line has arrived.
+class HitPrinter {
+  public:
+    HitPrinter(VNRepoHandlerGit& handler, bool json) : handler_(handler), json_(json) {
+        if (json_) {
+            std::cout << "[" << std::flush;
+        }
+    }
+
+    void take(const std::string& text) {
+        pending_ += text;
+        std::size_t from = 0;
+        for (std::size_t end; (end = pending_.find('\n', from)) != std::string::npos;
+             from = end + 1) {
+            print(pending_.substr(from, end - from));
+        }
+        pending_.erase(0, from);
+    }
+
+    // The last line may come without a newline.
+    std::size_t finish() {
+        if (!pending_.empty()) {
+            print(pending_);
+            pending_.clear();
+        }
+        if (json_) {
+            std::cout << (hits_ ? "\n]\n" : "]\n") << std::flush;
+        }
+        return hits_;
+    }
+
+  private:
+    void print(const std::string& line) {
+        auto row = handler_.parseLogLine(line);
+        if (!row) {
+            return;
+        }
+        if (json_) {
+            std::cout << (hits_ ? ",\n  " : "\n  ") << toJson(*row) << std::flush;
+        } else {
+            std::cout << history::rowLine(*row) << "\n" << std::flush;
+        }
+        ++hits_;
+    }
+
+    VNRepoHandlerGit& handler_;
+    bool json_;
+    std::string pending_;
+    std::size_t hits_ = 0;
+};
+
+}  // namespace
+
+int runSearch(Arguments& args) {
+    bool json = args.flag("--json");
+    struct ModeFlag {
+        const char* flag;
+        uint32_t mode;
+    };
+    static const ModeFlag modes[] = {
+        {"--message", VNRepoHandlerGit::SearchMessage},
+        {"--author", VNRepoHandlerGit::SearchAuthor},
+        {"--content", VNRepoHandlerGit::SearchContent},
+        {"--hash", VNRepoHandlerGit::SearchHash},
+        {"--range", VNRepoHandlerGit::SearchRange},
+    };
+    std::optional<uint32_t> mode;
+    std::optional<std::string> pattern;
+    for (const ModeFlag& candidate : modes) {
+        if (auto value = args.option(candidate.flag)) {
+            if (mode) {
+                return usageError(
+                    "search takes one of --message, --author, --content, --hash, "
+                    "--range");
+            }
+            mode = candidate.mode;
+            pattern = value;
+        }
+    }
+    std::optional<std::string> sinceText = args.option("--since");
+    std::optional<std::string> untilText = args.option("--until");
+    auto rest = args.positional();
+    if (!args.error().empty()) {
+        return usageError(args.error());
+    }
+    if (!mode || !rest.empty()) {
+        return usageError(
+            "search needs --message, --author, --content, --hash or --range with "
+            "a pattern");
+    }
+    if (pattern->empty()) {
+        return usageError("search needs a pattern that is not empty");
+    }
+    // Without dates the whole history is searched (the engine starts at 1980 and stops two days
+    // ahead).
+    Value::Date since = std::chrono::system_clock::from_time_t(0);
+    Value::Date until = std::chrono::system_clock::now() + std::chrono::hours(24 * 365);
+    if (sinceText) {
+        auto day = history::parseDay(*sinceText);
+        if (!day) {
+            return usageError("--since needs a day as YYYY-MM-DD");
+        }
+        since = *day;
+    }
+    if (untilText) {
+        auto day = history::parseDay(*untilText);
+        if (!day) {
+            return usageError("--until needs a day as YYYY-MM-DD");
+        }
+        until = *day;
+    }
+
+    auto workingCopy = history::findGitWorkingCopy(".");
+    if (!workingCopy) {
+        return 1;
+    }
+    auto& handler = *workingCopy->handler;
+    auto task = handler.searchLogTask(workingCopy->path, *pattern, *mode, since, until);
+    if (!task) {
+        return usageError("unknown search mode");
+    }
+    task->setReturnProgressiveOutput(true);
+    HitPrinter printer(handler, json);
+    VNTask* observed = task.get();
+    auto observation = NotificationCenter::defaultCenter().addObserver(
+        VNTask::OutputReceivedNotification, observed,
+        [&printer, observed](const Notification&) { printer.take(observed->newOutput()); });
+    bool ok = task->run();
+    observation.reset();
+    std::size_t hits = printer.finish();
+    if (!ok) {
+        std::string message = task->errorOutput();
+        while (!message.empty() && message.back() == '\n') {
+            message.pop_back();
+        }
+        std::cerr << "vrnl: " << (message.empty() ? "git log failed" : message) << "\n";
+        return 1;
+    }
+    return hits > 0 ? 0 : 1;
+}
+
+}  // namespace vn::cli

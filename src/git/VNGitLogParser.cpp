@@ -1,0 +1,537 @@
+#include "git/VNGitLogParser.h"
+
+#include <algorithm>
+#include <cctype>
+#include <charconv>
+#include <chrono>
+#include <map>
+#include <set>
+
+#include "general/VNFileStatusEntity.h"
+#include "general/VNLogDescriptionEntry.h"
+#include "general/VNLogLabel.h"
+#include "general/VNRepoHandlerBase.h"
+#include "git/VNGitStatusParser.h"
+#include "platform/Localized.h"
+
+namespace {
+
+constexpr std::string_view Sep = VNGitLogParser::FieldSeparator;
+constexpr std::string_view HeadsPrefix = "refs/heads/";
+constexpr std::string_view TagsPrefix = "refs/tags/";
+constexpr std::string_view RemotesPrefix = "refs/remotes/";
+constexpr std::string_view RemoteTagsPrefix = "refs/remotes/tags/";
+
+// Splits `text` at the separator into at most `count` fields, the last keeping any further
+// separators; answers how many fields it found.
+std::size_t splitFields(std::string_view text, std::string_view* fields, std::size_t count) {
+    std::size_t found = 0;
+    while (found + 1 < count) {
+        std::size_t at = text.find(Sep);
+        if (at == std::string_view::npos) {
+            break;
+        }
+        fields[found++] = text.substr(0, at);
+        text.remove_prefix(at + Sep.size());
+    }
+    fields[found++] = text;
+    return found;
+}
+
+vn::Value dateValue(std::string_view text) {
+    if (auto date = vn::dateFromToolDateString(text)) {
+        return *date;
+    }
+    return {};
+}
+
+bool isDigit(char c) {
+    return c >= '0' && c <= '9';
+}
+
+// Reads the dates of a listing through the shared reader once per hour of local time. Within an
+// hour local time runs evenly, and a page of history holds many commits of the same hour, while
+// each local-time conversion asks the system for the time zone again (a file check each time
+// unless TZ is set).
+class HourlyDates {
+  public:
+    vn::Value read(std::string_view text) {
+        // "YYYY-MM-DD HH:MM:SS" and an optional " +hhmm" or " -hhmm"; anything else goes to
+        // the reader as it is.
+        std::string_view zone = text.size() >= 19 ? text.substr(19) : std::string_view("?");
+        bool plainZone = zone.empty() || (zone.size() == 6 && zone[0] == ' ' &&
+                                          (zone[1] == '+' || zone[1] == '-') && isDigit(zone[2]) &&
+                                          isDigit(zone[3]) && isDigit(zone[4]) && isDigit(zone[5]));
+        if (!plainZone || text[13] != ':' || text[16] != ':' || !isDigit(text[14]) ||
+            !isDigit(text[15]) || !isDigit(text[17]) || !isDigit(text[18])) {
+            return dateValue(text);
+        }
+        int minutes = (text[14] - '0') * 10 + (text[15] - '0');
+        int seconds = (text[17] - '0') * 10 + (text[18] - '0');
+        if (minutes > 59 || seconds > 59) {
+            return dateValue(text);
+        }
+        std::string_view hour = text.substr(0, 13);
+        if (hour != hourText_) {
+            hourText_.assign(hour);
+            hourStart_ = vn::dateFromToolDateString(hourText_ + ":00:00");
+        }
+        if (!hourStart_) {
+            return {};
+        }
+        return *hourStart_ + std::chrono::seconds(minutes * 60 + seconds);
+    }
+
+  private:
+    std::string hourText_;
+    std::optional<vn::Value::Date> hourStart_;
+};
+
+// The parents field: first, second, and the rest as an array.
+void setParents(vn::Record& row, std::string_view parents) {
+    // Most commits have at most two parents; their rows share one empty array.
+    static const vn::Value noOtherParents = vn::Value::Array{};
+    std::string_view first, second;
+    vn::Value::Array others;
+    std::size_t index = 0;
+    while (!parents.empty()) {
+        std::size_t blank = parents.find(' ');
+        std::string_view parent = parents.substr(0, blank);
+        parents.remove_prefix(blank == std::string_view::npos ? parents.size() : blank + 1);
+        if (parent.empty()) {
+            continue;
+        }
+        if (index == 0) {
+            first = parent;
+        } else if (index == 1) {
+            second = parent;
+        } else {
+            others.emplace_back(parent);
+        }
+        ++index;
+    }
+    row.set("parentid1", first);
+    row.set("parentid2", second);
+    row.set("otherparentids", others.empty() ? noOtherParents : vn::Value(std::move(others)));
+}
+
+vn::Record makeRow(std::string_view hash, std::string_view shortHash, std::string_view parents,
+                   vn::Value date, std::string_view committer, std::string_view author,
+                   std::string_view subject, VNLogDescriptionEntry::LabelList labels) {
+    // Copying a record with every key in place sizes it exactly; keys set one by one would
+    // leave room for 16, which a long history pays for in every row.
+    static const vn::Record shape{
+        {"rev", nullptr},
+        {"changeset", nullptr},
+        {"changesetshort", nullptr},
+        {"parentid1", nullptr},
+        {"parentid2", nullptr},
+        {"otherparentids", nullptr},
+        {"date", nullptr},
+        {"user", nullptr},
+        {"committer", nullptr},
+        {"branch", nullptr},
+        {"descriptionentry", nullptr},
+    };
+    vn::Record row = shape;
+    std::string rev(hash);
+    row.set("rev", rev);
+    row.set("changeset", std::move(rev));
+    row.set("changesetshort", shortHash);
+    setParents(row, parents);
+    row.set("date", std::move(date));
+    row.set("user", author);
+    row.set("committer", committer);
+    row.set("branch", "");
+    row.set("descriptionentry",
+            std::make_shared<const VNLogDescriptionEntry>(std::string(subject), std::move(labels)));
+    return row;
+}
+
+}  // namespace
+
+std::string VNGitLogParser::logFormatArgument(bool authorDate) {
+    std::string format = "--format=%H";
+    for (std::string_view field :
+         {"%h", "%P", authorDate ? "%ai" : "%ci", "%cn <%ce>", "%an <%ae>", "%d", "%s"}) {
+        format.append(Sep).append(field);
+    }
+    return format;
+}
+
+std::string VNGitLogParser::aheadBehindAnnotation(int64_t ahead, int64_t behind) {
+    std::string text;
+    if (ahead > 0) {
+        text = vn::localizedFormat("GitAheadAnnotate", ahead);
+    }
+    if (behind > 0) {
+        if (!text.empty()) {
+            text.push_back(' ');
+        }
+        text += vn::localizedFormat("GitBehindAnnotate", behind);
+    }
+    return text;
+}
+
+std::vector<std::shared_ptr<VNLogLabel>> VNGitLogParser::labelsFromDecoration(
+    std::string_view decoration, const std::string& hash, LabelScan scan,
+    const vn::Record* aheadBehind) {
+    std::vector<std::shared_ptr<VNLogLabel>> labels;
+    // " (HEAD -> refs/heads/main, tag: refs/tags/v1)": items are separated by ", ", which no
+    // reference name can hold (names cannot contain blanks), while "," and parentheses can.
+    while (!decoration.empty() && decoration.front() == ' ') {
+        decoration.remove_prefix(1);
+    }
+    if (decoration.starts_with("(") && decoration.ends_with(")")) {
+        decoration = decoration.substr(1, decoration.size() - 2);
+    }
+    while (!decoration.empty()) {
+        std::size_t comma = decoration.find(", ");
+        std::string_view item = decoration.substr(0, comma);
+        decoration.remove_prefix(comma == std::string_view::npos ? decoration.size() : comma + 2);
+
+        bool current = false;
+        if (item == "HEAD") {
+            labels.push_back(
+                VNLogLabel::labelWithLabel("HEAD", VNLogLabel::Tag, hash, hash, "HEAD"));
+            continue;
+        }
+        if (item.starts_with("HEAD -> ")) {
+            item.remove_prefix(8);
+            current = true;
+        } else if (item.starts_with("tag: ")) {
+            item.remove_prefix(5);
+        }
+        std::string_view name;
+        int32_t type;
+        if (item.starts_with(HeadsPrefix)) {
+            name = item.substr(HeadsPrefix.size());
+            type = VNLogLabel::LocalBranch;
+        } else if (item.starts_with(TagsPrefix)) {
+            name = item.substr(TagsPrefix.size());
+            type = VNLogLabel::Tag;
+        } else if (scan == LabelScan::Full && item.starts_with(RemoteTagsPrefix)) {
+            name = item.substr(RemoteTagsPrefix.size());
+            type = VNLogLabel::RemoteBranch;
+        } else if (scan == LabelScan::Full && item.starts_with(RemotesPrefix)) {
+            name = item.substr(RemotesPrefix.size());
+            type = VNLogLabel::RemoteBranch;
+        } else {
+            continue;  // "grafted", "refs/stash", and references of other kinds
+        }
+        if (name.empty()) {
+            continue;
+        }
+        auto label =
+            VNLogLabel::labelWithLabel(std::string(name), type, hash, hash, std::string(item));
+        label->setCurrentMarker(current);
+        if (type == VNLogLabel::LocalBranch && scan == LabelScan::Full && aheadBehind) {
+            if (const vn::Value* counts = aheadBehind->find(name)) {
+                const vn::Value::Array* pair = counts->array();
+                if (pair && pair->size() == 2) {
+                    label->setAnnotation(
+                        aheadBehindAnnotation((*pair)[0].toInt(), (*pair)[1].toInt()));
+                }
+            }
+        }
+        labels.push_back(std::move(label));
+    }
+    return labels;
+}
+
+namespace {
+
+std::optional<vn::Record> parseRow(std::string_view line, VNGitLogParser::LabelScan scan,
+                                   const vn::Record* aheadBehind, HourlyDates* dates) {
+    if (!line.empty() && line.back() == '\r') {
+        line.remove_suffix(1);
+    }
+    std::string_view fields[8];
+    if (splitFields(line, fields, 8) != 8) {
+        return std::nullopt;
+    }
+    std::string hash(fields[0]);
+    VNLogDescriptionEntry::LabelList labels;
+    if (!fields[6].empty()) {
+        labels = VNGitLogParser::labelsFromDecoration(fields[6], hash, scan, aheadBehind);
+    }
+    return makeRow(hash, fields[1], fields[2],
+                   dates ? dates->read(fields[3]) : dateValue(fields[3]), fields[4], fields[5],
+                   fields[7], std::move(labels));
+}
+
+}  // namespace
+
+std::optional<vn::Record> VNGitLogParser::parseLogLine(std::string_view line, LabelScan scan,
+                                                       const vn::Record* aheadBehind) {
+    return parseRow(line, scan, aheadBehind, nullptr);
+}
+
+std::vector<vn::Record> VNGitLogParser::parseLog(std::string_view output, LabelScan scan,
+                                                 const vn::Record* aheadBehind) {
+    std::vector<vn::Record> rows;
+    // Rows are about 200 bytes of output each; reserving avoids regrowing a long page.
+    rows.reserve(std::min<std::size_t>(output.size() / 160 + 1, 1 << 20));
+    HourlyDates dates;
+    std::size_t from = 0;
+    while (from < output.size()) {
+        std::size_t end = output.find('\n', from);
+        std::string_view line = output.substr(
+            from, end == std::string_view::npos ? std::string_view::npos : end - from);
+        if (auto row = parseRow(line, scan, aheadBehind, &dates)) {
+            rows.push_back(std::move(*row));
+        }
+        if (end == std::string_view::npos) {
+            break;
+        }
+        from = end + 1;
+    }
+    return rows;
+}
+
+std::string VNGitLogParser::detailsFormatArgument() {
+    std::string format = "--format=%H";
+    // No "%s": the subject is read from the message, so that a separator in it cannot shift
+    // the fields.
+    for (std::string_view field :
+         {"%h", "%P", "%ai", "%ci", "%an <%ae>", "%cn <%ce>", "%d", "%B"}) {
+        format.append(Sep).append(field);
+    }
+    return format;
+}
+
+std::optional<vn::Record> VNGitLogParser::parseDetails(std::string_view text, bool authorDate,
+                                                       const vn::Record* aheadBehind) {
+    std::string_view fields[9];
+    if (splitFields(text, fields, 9) != 9) {
+        return std::nullopt;
+    }
+    std::string hash(fields[0]);
+    std::string_view message = fields[8];
+    while (!message.empty() && (message.back() == '\n' || message.back() == '\r')) {
+        message.remove_suffix(1);
+    }
+    // The subject as git gives it: the first paragraph, its lines joined by blanks without
+    // their trailing white space.
+    std::string subject;
+    for (std::string_view rest = message; !rest.empty();) {
+        std::size_t end = rest.find('\n');
+        std::string_view line = rest.substr(0, end);
+        rest.remove_prefix(end == std::string_view::npos ? rest.size() : end + 1);
+        while (!line.empty() && std::isspace(static_cast<unsigned char>(line.back()))) {
+            line.remove_suffix(1);
+        }
+        if (line.empty()) {
+            if (subject.empty()) {
+                continue;
+            }
+            break;
+        }
+        if (!subject.empty()) {
+            subject.push_back(' ');
+        }
+        subject.append(line);
+    }
+    auto labels = labelsFromDecoration(fields[7], hash, LabelScan::Full, aheadBehind);
+    vn::Record details = makeRow(hash, fields[1], fields[2], dateValue(fields[authorDate ? 3 : 4]),
+                                 fields[6], fields[5], subject, labels);
+    vn::Value::Array parents;
+    for (std::string_view rest = fields[2]; !rest.empty();) {
+        std::size_t blank = rest.find(' ');
+        if (blank != 0) {
+            parents.emplace_back(rest.substr(0, blank));
+        }
+        rest.remove_prefix(blank == std::string_view::npos ? rest.size() : blank + 1);
+    }
+    details.set("parents", std::move(parents));
+    details.set("authordate", dateValue(fields[3]));
+    details.set("committerdate", dateValue(fields[4]));
+    details.set("message", message);
+    return details;
+}
+
+vn::Record VNGitLogParser::parseFullMessages(std::string_view output) {
+    vn::Record messages;
+    std::size_t from = 0;
+    while (from < output.size()) {
+        std::size_t end = output.find('\0', from);
+        std::string_view entry = output.substr(
+            from, end == std::string_view::npos ? std::string_view::npos : end - from);
+        from = end == std::string_view::npos ? output.size() : end + 1;
+        // Entries after the first start with the newline git ends each commit with.
+        while (!entry.empty() && entry.front() == '\n') {
+            entry.remove_prefix(1);
+        }
+        std::size_t at = entry.find(Sep);
+        if (at == std::string_view::npos) {
+            continue;
+        }
+        std::string_view message = entry.substr(at + Sep.size());
+        while (!message.empty() && (message.back() == '\n' || message.back() == '\r')) {
+            message.remove_suffix(1);
+        }
+        messages.set(entry.substr(0, at), message);
+    }
+    return messages;
+}
+
+std::vector<vn::Record> VNGitLogParser::parseNameStatus(std::string_view output) {
+    std::vector<vn::Record> records;
+    std::vector<std::string_view> parts;
+    std::size_t from = 0;
+    while (from < output.size()) {
+        std::size_t end = output.find('\0', from);
+        if (end == std::string_view::npos) {
+            end = output.size();
+        }
+        parts.push_back(output.substr(from, end - from));
+        from = end + 1;
+    }
+    for (std::size_t i = 0; i < parts.size(); ++i) {
+        std::string_view letters = parts[i];
+        // Outside -z mode a letter line would hold the path after a tab; -z keeps them apart.
+        while (!letters.empty() && (letters.front() == '\n' || letters.front() == ' ')) {
+            letters.remove_prefix(1);
+        }
+        if (letters.empty()) {
+            continue;
+        }
+        char letter = letters.front();
+        bool twoPaths = letter == 'R' || letter == 'C';
+        if (i + (twoPaths ? 2 : 1) >= parts.size()) {
+            break;  // cut short
+        }
+        uint64_t status;
+        switch (letter) {
+            case 'A':
+            case 'C':
+                status = VNFileStatusAdded;
+                break;
+            case 'M':
+            case 'T':
+                status = VNFileStatusModified;
+                break;
+            case 'D':
+                status = VNFileStatusRemoved;
+                break;
+            case 'R':
+                status = VNFileStatusRenamed;
+                break;
+            case 'U':
+                status = VNFileStatusConflicted;
+                break;
+            default:
+                status = VNFileStatusClean;
+                break;
+        }
+        std::optional<std::string> previous;
+        if (twoPaths) {
+            previous = std::string(parts[++i]);
+        }
+        std::string_view path = parts[++i];
+        records.push_back(
+            VNGitStatusParser::statusRecord(path, status, status, VNFileStatusClean, previous));
+    }
+    return records;
+}
+
+std::vector<vn::Record> VNGitLogParser::parseBlamePorcelain(std::string_view output) {
+    struct Commit {
+        std::string author;
+        std::string mail;
+        vn::Value date;
+    };
+    std::map<std::string, Commit, std::less<>> commits;
+    struct Line {
+        std::string_view hash;
+        int64_t number;
+        std::string_view contents;
+    };
+    std::vector<Line> lines;
+    std::string_view currentHash;
+    int64_t currentLine = 0;
+    Commit* current = nullptr;
+    std::size_t from = 0;
+    while (from < output.size()) {
+        std::size_t end = output.find('\n', from);
+        std::string_view line = output.substr(
+            from, end == std::string_view::npos ? std::string_view::npos : end - from);
+        from = end == std::string_view::npos ? output.size() : end + 1;
+        if (!line.empty() && line.front() == '\t') {
+            std::string_view contents = line.substr(1);
+            if (!contents.empty() && contents.back() == '\r') {
+                contents.remove_suffix(1);
+            }
+            if (!currentHash.empty()) {
+                lines.push_back({currentHash, currentLine, contents});
+            }
+            continue;
+        }
+        std::size_t blank = line.find(' ');
+        std::string_view word = line.substr(0, blank);
+        std::string_view value =
+            blank == std::string_view::npos ? std::string_view() : line.substr(blank + 1);
+        // A line header: the commit, its line in the original file, its line here, and for the
+        // first line of a group the group's size.
+        if (word.size() >= 40 &&
+            word.find_first_not_of("0123456789abcdef") == std::string_view::npos) {
+            currentHash = word;
+            std::string_view rest = value;
+            std::size_t second = rest.find(' ');
+            std::string_view finalLine =
+                second == std::string_view::npos ? std::string_view() : rest.substr(second + 1);
+            finalLine = finalLine.substr(0, finalLine.find(' '));
+            currentLine = 0;
+            std::from_chars(finalLine.data(), finalLine.data() + finalLine.size(), currentLine);
+            current = &commits[std::string(word)];
+            continue;
+        }
+        if (!current) {
+            continue;
+        }
+        if (word == "author") {
+            current->author = std::string(value);
+        } else if (word == "author-mail") {
+            current->mail = std::string(value);
+        } else if (word == "author-time") {
+            int64_t seconds = 0;
+            auto [end, error] = std::from_chars(value.data(), value.data() + value.size(), seconds);
+            if (error == std::errc() && end == value.data() + value.size()) {
+                current->date =
+                    std::chrono::system_clock::time_point(std::chrono::seconds(seconds));
+            }
+        }
+    }
+    // The shortest abbreviation, at least 7 characters, that tells this blame's commits apart.
+    std::size_t width = 7;
+    std::vector<std::string_view> hashes;
+    for (const auto& entry : commits) {
+        hashes.push_back(entry.first);
+    }
+    for (std::size_t i = 1; i < hashes.size(); ++i) {
+        std::size_t common = 0;
+        while (common < hashes[i].size() && common < hashes[i - 1].size() &&
+               hashes[i][common] == hashes[i - 1][common]) {
+            ++common;
+        }
+        width = std::max(width, common + 1);
+    }
+    std::vector<vn::Record> records;
+    records.reserve(lines.size());
+    for (const Line& line : lines) {
+        const Commit& commit = commits.find(line.hash)->second;
+        std::string user = commit.author;
+        if (!commit.mail.empty()) {
+            user += " " + commit.mail;
+        }
+        vn::Record record;
+        record.set("line", line.number);
+        record.set("rev", line.hash);
+        record.set("changesetshort", line.hash.substr(0, width));
+        record.set("user", std::move(user));
+        record.set("date", commit.date);
+        record.set("linecontents", line.contents);
+        records.push_back(std::move(record));
+    }
+    return records;
+}

@@ -1,0 +1,231 @@
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "general/Json.h"
+#include "general/Record.h"
+#include "general/VNTask.h"
+#include "git/VNGitRefsParser.h"
+#include "support/HistoryFixtures.h"
+
+namespace {
+
+using vn::test::chomp;
+using vn::test::commitAt;
+using vn::test::gitIn;
+using vn::test::GitRepository;
+using vn::test::UpstreamAndClone;
+
+std::shared_ptr<VNTask> vrnlIn(const std::string& folder, const std::vector<std::string>& args) {
+    auto task = VNTask::taskWithCommand(VARNEL_TEST_VRNL, folder, args);
+    task->setEnvironmentCustomisations(vn::Environment{{"NO_COLOR", "1"}});
+    task->run();
+    return task;
+}
+
+std::vector<std::string> linesOf(const std::string& text) {
+    std::vector<std::string> lines;
+    for (std::string_view line : VNGitRefsParser::lines(text)) {
+        lines.emplace_back(line);
+    }
+    return lines;
+}
+
+vn::Value jsonOf(const std::shared_ptr<VNTask>& task) {
+    auto value = vn::parseJson(task->output());
+    EXPECT_TRUE(value) << task->output();
+    return value.value_or(vn::Value());
+}
+
+// A clone with a local commit ahead of its upstream, a tag, and a second local branch.
+struct HistoryRepository {
+    UpstreamAndClone remote;
+    std::string path = remote.clone;
+    std::string head;
+    HistoryRepository() {
+        gitIn(path, {"tag", "v1", "origin/main~1"});
+        gitIn(path, {"branch", "--track", "feat", "origin/feature"});
+        gitIn(path, {"commit", "-q", "--allow-empty", "-m", "local work"},
+              {{"GIT_COMMITTER_DATE", "2024-03-01T00:00:00Z"}});
+        head = chomp(gitIn(path, {"rev-parse", "HEAD"}));
+    }
+};
+
+TEST(HistoryCommandsTest, LogShowsLabelsAsGitUsersKnowThem) {
+    HistoryRepository repo;
+    auto task = vrnlIn(repo.path, {"log", "--remotes"});
+    ASSERT_TRUE(task->success()) << task->errorOutput();
+    auto lines = linesOf(task->output());
+    ASSERT_EQ(lines.size(), 4u) << task->output();
+    EXPECT_NE(lines[0].find("(HEAD -> main [1 ahead]) local work"), std::string::npos) << lines[0];
+    // Labels keep git's order.
+    EXPECT_NE(lines[1].find("(origin/feature, feat) three"), std::string::npos) << lines[1];
+    EXPECT_NE(lines[2].find("(origin/main, origin/HEAD) two"), std::string::npos) << lines[2];
+    EXPECT_NE(lines[3].find("(tag: v1) one"), std::string::npos) << lines[3];
+    EXPECT_EQ(lines[0].substr(0, 7), repo.head.substr(0, 7));
+    EXPECT_EQ(task->errorOutput(), "");
+}
+
+TEST(HistoryCommandsTest, LogPagesAndJson) {
+    HistoryRepository repo;
+    auto first = vrnlIn(repo.path, {"log", "--limit", "2", "--remotes"});
+    ASSERT_TRUE(first->success());
+    EXPECT_EQ(linesOf(first->output()).size(), 2u);
+    // The next page's command is named on standard error.
+    EXPECT_NE(first->errorOutput().find("vrnl log --skip 2 --limit 2 --remotes"), std::string::npos)
+        << first->errorOutput();
+
+    auto json =
+        vrnlIn(repo.path, {"log", repo.path, "--skip=2", "--limit=3", "--remotes", "--json"});
+    ASSERT_TRUE(json->success()) << json->errorOutput();
+    vn::Value page = jsonOf(json);
+    ASSERT_TRUE(page.record());
+    EXPECT_EQ(page.record()->integer("skip"), 2);
+    EXPECT_FALSE(page.record()->boolean("moreRevisions"));
+    const vn::Value::Array* rows = (*page.record())["logRows"].array();
+    ASSERT_TRUE(rows);
+    ASSERT_EQ(rows->size(), 2u);
+    const vn::Record& row = *rows->at(1).record();
+    EXPECT_EQ(row.keys(),
+              (std::vector<std::string>{"rev", "changeset", "changesetshort", "parentid1",
+                                        "parentid2", "otherparentids", "date", "user", "committer",
+                                        "branch", "descriptionentry", "graph"}));
+    EXPECT_EQ(row["descriptionentry"].record()->string("description"), "one");
+    const vn::Record* graph = row["graph"].record();
+    ASSERT_TRUE(graph);
+    EXPECT_EQ(graph->keys(),
+              (std::vector<std::string>{"commitColumn", "commitColour", "lineColumns"}));
+    const vn::Value::Array* labels = (*row["descriptionentry"].record())["labels"].array();
+    ASSERT_TRUE(labels);
+    ASSERT_EQ(labels->size(), 1u);
+    EXPECT_EQ(labels->at(0).record()->string("label"), "v1");
+    EXPECT_EQ(labels->at(0).record()->integer("type"), 1);
+}
+
+TEST(HistoryCommandsTest, LogOptionsAndErrors) {
+    HistoryRepository repo;
+    auto branch = vrnlIn(repo.path, {"log", "--branch", "feat"});
+    ASSERT_TRUE(branch->success());
+    EXPECT_EQ(linesOf(branch->output()).size(), 3u);
+    auto firstParent = vrnlIn(repo.path, {"log", "--first-parent", "--topo"});
+    EXPECT_TRUE(firstParent->success());
+    EXPECT_EQ(vrnlIn(repo.path, {"log", "--limit", "0"})->exitCode(), 2);
+    EXPECT_EQ(vrnlIn(repo.path, {"log", "--skip", "-3"})->exitCode(), 2);
+    EXPECT_EQ(vrnlIn(repo.path, {"log", "--bogus"})->exitCode(), 2);
+    auto missing = vrnlIn(repo.path, {"log", "--branch", "nope"});
+    EXPECT_EQ(missing->exitCode(), 1);
+    EXPECT_NE(missing->errorOutput().find("nope"), std::string::npos);
+    vn::test::TempDir outside;
+    auto notRepo = vrnlIn(outside.path(), {"log"});
+    EXPECT_EQ(notRepo->exitCode(), 1);
+    EXPECT_NE(notRepo->errorOutput().find("not inside a Git repository"), std::string::npos);
+}
+
+TEST(HistoryCommandsTest, ShowPrintsDetailsAndFiles) {
+    GitRepository repo;
+    repo.commitFile("old.txt", "the same text in both names\n", "first");
+    repo.git({"mv", "old.txt", "new.txt"});
+    repo.write("added.txt", "x\n");
+    repo.git({"add", "added.txt"});
+    repo.git({"commit", "-q", "-m", "Rename it\n\nBecause the name was wrong."});
+    auto task = vrnlIn(repo.path(), {"show", "HEAD"});
+    ASSERT_TRUE(task->success()) << task->errorOutput();
+    const std::string& out = task->output();
+    EXPECT_NE(out.find("(HEAD -> main)"), std::string::npos) << out;
+    EXPECT_NE(out.find("Author:  Test Author <author@example.com>"), std::string::npos) << out;
+    EXPECT_NE(out.find("    Because the name was wrong."), std::string::npos) << out;
+    EXPECT_NE(out.find(" R  old.txt -> new.txt"), std::string::npos) << out;
+    EXPECT_NE(out.find(" A  added.txt"), std::string::npos) << out;
+
+    auto json = vrnlIn(repo.path(), {"show", "HEAD~1", "--json"});
+    ASSERT_TRUE(json->success());
+    vn::Value details = jsonOf(json);
+    ASSERT_TRUE(details.record());
+    EXPECT_EQ(details.record()->string("message"), "first");
+    ASSERT_TRUE((*details.record())["files"].array());
+    EXPECT_EQ((*details.record())["files"].array()->at(0).record()->string("filename"), "old.txt");
+    EXPECT_EQ(vrnlIn(repo.path(), {"show", "nonexistent"})->exitCode(), 1);
+}
+
+TEST(HistoryCommandsTest, RefsListsEverything) {
+    HistoryRepository repo;
+    vn::test::writeFile(repo.path + "/a.txt", "changed\n");
+    gitIn(repo.path, {"stash", "push", "-q", "-m", "saved"});
+    auto task = vrnlIn(repo.path, {"refs"});
+    ASSERT_TRUE(task->success()) << task->errorOutput();
+    auto lines = linesOf(task->output());
+    EXPECT_EQ(lines, (std::vector<std::string>{
+                         "Branches",
+                         "  feat  origin/feature",
+                         "* main  origin/main  [1 ahead]",
+                         "Tags",
+                         "  v1",
+                         "Remotes",
+                         "  origin  " + repo.remote.url(),
+                         "Stashes",
+                         "  stash@{0}  On main: saved",
+                     }));
+    auto json = vrnlIn(repo.path, {"refs", "--json"});
+    ASSERT_TRUE(json->success());
+    vn::Value refs = jsonOf(json);
+    ASSERT_TRUE(refs.record());
+    EXPECT_EQ(refs.record()->string("currentBranch"), "main");
+    EXPECT_EQ((*refs.record())["aheadBehind"].record()->find("main")->array()->at(0).toInt(), 1);
+    EXPECT_EQ((*refs.record())["trackingBranches"].record()->string("feat"), "origin/feature");
+    EXPECT_EQ((*refs.record())["stashes"].array()->at(0).record()->string("msg"), "On main: saved");
+}
+
+TEST(HistoryCommandsTest, Blame) {
+    GitRepository repo;
+    repo.commitFile("dir/f.txt", "one\ntwo\n", "first");
+    auto task = vrnlIn(repo.file("dir"), {"blame", "f.txt"});
+    ASSERT_TRUE(task->success()) << task->errorOutput();
+    auto lines = linesOf(task->output());
+    ASSERT_EQ(lines.size(), 2u);
+    EXPECT_NE(lines[1].find("Test Author 2024-01-02 2 two"), std::string::npos) << lines[1];
+
+    repo.commitFile("dir/f.txt", "uno\n", "second");
+    auto old = vrnlIn(repo.path(), {"blame", "dir/f.txt", "--rev", "HEAD~1", "--json"});
+    ASSERT_TRUE(old->success()) << old->errorOutput();
+    vn::Value json = jsonOf(old);
+    ASSERT_TRUE(json.array());
+    EXPECT_EQ(json.array()->size(), 2u);
+    EXPECT_EQ(json.array()->at(0).record()->string("linecontents"), "one");
+    EXPECT_EQ(vrnlIn(repo.path(), {"blame", "missing.txt"})->exitCode(), 1);
+    EXPECT_EQ(vrnlIn(repo.path(), {"blame"})->exitCode(), 2);
+}
+
+TEST(HistoryCommandsTest, SearchPrintsHits) {
+    GitRepository repo;
+    commitAt(repo, "a.txt", "find me\n", "Add a thing", "2019-05-01T00:00:00Z");
+    std::string second = commitAt(repo, "a.txt", "other\n", "Change it", "2020-05-01T00:00:00Z");
+    auto message = vrnlIn(repo.path(), {"search", "--message", "THING"});
+    ASSERT_TRUE(message->success()) << message->errorOutput();
+    auto lines = linesOf(message->output());
+    ASSERT_EQ(lines.size(), 1u);
+    EXPECT_NE(lines[0].find("Add a thing"), std::string::npos);
+
+    auto content = vrnlIn(repo.path(), {"search", "--content", "find me", "--json"});
+    ASSERT_TRUE(content->success());
+    vn::Value hits = jsonOf(content);
+    ASSERT_TRUE(hits.array());
+    EXPECT_EQ(hits.array()->size(), 2u);
+
+    auto hash = vrnlIn(repo.path(), {"search", "--hash", second.substr(0, 8), "--json"});
+    ASSERT_TRUE(hash->success());
+    EXPECT_EQ(jsonOf(hash).array()->at(0).record()->string("rev"), second);
+
+    auto dated = vrnlIn(repo.path(), {"search", "--author", "test", "--since", "2020-01-01"});
+    EXPECT_EQ(linesOf(dated->output()).size(), 1u);
+    auto none = vrnlIn(repo.path(), {"search", "--message", "absent"});
+    EXPECT_EQ(none->exitCode(), 1);
+    EXPECT_EQ(none->output(), "");
+    auto empty = vrnlIn(repo.path(), {"search", "--message", "absent", "--json"});
+    EXPECT_TRUE(jsonOf(empty).array());
+    EXPECT_EQ(vrnlIn(repo.path(), {"search", "--message", "a", "--author", "b"})->exitCode(), 2);
+    EXPECT_EQ(vrnlIn(repo.path(), {"search", "x"})->exitCode(), 2);
+    EXPECT_EQ(vrnlIn(repo.path(), {"search", "--message", "a", "--since", "May"})->exitCode(), 2);
+}
+
+}  // namespace

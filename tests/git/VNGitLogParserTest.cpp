@@ -1,0 +1,438 @@
+#include "git/VNGitLogParser.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <ctime>
+
+#include "general/VNFileStatusEntity.h"
+#include "general/VNLogDescriptionEntry.h"
+#include "general/VNLogLabel.h"
+
+namespace {
+
+using Scan = VNGitLogParser::LabelScan;
+
+const std::string S(VNGitLogParser::FieldSeparator);
+const std::string H1 = "1111111111111111111111111111111111111111";
+const std::string H2 = "2222222222222222222222222222222222222222";
+const std::string H3 = "3333333333333333333333333333333333333333";
+const std::string H4 = "4444444444444444444444444444444444444444";
+
+std::string logLine(const std::string& parents, const std::string& decoration,
+                    const std::string& subject, const std::string& author = "Ann Author <a@x>",
+                    const std::string& date = "2024-01-02 03:04:05 +0000") {
+    return H1 + S + "1111111" + S + parents + S + date + S + "Cid Committer <c@x>" + S + author +
+           S + decoration + S + subject;
+}
+
+struct LabelView {
+    std::string label;
+    int32_t type;
+    std::string annotation;
+    bool current;
+    bool operator==(const LabelView&) const = default;
+};
+
+void PrintTo(const LabelView& v, std::ostream* os) {
+    *os << "{" << v.label << ", " << v.type << ", \"" << v.annotation << "\", " << v.current << "}";
+}
+
+std::vector<LabelView> view(const std::vector<std::shared_ptr<VNLogLabel>>& labels) {
+    std::vector<LabelView> result;
+    for (const auto& label : labels) {
+        result.push_back(
+            {label->label(), label->type(), label->annotation(), label->currentMarker()});
+    }
+    return result;
+}
+
+std::shared_ptr<const VNLogDescriptionEntry> entryOf(const vn::Record& row) {
+    return row["descriptionentry"].objectAs<VNLogDescriptionEntry>();
+}
+
+// A local time as the shared date reader gives it.
+vn::Value::Date localTime(int year, int month, int day, int hour, int minute, int second) {
+    std::tm fields{};
+    fields.tm_year = year - 1900;
+    fields.tm_mon = month - 1;
+    fields.tm_mday = day;
+    fields.tm_hour = hour;
+    fields.tm_min = minute;
+    fields.tm_sec = second;
+    fields.tm_isdst = -1;
+    return std::chrono::system_clock::from_time_t(std::mktime(&fields));
+}
+
+TEST(VNGitLogParserTest, FormatArgumentNamesTheFieldsInOrder) {
+    EXPECT_EQ(VNGitLogParser::logFormatArgument(false), "--format=%H" + S + "%h" + S + "%P" + S +
+                                                            "%ci" + S + "%cn <%ce>" + S +
+                                                            "%an <%ae>" + S + "%d" + S + "%s");
+    EXPECT_NE(VNGitLogParser::logFormatArgument(true).find(S + "%ai" + S), std::string::npos);
+}
+
+TEST(VNGitLogParserTest, DecorationsBecomeLabels) {
+    vn::Record aheadBehind{{"main", vn::Value::Array{2, 0}},
+                           {"topic", vn::Value::Array{0, 3}},
+                           {"both", vn::Value::Array{1, 4}},
+                           {"even", vn::Value::Array{0, 0}}};
+    struct Case {
+        const char* name;
+        std::string decoration;
+        Scan scan;
+        std::vector<LabelView> expected;
+    };
+    const Case cases[] = {
+        {"branch, remote and tag, HEAD attached",
+         " (HEAD -> refs/heads/main, refs/remotes/origin/main, tag: refs/tags/rel1)",
+         Scan::Full,
+         {{"main", 0, "2 ahead", true}, {"origin/main", 2, "", false}, {"rel1", 1, "", false}}},
+        {"detached HEAD alone", " (HEAD)", Scan::Full, {{"HEAD", 1, "", false}}},
+        // HEAD detached at a commit that a branch also points at is still detached.
+        {"detached HEAD beside a branch",
+         " (HEAD, refs/heads/other)",
+         Scan::Full,
+         {{"HEAD", 1, "", false}, {"other", 0, "", false}}},
+        {"behind only and both",
+         " (refs/heads/topic, refs/heads/both)",
+         Scan::Full,
+         {{"topic", 0, "3 behind", false}, {"both", 0, "1 ahead 4 behind", false}}},
+        {"zero counts give no text", " (refs/heads/even)", Scan::Full, {{"even", 0, "", false}}},
+        {"remote tags keep their name after the prefix",
+         " (refs/remotes/tags/v2)",
+         Scan::Full,
+         {{"v2", 2, "", false}}},
+        {"other references are not labels",
+         " (grafted, refs/stash, refs/notes/commits, refs/heads/x)",
+         Scan::Full,
+         {{"x", 0, "", false}}},
+        // Commas and parentheses are allowed in reference names; only ", " separates.
+        {"names with commas and parentheses",
+         " (refs/heads/fix(ui),v2, tag: refs/tags/a,b)",
+         Scan::Full,
+         {{"fix(ui),v2", 0, "", false}, {"a,b", 1, "", false}}},
+        {"non-ASCII names",
+         " (refs/heads/f\xC3\xBCr-dich, tag: refs/tags/\xE2\x9C\x93)",
+         Scan::Full,
+         {{"f\xC3\xBCr-dich", 0, "", false}, {"\xE2\x9C\x93", 1, "", false}}},
+        {"reduced scan: no remotes, no annotations",
+         " (HEAD -> refs/heads/main, refs/remotes/origin/main, tag: refs/tags/rel1)",
+         Scan::Reduced,
+         {{"main", 0, "", true}, {"rel1", 1, "", false}}},
+        {"empty", "", Scan::Full, {}},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        auto labels = VNGitLogParser::labelsFromDecoration(c.decoration, H1, c.scan, &aheadBehind);
+        EXPECT_EQ(view(labels), c.expected);
+        for (const auto& label : labels) {
+            EXPECT_EQ(label->revision(), H1);
+            EXPECT_EQ(label->commitSHA(), H1);
+        }
+    }
+}
+
+TEST(VNGitLogParserTest, LabelsKeepTheirFullReference) {
+    auto labels = VNGitLogParser::labelsFromDecoration(
+        " (HEAD -> refs/heads/main, tag: refs/tags/v1, refs/remotes/origin/main)", H1, Scan::Full,
+        nullptr);
+    ASSERT_EQ(labels.size(), 3u);
+    EXPECT_EQ(labels[0]->ref(), "refs/heads/main");
+    EXPECT_EQ(labels[1]->ref(), "refs/tags/v1");
+    EXPECT_EQ(labels[2]->ref(), "refs/remotes/origin/main");
+}
+
+TEST(VNGitLogParserTest, RowHoldsEveryKey) {
+    auto row = VNGitLogParser::parseLogLine(logLine(H2 + " " + H3, " (refs/heads/main)", "Merge"),
+                                            Scan::Full, nullptr);
+    ASSERT_TRUE(row);
+    EXPECT_EQ(row->keys(),
+              (std::vector<std::string>{"rev", "changeset", "changesetshort", "parentid1",
+                                        "parentid2", "otherparentids", "date", "user", "committer",
+                                        "branch", "descriptionentry"}));
+    EXPECT_EQ(row->string("rev"), H1);
+    EXPECT_EQ(row->string("changeset"), H1);
+    EXPECT_EQ(row->string("changesetshort"), "1111111");
+    EXPECT_EQ(row->string("parentid1"), H2);
+    EXPECT_EQ(row->string("parentid2"), H3);
+    EXPECT_TRUE((*row)["otherparentids"].array()->empty());
+    EXPECT_EQ(row->string("user"), "Ann Author <a@x>");
+    EXPECT_EQ(row->string("committer"), "Cid Committer <c@x>");
+    EXPECT_EQ(row->string("branch"), "");
+    ASSERT_TRUE(entryOf(*row));
+    EXPECT_EQ(entryOf(*row)->description(), "Merge");
+}
+
+TEST(VNGitLogParserTest, ParentsOfRootMergeAndOctopus) {
+    struct Case {
+        const char* name;
+        std::string parents;
+        std::string first, second;
+        std::vector<std::string> others;
+    };
+    const Case cases[] = {
+        {"root", "", "", "", {}},
+        {"one parent", H2, H2, "", {}},
+        {"merge", H2 + " " + H3, H2, H3, {}},
+        {"octopus of three", H2 + " " + H3 + " " + H4, H2, H3, {H4}},
+        {"octopus of four", H2 + " " + H3 + " " + H4 + " " + H1, H2, H3, {H4, H1}},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        auto row = VNGitLogParser::parseLogLine(logLine(c.parents, "", "s"), Scan::Full, nullptr);
+        ASSERT_TRUE(row);
+        EXPECT_EQ(row->string("parentid1"), c.first);
+        EXPECT_EQ(row->string("parentid2"), c.second);
+        std::vector<std::string> others;
+        for (const vn::Value& v : *(*row)["otherparentids"].array()) {
+            others.push_back(v.toString());
+        }
+        EXPECT_EQ(others, c.others);
+    }
+}
+
+TEST(VNGitLogParserTest, LinesThatDoNotSplitIntoEightFieldsAreSkipped) {
+    EXPECT_FALSE(VNGitLogParser::parseLogLine("", Scan::Full, nullptr));
+    EXPECT_FALSE(VNGitLogParser::parseLogLine("plain text", Scan::Full, nullptr));
+    // Seven fields: the subject field is missing.
+    std::string seven = H1 + S + "1" + S + "" + S + "d" + S + "c" + S + "a" + S + "deco";
+    EXPECT_FALSE(VNGitLogParser::parseLogLine(seven, Scan::Full, nullptr));
+    auto rows = VNGitLogParser::parseLog(
+        "garbage\n" + logLine("", "", "kept") + "\n" + seven + "\n\n" + logLine("", "", "too"),
+        Scan::Full, nullptr);
+    ASSERT_EQ(rows.size(), 2u);
+    EXPECT_EQ(entryOf(rows[0])->description(), "kept");
+    EXPECT_EQ(entryOf(rows[1])->description(), "too");
+}
+
+TEST(VNGitLogParserTest, SubjectKeepsSeparatorsAndOddCharacters) {
+    struct Case {
+        const char* name;
+        std::string subject;
+        std::string author;
+        std::string expectedSubject;
+    };
+    const Case cases[] = {
+        {"separator in the subject", "a " + S + " b " + S, "Ann <a@x>", "a " + S + " b " + S},
+        {"quotes and backslashes", "say \"hi\" \\n C:\\dir\\", "O'Brien \"OB\" <o\\b@x>",
+         "say \"hi\" \\n C:\\dir\\"},
+        {"blanks and tabs", "  lead\tand trail  ", "Ann  Lee <a@x>", "  lead\tand trail  "},
+        // The parser works on whatever bytes it gets; repairing encodings is the task's part.
+        {"bytes that are not UTF-8", "caf\xE9 \xFF", "J\xF6rg <j@x>", "caf\xE9 \xFF"},
+        {"CRLF line end", "windows\r", "Ann <a@x>", "windows"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        auto row =
+            VNGitLogParser::parseLogLine(logLine(H2, "", c.subject, c.author), Scan::Full, nullptr);
+        ASSERT_TRUE(row);
+        EXPECT_EQ(entryOf(*row)->description(), c.expectedSubject);
+        EXPECT_EQ(row->string("user"), c.author);
+    }
+}
+
+TEST(VNGitLogParserTest, CrlfOutputParsesLikeLf) {
+    std::string text =
+        logLine(H2, " (refs/heads/main)", "first") + "\r\n" + logLine("", "", "second") + "\r\n";
+    auto rows = VNGitLogParser::parseLog(text, Scan::Full, nullptr);
+    ASSERT_EQ(rows.size(), 2u);
+    EXPECT_EQ(entryOf(rows[0])->description(), "first");
+    EXPECT_EQ(entryOf(rows[0])->labels().size(), 1u);
+    EXPECT_EQ(entryOf(rows[1])->description(), "second");
+}
+
+TEST(VNGitLogParserTest, DateIsReadAsLocalTimeIgnoringTheOffset) {
+    auto row = VNGitLogParser::parseLogLine(
+        logLine("", "", "s", "A <a@x>", "2023-07-08 09:10:11 +0530"), Scan::Full, nullptr);
+    ASSERT_TRUE(row);
+    ASSERT_TRUE((*row)["date"].date());
+    EXPECT_EQ(*(*row)["date"].date(), localTime(2023, 7, 8, 9, 10, 11));
+    auto broken = VNGitLogParser::parseLogLine(logLine("", "", "s", "A <a@x>", "yesterday"),
+                                               Scan::Full, nullptr);
+    ASSERT_TRUE(broken);
+    EXPECT_TRUE((*broken)["date"].isNull());
+}
+
+// A listing reads its dates once per hour; the rows must carry what the shared reader gives
+// for each line on its own, also across daylight-saving changes.
+TEST(VNGitLogParserTest, ListingDatesEqualSingleLineDates) {
+    const char* dates[] = {
+        "2024-03-31 01:59:59 +0100", "2024-03-31 02:30:00 +0200",
+        "2024-03-31 03:00:01 +0200", "2024-10-27 02:15:00 +0200",
+        "2024-10-27 02:45:00 +0100", "2024-10-27 03:00:00 +0100",
+        "2024-10-27 02:15:00 +0100", "2016-12-31 23:59:60 +0000",
+        "2024-01-02 03:04:05",       "2024-01-02 03:04:05 +05:30",
+        "2024-01-02 03:61:05 +0000", "2024-13-02 03:04:05 +0000",
+        "2024-01-02 03:04:05 junk",  "yesterday",
+    };
+    const char* previous = std::getenv("TZ");
+    std::string saved = previous ? previous : "";
+    for (const char* zone : {"Europe/Berlin", "America/New_York", "Australia/Lord_Howe", "UTC"}) {
+        SCOPED_TRACE(zone);
+        ::setenv("TZ", zone, 1);
+        ::tzset();
+        std::string text;
+        for (const char* date : dates) {
+            text += logLine("", "", date, "A <a@x>", date) + "\n";
+        }
+        auto rows = VNGitLogParser::parseLog(text, Scan::Full, nullptr);
+        ASSERT_EQ(rows.size(), std::size(dates));
+        for (std::size_t i = 0; i < rows.size(); ++i) {
+            SCOPED_TRACE(dates[i]);
+            auto single = VNGitLogParser::parseLogLine(logLine("", "", "s", "A <a@x>", dates[i]),
+                                                       Scan::Full, nullptr);
+            EXPECT_EQ(rows[i]["date"], (*single)["date"]);
+        }
+    }
+    if (previous) {
+        ::setenv("TZ", saved.c_str(), 1);
+    } else {
+        ::unsetenv("TZ");
+    }
+    ::tzset();
+}
+
+TEST(VNGitLogParserTest, Annotation) {
+    EXPECT_EQ(VNGitLogParser::aheadBehindAnnotation(0, 0), "");
+    EXPECT_EQ(VNGitLogParser::aheadBehindAnnotation(5, 0), "5 ahead");
+    EXPECT_EQ(VNGitLogParser::aheadBehindAnnotation(0, 7), "7 behind");
+    EXPECT_EQ(VNGitLogParser::aheadBehindAnnotation(12, 1), "12 ahead 1 behind");
+}
+
+TEST(VNGitLogParserTest, Details) {
+    std::string text = H1 + S + "1111111" + S + H2 + " " + H3 + S + "2024-01-02 03:04:05 +0000" +
+                       S + "2024-02-03 04:05:06 +0000" + S + "Ann <a@x>" + S + "Cid <c@x>" + S +
+                       " (HEAD -> refs/heads/main, tag: refs/tags/v1)" + S + "Subject " + S +
+                       "\n  continued\n\nBody line 1\nBody line 2\n\n";
+    auto details = VNGitLogParser::parseDetails(text, false, nullptr);
+    ASSERT_TRUE(details);
+    EXPECT_EQ(details->string("rev"), H1);
+    EXPECT_EQ(details->string("user"), "Ann <a@x>");
+    EXPECT_EQ(details->string("committer"), "Cid <c@x>");
+    EXPECT_EQ(details->string("message"),
+              "Subject " + S + "\n  continued\n\nBody line 1\nBody line 2");
+    // The subject is the first paragraph on one line, as git's own subject is.
+    EXPECT_EQ(entryOf(*details)->description(), "Subject " + S + "   continued");
+    EXPECT_EQ(view(entryOf(*details)->labels()),
+              (std::vector<LabelView>{{"main", 0, "", true}, {"v1", 1, "", false}}));
+    ASSERT_EQ((*details)["parents"].array()->size(), 2u);
+    EXPECT_EQ(*details->find("authordate")->date(), localTime(2024, 1, 2, 3, 4, 5));
+    EXPECT_EQ(*details->find("committerdate")->date(), localTime(2024, 2, 3, 4, 5, 6));
+    EXPECT_EQ(*details->find("date")->date(), localTime(2024, 2, 3, 4, 5, 6));
+    auto byAuthor = VNGitLogParser::parseDetails(text, true, nullptr);
+    EXPECT_EQ(*byAuthor->find("date")->date(), localTime(2024, 1, 2, 3, 4, 5));
+    EXPECT_FALSE(VNGitLogParser::parseDetails("not a commit", false, nullptr));
+}
+
+TEST(VNGitLogParserTest, FullMessages) {
+    std::string text = H1 + S + "First\n\nbody " + S + "\n\n" + '\0' + "\n" + H2 + S + "Second\n" +
+                       '\0' + "junk without separator" + '\0';
+    vn::Record messages = VNGitLogParser::parseFullMessages(text);
+    EXPECT_EQ(messages.keys(), (std::vector<std::string>{H1, H2}));
+    EXPECT_EQ(messages.string(H1), "First\n\nbody " + S);
+    EXPECT_EQ(messages.string(H2), "Second");
+}
+
+TEST(VNGitLogParserTest, NameStatus) {
+    using namespace std::string_literals;
+    std::string text =
+        "M\0src/a b.c\0"s
+        "A\0new \"q\" \\ file\0"s
+        "D\0gone\0"s
+        "R087\0old/name.txt\0new/name.txt\0"s
+        "C100\0orig\0copy\0"s
+        "T\0link\0"s
+        "M\0line\nbreak\0"s;
+    auto records = VNGitLogParser::parseNameStatus(text);
+    struct Expected {
+        uint64_t status;
+        std::string path, filename, previous;
+    };
+    const Expected expected[] = {
+        {VNFileStatusModified, "src", "a b.c", ""},
+        {VNFileStatusAdded, "", "new \"q\" \\ file", ""},
+        {VNFileStatusRemoved, "", "gone", ""},
+        {VNFileStatusRenamed, "new", "name.txt", "old/name.txt"},
+        {VNFileStatusAdded, "", "copy", "orig"},
+        {VNFileStatusModified, "", "link", ""},
+        {VNFileStatusModified, "", "line\nbreak", ""},
+    };
+    ASSERT_EQ(records.size(), std::size(expected));
+    for (std::size_t i = 0; i < records.size(); ++i) {
+        SCOPED_TRACE(i);
+        const vn::Record& r = records[i];
+        EXPECT_EQ(r.integer("status"), static_cast<int64_t>(expected[i].status));
+        EXPECT_EQ(r.integer("indexStatus"), static_cast<int64_t>(expected[i].status));
+        EXPECT_EQ(r.integer("treeStatus"), static_cast<int64_t>(VNFileStatusClean));
+        EXPECT_EQ(r.string("path"), expected[i].path);
+        EXPECT_EQ(r.string("filename"), expected[i].filename);
+        EXPECT_EQ(r.string("previousName"), expected[i].previous);
+        EXPECT_EQ(r.contains("previousName"), !expected[i].previous.empty());
+    }
+    // A listing cut short loses only the entry it cut.
+    EXPECT_EQ(VNGitLogParser::parseNameStatus("M\0a\0R100\0only-old\0"s).size(), 1u);
+    EXPECT_TRUE(VNGitLogParser::parseNameStatus("").empty());
+}
+
+TEST(VNGitLogParserTest, BlamePorcelain) {
+    const std::string A = "abcdef1234567890abcdef1234567890abcdef12";
+    const std::string B = "abcdef9999999999999999999999999999999999";
+    const std::string Z(40, '0');
+    std::string text = A +
+                       " 1 1 2\n"
+                       "author Ann Author\n"
+                       "author-mail <ann@x>\n"
+                       "author-time 1704164645\n"
+                       "author-tz +0000\n"
+                       "summary first\n"
+                       "filename f.txt\n"
+                       "\tline one\n" +
+                       A +
+                       " 2 2\n"
+                       "\t\tindented\r\n" +
+                       B +
+                       " 3 3 1\n"
+                       "author J\xC3\xB6rg \"JJ\"\n"
+                       "author-mail <j@x>\n"
+                       "author-time 1704250000\n"
+                       "previous " +
+                       A +
+                       " f.txt\n"
+                       "filename f.txt\n"
+                       "\tauthor fake header in content\n" +
+                       Z +
+                       " 4 4 1\n"
+                       "author Not Committed Yet\n"
+                       "author-mail <not.committed.yet>\n"
+                       "author-time 1704300000\n"
+                       "filename f.txt\n"
+                       "\t\n";
+    auto lines = VNGitLogParser::parseBlamePorcelain(text);
+    ASSERT_EQ(lines.size(), 4u);
+    EXPECT_EQ(lines[0].integer("line"), 1);
+    EXPECT_EQ(lines[0].string("rev"), A);
+    EXPECT_EQ(lines[0].string("user"), "Ann Author <ann@x>");
+    EXPECT_EQ(lines[0].string("linecontents"), "line one");
+    ASSERT_TRUE(lines[0]["date"].date());
+    EXPECT_EQ(std::chrono::system_clock::to_time_t(*lines[0]["date"].date()), 1704164645);
+    // The second line of a group repeats no headers but has the same commit's author.
+    EXPECT_EQ(lines[1].string("user"), "Ann Author <ann@x>");
+    EXPECT_EQ(lines[1].string("linecontents"), "\tindented");
+    EXPECT_EQ(lines[2].string("user"), "J\xC3\xB6rg \"JJ\" <j@x>");
+    EXPECT_EQ(lines[2].string("linecontents"), "author fake header in content");
+    EXPECT_EQ(lines[3].string("rev"), Z);
+    EXPECT_EQ(lines[3].string("linecontents"), "");
+    // A and B share six characters; seven tell them apart.
+    EXPECT_EQ(lines[0].string("changesetshort"), "abcdef1");
+    EXPECT_EQ(lines[2].string("changesetshort"), "abcdef9");
+    // Commits sharing a longer prefix get longer abbreviations.
+    std::string C = "abcdef1299999999999999999999999999999999";
+    auto close = VNGitLogParser::parseBlamePorcelain(A + " 1 1 1\nauthor a\n\tx\n" + C +
+                                                     " 1 2 1\nauthor c\n\ty\n");
+    ASSERT_EQ(close.size(), 2u);
+    EXPECT_EQ(close[0].string("changesetshort"), "abcdef123");
+    EXPECT_EQ(close[1].string("changesetshort"), "abcdef129");
+}
+
+}  // namespace
