@@ -107,7 +107,7 @@ const std::vector<Subcommand>& subcommands() {
          "Tell whether a path or URL is a Git repository that can be reached", runCheckUrl},
         {"log",
          "log [PATH] [--skip N] [--limit N] [--branch B] [--remotes] [--topo] [--first-parent] "
-         "[--json]",
+         "[--graph [--svg FILE]] [--json]",
          "Show a page of history (100 commits unless --limit) with branch, tag and remote labels",
          runLog},
         {"show", "show [REV] [--json]",
@@ -121,6 +121,10 @@ const std::vector<Subcommand>& subcommands() {
          "search --message|--author|--content|--hash|--range PATTERN [--since D] "
          "[--until D] [--json]",
          "Search the history, printing commits as they are found (D is YYYY-MM-DD)", runSearch},
+        {"overview", "overview [PATH] [--json]",
+         "The repository at a glance: the summary line and a page of history with its graph "
+         "(what plain vrnl shows)",
+         runOverview},
         {"status", "status [PATH] [--mask N] [--json]",
          "Show the branch, merge or rebase state and the changed files of a working copy",
          runStatus},

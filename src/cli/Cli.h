@@ -7,6 +7,7 @@
 #include <string_view>
 #include <vector>
 
+#include "general/Record.h"
 #include "general/Value.h"
 
 namespace vn::cli {
@@ -57,5 +58,9 @@ int runRefs(Arguments& args);
 int runBlame(Arguments& args);
 int runSearch(Arguments& args);
 int runStatus(Arguments& args);
+// The repository at a glance: the summary line, then a page of history with its graph.
+int runOverview(Arguments& args);
+// History rows, one a line, with the graph beside them when asked.
+void printHistoryRows(const std::vector<Record>& rows, bool graph);
 
 }  // namespace vn::cli

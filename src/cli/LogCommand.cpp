@@ -1,10 +1,15 @@
+#include <cstdlib>
 #include <iostream>
 #include <string>
 
 #include "cli/Cli.h"
+#include "cli/GraphRenderer.h"
 #include "cli/HistoryCli.h"
+#include "general/VNLogDescriptionEntry.h"
+#include "general/VNLogGraphEntry.h"
 #include "general/VNLogRowData.h"
 #include "git/VNRepoHandlerGit.h"
+#include "platform/FileSystem.h"
 
 namespace vn::cli {
 
@@ -12,13 +17,82 @@ namespace {
 
 constexpr uint64_t DefaultPageSize = 100;
 
+bool terminalTakesTrueColour() {
+    const char* colourTerm = std::getenv("COLORTERM");
+    return colourTerm &&
+           (std::string_view(colourTerm) == "truecolor" || std::string_view(colourTerm) == "24bit");
+}
+
+std::vector<GraphRow> graphRowsOf(const std::vector<Record>& rows) {
+    std::vector<GraphRow> graphRows;
+    graphRows.reserve(rows.size());
+    for (const Record& row : rows) {
+        GraphRow graphRow;
+        graphRow.graph = row["graph"].objectAs<VNLogGraphEntry>();
+        graphRow.workingCopy = row.string("rev") == "-1";
+        if (auto entry = row["descriptionentry"].objectAs<VNLogDescriptionEntry>()) {
+            graphRow.text = entry->description();
+        }
+        graphRow.labels = history::labelsText(row["descriptionentry"]);
+        if (!graphRow.labels.empty() && graphRow.labels[0] == ' ') {
+            graphRow.labels.erase(0, 1);
+        }
+        graphRows.push_back(std::move(graphRow));
+    }
+    return graphRows;
+}
+
+// The graph state of the row before `skip`, laid out from the top, so that a later page joins
+// the lines of the pages before it.
+std::shared_ptr<const VNLogGraphEntry> graphStateBefore(VNRepoHandlerGit& handler,
+                                                        const std::string& path,
+                                                        const VNLogRowData& page) {
+    if (page.skip() == 0) {
+        return nullptr;
+    }
+    VNLogRowData before;
+    before.setLimit(page.skip());
+    before.setShowRemotes(page.showRemotes());
+    before.setAllBranches(page.allBranches());
+    before.setSelectedBranch(page.selectedBranch());
+    before.setFollowFirst(page.followFirst());
+    before.setOrderingOption(page.orderingOption());
+    handler.fillLogPage(path, before);
+    if (before.logRows().empty()) {
+        return nullptr;
+    }
+    return before.logRows().back()["graph"].objectAs<VNLogGraphEntry>();
+}
+
 }  // namespace
+
+void printHistoryRows(const std::vector<Record>& rows, bool graph) {
+    std::vector<std::string> graphText;
+    if (graph) {
+        graphText = drawGraphText(graphRowsOf(rows), useColour(), terminalTakesTrueColour());
+    }
+    std::string out;
+    for (std::size_t i = 0; i < rows.size(); ++i) {
+        if (graph) {
+            out.append(graphText[i]).append(" ");
+        }
+        if (rows[i].string("rev") == "-1") {
+            out.append(colour("Uncommitted changes", "1"));
+        } else {
+            out += history::rowLine(rows[i]);
+        }
+        out += "\n";
+    }
+    std::cout << out << std::flush;
+}
 
 int runLog(Arguments& args) {
     bool json = args.flag("--json");
     bool remotes = args.flag("--remotes");
     bool topo = args.flag("--topo");
     bool firstParent = args.flag("--first-parent");
+    bool graph = args.flag("--graph");
+    std::optional<std::string> svgFile = args.option("--svg");
     std::optional<std::string> skipText = args.option("--skip");
     std::optional<std::string> limitText = args.option("--limit");
     std::optional<std::string> branch = args.option("--branch");
@@ -69,18 +143,25 @@ int runLog(Arguments& args) {
     page->setFollowFirst(firstParent);
     page->setOrderingOption(topo ? VNRepoHandlerGit::LogTopoOrder : 0);
     page->setLookForCurrentBranch(true);
+    if (svgFile && !graph) {
+        return usageError("--svg goes with --graph");
+    }
+    page->setBaseGraphState(graphStateBefore(handler, workingCopy->path, *page));
     handler.fillLogPage(workingCopy->path, *page);
 
+    if (svgFile) {
+        std::string error;
+        if (!fs::writeFileAtomically(*svgFile, drawGraphSvg(graphRowsOf(page->logRows())),
+                                     &error)) {
+            std::cerr << "vrnl: " << error << "\n";
+            return 1;
+        }
+    }
     if (json) {
         printJson(Value(page));
         return 0;
     }
-    std::string out;
-    for (const Record& row : page->logRows()) {
-        out += history::rowLine(row);
-        out += "\n";
-    }
-    std::cout << out << std::flush;
+    printHistoryRows(page->logRows(), graph);
     if (page->moreRevisions()) {
         // The command for the next page, with the options of this one.
         std::string next = "vrnl log";
@@ -94,8 +175,9 @@ int runLog(Arguments& args) {
         if (branch) {
             next.append(" --branch ").append(*branch);
         }
-        for (auto [given, flag] : {std::pair{remotes, " --remotes"}, std::pair{topo, " --topo"},
-                                   std::pair{firstParent, " --first-parent"}}) {
+        for (auto [given, flag] :
+             {std::pair{remotes, " --remotes"}, std::pair{topo, " --topo"},
+              std::pair{firstParent, " --first-parent"}, std::pair{graph, " --graph"}}) {
             if (given) {
                 next += flag;
             }

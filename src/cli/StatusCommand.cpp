@@ -4,10 +4,15 @@
 #include <string>
 #include <vector>
 
+#include <sys/ioctl.h>
+#include <unistd.h>
+
 #include "app/VNApplication.h"
 #include "cli/Cli.h"
 #include "general/VNFileStatusEntity.h"
+#include "general/VNLogRowData.h"
 #include "general/VNRepoHandler.h"
+#include "git/VNRepoHandlerGit.h"
 #include "platform/WorkQueue.h"
 
 namespace vn::cli {
@@ -237,6 +242,58 @@ int runStatus(Arguments& args) {
     }
     std::cout << summaryLine(summary) << "\n";
     printGroups(files);
+    return 0;
+}
+
+int runOverview(Arguments& args) {
+    bool json = args.flag("--json");
+    auto rest = args.positional();
+    if (!args.error().empty()) {
+        return usageError(args.error());
+    }
+    std::error_code error;
+    std::filesystem::path start = std::filesystem::canonical(rest.empty() ? "." : rest[0], error);
+    if (error) {
+        std::cerr << "vrnl: " << (rest.empty() ? "." : rest[0]) << ": " << error.message() << "\n";
+        return 1;
+    }
+    auto location = findWorkingCopy(start);
+    if (!location) {
+        std::cerr << "vrnl: not inside a repository: " << start.string()
+                  << "\n(vrnl doctor shows which tools Varnel uses; vrnl --help lists commands)\n";
+        return 1;
+    }
+    auto handler = VNApplication::shared().handlerForType(location->type);
+    auto git = std::dynamic_pointer_cast<VNRepoHandlerGit>(handler);
+    Record summary = handler->summary(location->workingCopy);
+    if (!json) {
+        std::cout << summaryLine(summary) << "\n";
+    }
+    if (!git) {
+        if (json) {
+            printJson(Record{{"workingCopy", location->workingCopy}, {"summary", summary}});
+        }
+        return 0;
+    }
+    // As many rows as fit under the summary line, leaving one for the prompt.
+    uint64_t rows = 20;
+    struct winsize size;
+    if (::ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_row > 4) {
+        rows = size.ws_row - 3;
+    }
+    auto page = std::make_shared<VNLogRowData>();
+    page->setLimit(rows);
+    page->setLookForCurrentBranch(true);
+    git->fillLogPage(location->workingCopy, *page);
+    if (page->firstRowIsWorkingDir() && page->logRows().size() > rows) {
+        page->logRows().pop_back();
+    }
+    if (json) {
+        printJson(Record{
+            {"workingCopy", location->workingCopy}, {"summary", summary}, {"history", page}});
+        return 0;
+    }
+    printHistoryRows(page->logRows(), true);
     return 0;
 }
 

@@ -14,7 +14,9 @@ void printHelp() {
     for (const auto& command : vn::cli::subcommands()) {
         std::cout << "  " << command.usage << "\n      " << command.summary << "\n";
     }
-    std::cout << "\nWithout a command, vrnl shows the status of the repository it runs in.\n"
+    std::cout << "\nWithout a command, vrnl shows the repository it runs in at a glance: the "
+                 "summary line\n"
+                 "and a page of history with its graph.\n"
                  "Every command takes --json to print its result for programs.\n";
 }
 
@@ -34,7 +36,7 @@ int main(int argc, char** argv) {
         std::cout << "vrnl " << VARNEL_VERSION << "\n";
         return 0;
     }
-    std::string name = "status";
+    std::string name = "overview";
     if (!words.empty() && words[0].rfind("-", 0) != 0) {
         name = words[0];
         words.erase(words.begin());

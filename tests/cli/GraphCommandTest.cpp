@@ -1,0 +1,138 @@
+#include <gtest/gtest.h>
+
+#include "general/Json.h"
+#include "general/VNLogGraphEntry.h"
+#include "general/VNLogRowData.h"
+#include "general/VNTask.h"
+#include "git/VNRepoHandlerGit.h"
+#include "support/TestEnvironment.h"
+
+namespace {
+
+using vn::test::GitRepository;
+
+std::shared_ptr<VNTask> vrnlIn(const std::string& folder, const std::vector<std::string>& args) {
+    auto task = VNTask::taskWithCommand(VARNEL_TEST_VRNL, folder, args);
+    task->run();
+    return task;
+}
+
+// main: root, m1, merge of side (s1, s2), m2; side branch s3 on top of s2.
+void buildHistory(GitRepository& repo) {
+    repo.commitFile("f", "root\n", "root");
+    repo.git({"checkout", "-q", "-b", "side"});
+    repo.commitFile("s", "1\n", "s1");
+    repo.commitFile("s", "2\n", "s2");
+    repo.git({"checkout", "-q", "main"});
+    repo.commitFile("f", "m1\n", "m1");
+    repo.git({"merge", "-q", "--no-edit", "side"});
+    repo.commitFile("f", "m2\n", "m2");
+    repo.git({"checkout", "-q", "side"});
+    repo.commitFile("s", "3\n", "s3");
+    repo.git({"checkout", "-q", "main"});
+}
+
+TEST(HistoryGraph, WorkingCopyRowLeadsTheFirstPageOnlyWhenThereAreChanges) {
+    GitRepository repo;
+    buildHistory(repo);
+    auto handler = std::make_shared<VNRepoHandlerGit>();
+    VNLogRowData clean;
+    clean.setLimit(50);
+    handler->fillLogPage(repo.path(), clean);
+    EXPECT_FALSE(clean.firstRowIsWorkingDir());
+    ASSERT_EQ(clean.logRows().size(), 7u);
+
+    repo.write("f", "changed\n");
+    VNLogRowData dirty;
+    dirty.setLimit(50);
+    handler->fillLogPage(repo.path(), dirty);
+    ASSERT_TRUE(dirty.firstRowIsWorkingDir());
+    const vn::Record& first = dirty.logRows().front();
+    EXPECT_EQ(first.string("rev"), "-1");
+    std::string head = repo.git({"rev-parse", "HEAD"});
+    EXPECT_EQ(first.string("parentid1") + "\n", head);
+    auto graph = first["graph"].objectAs<VNLogGraphEntry>();
+    ASSERT_TRUE(graph);
+    EXPECT_TRUE(graph->commitColour.isGrey());
+    // The checked-out commit is reached by the working copy's line and gets a colour of its own.
+    auto headGraph = dirty.logRows()[1]["graph"].objectAs<VNLogGraphEntry>();
+    EXPECT_TRUE(headGraph->commitColour.isHSB());
+
+    VNLogRowData later;
+    later.setSkip(2);
+    later.setLimit(50);
+    handler->fillLogPage(repo.path(), later);
+    EXPECT_FALSE(later.firstRowIsWorkingDir()) << "only the first page has it";
+}
+
+TEST(HistoryGraph, LogGraphPagesContinueTheGraphOfThePagesBefore) {
+    GitRepository repo;
+    buildHistory(repo);
+    auto whole = vrnlIn(repo.path(), {"log", "--graph", "--topo"});
+    ASSERT_TRUE(whole->success()) << whole->errorOutput();
+    EXPECT_NE(whole->output().find("●"), std::string::npos);
+    std::vector<std::string> lines;
+    std::string text = whole->output();
+    for (std::size_t start = 0, end; (end = text.find('\n', start)) != std::string::npos;
+         start = end + 1) {
+        lines.push_back(text.substr(start, end - start));
+    }
+    ASSERT_EQ(lines.size(), 7u);
+    for (std::size_t skip : {1u, 3u, 4u}) {
+        SCOPED_TRACE("skip " + std::to_string(skip));
+        auto page = vrnlIn(repo.path(), {"log", "--graph", "--topo", "--skip", std::to_string(skip),
+                                         "--limit", "2"});
+        ASSERT_TRUE(page->success()) << page->errorOutput();
+        // Lanes are as wide as the page needs, so compare the rows without trailing blanks.
+        auto trimmed = [](std::string s) {
+            std::size_t graphEnd = s.find("  ");
+            return graphEnd == std::string::npos ? s : s.substr(0, graphEnd);
+        };
+        std::string expected = trimmed(lines[skip]) + "\n" + trimmed(lines[skip + 1]);
+        std::string got = page->output();
+        std::size_t cut = got.find('\n');
+        ASSERT_NE(cut, std::string::npos);
+        EXPECT_EQ(trimmed(got.substr(0, cut)) + "\n" +
+                      trimmed(got.substr(cut + 1, got.find('\n', cut + 1) - cut - 1)),
+                  expected);
+    }
+}
+
+TEST(HistoryGraph, SvgAndJsonCarryTheGraph) {
+    GitRepository repo;
+    buildHistory(repo);
+    std::string svgPath = repo.file("graph.svg");
+    auto task = vrnlIn(repo.path(), {"log", "--graph", "--svg", svgPath, "--json"});
+    ASSERT_TRUE(task->success()) << task->errorOutput();
+    std::string svg = vn::test::readFile(svgPath);
+    EXPECT_EQ(svg.rfind("<svg ", 0), 0u);
+    EXPECT_NE(svg.find("s3"), std::string::npos);
+    auto page = vn::parseJson(task->output());
+    ASSERT_TRUE(page);
+    const vn::Value::Array* rows = (*page->record())["logRows"].array();
+    ASSERT_TRUE(rows && !rows->empty());
+    const vn::Record* graph = (*rows->front().record())["graph"].record();
+    ASSERT_TRUE(graph);
+    EXPECT_TRUE((*graph)["commitColour"].record()->contains("hue"));
+
+    auto misuse = vrnlIn(repo.path(), {"log", "--svg", svgPath});
+    EXPECT_EQ(misuse->exitCode(), 2);
+}
+
+TEST(Overview, ShowsTheSummaryLineAndTheGraphOrSaysThereIsNoRepository) {
+    GitRepository repo;
+    buildHistory(repo);
+    repo.write("f", "changed\n");
+    auto inside = vrnlIn(repo.path(), {});
+    ASSERT_TRUE(inside->success()) << inside->errorOutput();
+    EXPECT_EQ(inside->output().rfind("On branch main", 0), 0u) << inside->output();
+    EXPECT_NE(inside->output().find("Uncommitted changes"), std::string::npos);
+    EXPECT_NE(inside->output().find("m2"), std::string::npos);
+
+    vn::test::TempDir outside;
+    auto none = vrnlIn(outside.path(), {});
+    EXPECT_EQ(none->exitCode(), 1);
+    EXPECT_NE(none->errorOutput().find("not inside a repository"), std::string::npos);
+}
+
+}  // namespace
