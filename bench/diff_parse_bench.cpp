@@ -6,8 +6,14 @@
 //   BM_ParseRevisionPieces     the same text cut into revisions by the separator
 //   BM_ParseRealGitDiff        the diff real git writes for a generated repository (~100 MB)
 //   BM_GitDiff / BM_GitDiffAndParse
-//                              that `git diff` through VNTask, without and with parsing
-//   BM_VrnlDiffJsonOfPatch     `vrnl diff --patch-file --json` of that diff, output discarded
+//                              that `git diff`, as the Git handler prepares it, read through
+//                              VNTask, without and with parsing
+//   BM_GitDiffProcess          the same git, its output going to /dev/null
+//   BM_VrnlDiffJson / BM_VrnlDiffForPeople
+//                              `vrnl diff --json` and `vrnl diff` of the same change
+//   BM_VrnlDiffJsonOfPatch     `vrnl diff --patch-file --json` of that diff saved as a file
+//
+// Run a single family with --benchmark_filter, for example 'Parse' or 'Git|Vrnl'.
 
 #include <benchmark/benchmark.h>
 #include <stdlib.h>
@@ -15,6 +21,7 @@
 #include <cstdio>
 #include <filesystem>
 #include <map>
+#include <memory>
 #include <random>
 #include <string>
 #include <vector>
@@ -22,6 +29,7 @@
 #include "general/VNDiffModel.h"
 #include "general/VNDiffParser.h"
 #include "general/VNTask.h"
+#include "git/VNRepoHandlerGit.h"
 #include "platform/FileSystem.h"
 #include "platform/Process.h"
 
@@ -66,12 +74,19 @@ bool isolateEnvironment() {
 std::string codeLine(std::mt19937& random, int n) {
     static const char* words[] = {"value", "count", "parser", "buffer", "index",  "résumé",
                                   "token", "state", "naïve",  "offset", "length", "日本語"};
+    // Appended piece by piece: "text" + string chains draw a false -Wrestrict from g++ 12 -O3.
     std::string line = "    auto ";
-    line += words[random() % 12];
-    line += "_" + std::to_string(n) + " = compute(" + words[random() % 12] + ", ";
-    line += words[random() % 12];
-    line += ", " + std::to_string(random() % 100000) + ");  // " + words[random() % 12];
+    line.append(words[random() % 12]).append("_").append(std::to_string(n));
+    line.append(" = compute(").append(words[random() % 12]).append(", ");
+    line.append(words[random() % 12]).append(", ").append(std::to_string(random() % 100000));
+    line.append(");  // ").append(words[random() % 12]);
     return line;
+}
+
+void appendLine(std::string& out, char prefix, const std::string& text) {
+    out.push_back(prefix);
+    out.append(text);
+    out.push_back('\n');
 }
 
 // A diff shaped like git's: headers, hunks of three context lines around changes, and now and
@@ -82,32 +97,35 @@ const std::string& generatedDiff() {
         out.reserve(kGeneratedBytes + (1 << 20));
         std::mt19937 random(42);
         for (int file = 0; out.size() < kGeneratedBytes; ++file) {
-            std::string name =
-                "src/module" + std::to_string(file % 97) + "/file" + std::to_string(file) + ".cpp";
-            out += "diff --git a/" + name + " b/" + name + "\n";
-            out += "index 1a2b3c4..5d6e7f8 100644\n--- a/" + name + "\n+++ b/" + name + "\n";
+            std::string name = "src/module";
+            name.append(std::to_string(file % 97)).append("/file");
+            name.append(std::to_string(file)).append(".cpp");
+            out.append("diff --git a/").append(name).append(" b/").append(name).append("\n");
+            out.append("index 1a2b3c4..5d6e7f8 100644\n--- a/").append(name);
+            out.append("\n+++ b/").append(name).append("\n");
             int line = 1;
             int hunks = 5 + static_cast<int>(random() % 40);
             for (int hunk = 0; hunk < hunks; ++hunk) {
                 line += 10 + static_cast<int>(random() % 50);
-                out += "@@ -" + std::to_string(line) + ",7 +" + std::to_string(line) +
-                       ",8 @@ void function" + std::to_string(hunk) + "()\n";
+                out.append("@@ -").append(std::to_string(line)).append(",7 +");
+                out.append(std::to_string(line)).append(",8 @@ void function");
+                out.append(std::to_string(hunk)).append("()\n");
                 for (int i = 0; i < 3; ++i) {
-                    out += " " + codeLine(random, line + i) + "\n";
+                    appendLine(out, ' ', codeLine(random, line + i));
                 }
-                out += "-" + codeLine(random, line + 3) + "\n";
-                out += "+" + codeLine(random, line + 3) + "\n";
+                appendLine(out, '-', codeLine(random, line + 3));
+                appendLine(out, '+', codeLine(random, line + 3));
                 if (random() % 2000 == 0) {
-                    out += "+" + std::string(12000, 'x') + "\n";
+                    appendLine(out, '+', std::string(12000, 'x'));
                 } else {
-                    out += "+" + codeLine(random, line + 4) + "\n";
+                    appendLine(out, '+', codeLine(random, line + 4));
                 }
                 for (int i = 0; i < 3; ++i) {
-                    out += " " + codeLine(random, line + 4 + i) + "\n";
+                    appendLine(out, ' ', codeLine(random, line + 4 + i));
                 }
             }
             if (file % 50 == 0) {
-                out += "\\ No newline at end of file\n";
+                out.append("\\ No newline at end of file\n");
             }
         }
         return out;
@@ -193,7 +211,7 @@ const std::string& repository() {
             for (int file = 0; file < kRepositoryFiles; ++file) {
                 std::string text;
                 for (const std::string& line : contents[file]) {
-                    text += line + "\n";
+                    text.append(line).push_back('\n');
                 }
                 std::string name = path + "/dir" + std::to_string(file % 40);
                 std::filesystem::create_directories(name);
@@ -221,13 +239,27 @@ const std::string& repository() {
     return folder;
 }
 
+VNRepoHandlerGit& handler() {
+    static const auto shared = std::make_shared<VNRepoHandlerGit>();
+    return *shared;
+}
+
+// What `vrnl diff` runs for the working copy's unstaged changes.
+std::shared_ptr<VNTask> gitDiffTask(const std::string& pipeTo = "") {
+    auto task = handler().fileDiffAgainstBaseTask(repository(), {}, 0, 3);
+    if (pipeTo.empty()) {
+        return task;
+    }
+    return VNTask::taskWithCommand(task->command(), task->workingDir(), task->args(), pipeTo);
+}
+
 const std::string& realGitDiff() {
     static const std::string text = [] {
         if (repository().empty()) {
             return std::string();
         }
-        auto task = git(repository(), {"diff"});
-        return task->success() ? task->output() : std::string();
+        auto task = gitDiffTask();
+        return task->run() ? task->output() : std::string();
     }();
     return text;
 }
@@ -241,6 +273,8 @@ void BM_ParseRealGitDiff(benchmark::State& state) {
 }
 BENCHMARK(BM_ParseRealGitDiff)->Unit(benchmark::kMillisecond)->UseRealTime()->MinTime(5);
 
+// The diff command as `vrnl diff` runs it, its output read into the task; then, with `parse`,
+// read into the model by the handler.
 void gitDiffBenchmark(benchmark::State& state, bool parse) {
     if (realGitDiff().empty()) {
         state.SkipWithError("could not make the repository");
@@ -248,11 +282,12 @@ void gitDiffBenchmark(benchmark::State& state, bool parse) {
     }
     std::size_t bytes = 0;
     for (auto _ : state) {
-        auto task = git(repository(), {"diff"});
+        auto task = gitDiffTask();
+        task->run();
         bytes = task->output().size();
         if (parse) {
             VNDiffModel model;
-            VNDiffParser::git().parseDiffToModel(task->output(), model.fileEntries(), kNoLimit);
+            handler().parseDiffToModel(task->output(), model.fileEntries(), kNoLimit);
             benchmark::DoNotOptimize(model.fileEntries().size());
             state.PauseTiming();
             model.fileEntries().clear();
@@ -272,26 +307,61 @@ void BM_GitDiffAndParse(benchmark::State& state) {
 }
 BENCHMARK(BM_GitDiffAndParse)->Unit(benchmark::kMillisecond)->UseRealTime()->MinTime(10);
 
-// `vrnl diff --json` on the same diff saved as a patch file: parsing plus writing the model out.
-void BM_VrnlDiffJsonOfPatch(benchmark::State& state) {
+// Whole processes, their output written to /dev/null: git with the arguments vrnl gives it, and
+// vrnl itself, which runs that git, parses its text and writes the model.
+void BM_GitDiffProcess(benchmark::State& state) {
+    if (realGitDiff().empty()) {
+        state.SkipWithError("could not make the repository");
+        return;
+    }
+    for (auto _ : state) {
+        if (!gitDiffTask("/dev/null")->run()) {
+            state.SkipWithError("git diff failed");
+            return;
+        }
+    }
+    state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * realGitDiff().size()));
+}
+BENCHMARK(BM_GitDiffProcess)->Unit(benchmark::kMillisecond)->UseRealTime()->MinTime(10);
+
+std::string vrnlPath() {
     std::error_code ec;
-    std::string vrnl =
-        (std::filesystem::read_symlink("/proc/self/exe", ec).parent_path() / "vrnl").string();
-    std::string patch = scratchFolder() + "/real.patch";
-    if (realGitDiff().empty() || !vn::fs::isExecutableFile(vrnl) ||
-        !vn::fs::writeFileAtomically(patch, realGitDiff())) {
+    return (std::filesystem::read_symlink("/proc/self/exe", ec).parent_path() / "vrnl").string();
+}
+
+void vrnlBenchmark(benchmark::State& state, const std::vector<std::string>& args) {
+    if (realGitDiff().empty() || !vn::fs::isExecutableFile(vrnlPath())) {
         state.SkipWithError("no vrnl beside the benchmark, or no diff");
         return;
     }
     for (auto _ : state) {
-        auto task = VNTask::taskWithCommand(vrnl, scratchFolder(),
-                                            {"diff", "--patch-file", patch, "--json"}, "/dev/null");
+        auto task = VNTask::taskWithCommand(vrnlPath(), scratchFolder(), args, "/dev/null");
         if (!task->run()) {
             state.SkipWithError("vrnl diff failed");
             return;
         }
     }
     state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * realGitDiff().size()));
+}
+
+void BM_VrnlDiffJson(benchmark::State& state) {
+    vrnlBenchmark(state, {"diff", repository(), "--json"});
+}
+BENCHMARK(BM_VrnlDiffJson)->Unit(benchmark::kMillisecond)->UseRealTime()->MinTime(10);
+
+void BM_VrnlDiffForPeople(benchmark::State& state) {
+    vrnlBenchmark(state, {"diff", repository()});
+}
+BENCHMARK(BM_VrnlDiffForPeople)->Unit(benchmark::kMillisecond)->UseRealTime()->MinTime(10);
+
+// `vrnl diff --patch-file --json` of the same diff saved as a file: no git run at all.
+void BM_VrnlDiffJsonOfPatch(benchmark::State& state) {
+    std::string patch = scratchFolder() + "/real.patch";
+    if (realGitDiff().empty() || !vn::fs::writeFileAtomically(patch, realGitDiff())) {
+        state.SkipWithError("no diff");
+        return;
+    }
+    vrnlBenchmark(state, {"diff", "--patch-file", patch, "--json"});
 }
 BENCHMARK(BM_VrnlDiffJsonOfPatch)->Unit(benchmark::kMillisecond)->UseRealTime()->MinTime(10);
 
@@ -332,12 +402,18 @@ int main(int argc, char** argv) {
     RatioReporter reporter;
     benchmark::RunSpecifiedBenchmarks(&reporter);
     std::printf("\n");
-    reporter.printRatio("git diff, then parse / git diff alone",
+    reporter.printRatio("git diff read and parsed / git diff read",
                         "BM_GitDiffAndParse/min_time:10.000/real_time",
                         "BM_GitDiff/min_time:10.000/real_time");
-    reporter.printRatio("vrnl diff --json of the patch / git diff",
+    reporter.printRatio("vrnl diff --json / git diff, whole processes",
+                        "BM_VrnlDiffJson/min_time:10.000/real_time",
+                        "BM_GitDiffProcess/min_time:10.000/real_time");
+    reporter.printRatio("vrnl diff / git diff, whole processes",
+                        "BM_VrnlDiffForPeople/min_time:10.000/real_time",
+                        "BM_GitDiffProcess/min_time:10.000/real_time");
+    reporter.printRatio("vrnl diff --patch-file --json / git diff, whole processes",
                         "BM_VrnlDiffJsonOfPatch/min_time:10.000/real_time",
-                        "BM_GitDiff/min_time:10.000/real_time");
+                        "BM_GitDiffProcess/min_time:10.000/real_time");
     benchmark::Shutdown();
     std::error_code ec;
     std::filesystem::remove_all(scratchFolder(), ec);

@@ -101,8 +101,12 @@ const std::vector<Subcommand>& subcommands() {
     static const std::vector<Subcommand> table = {
         {"doctor", "doctor [--json]",
          "Show which git, hg and companion tools Varnel runs, and their versions", runDoctor},
-        {"diff", "diff --patch-file FILE [--max-files N] [--json]",
-         "Show a patch file's changes with line numbers (FILE - reads standard input)", runDiff},
+        {"diff",
+         "diff [PATH] [--staged | --rev R | --range A B] [--context N] [--ignore-whitespace] "
+         "[--max-files N] [FILES] [--json]  |  diff --patch-file FILE [--max-files N] [--json]",
+         "Show changes with line numbers: unstaged, staged, of a revision or between two; or a "
+         "patch file's (FILE - reads standard input)",
+         runDiff},
         {"check-url", "check-url URL [--json]",
          "Tell whether a path or URL is a Git repository that can be reached", runCheckUrl},
         {"log",

@@ -1,16 +1,23 @@
 #include <algorithm>
+#include <charconv>
 #include <cstdint>
+#include <filesystem>
 #include <iostream>
 #include <iterator>
 #include <limits>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "app/VNApplication.h"
 #include "cli/Cli.h"
+#include "general/DiffOptions.h"
 #include "general/TextEncoding.h"
 #include "general/VNDiffModel.h"
 #include "general/VNDiffParser.h"
+#include "general/VNRepoHandler.h"
+#include "general/VNTask.h"
 #include "platform/FileSystem.h"
 
 namespace vn::cli {
@@ -36,10 +43,6 @@ const char* changeTypeName(uint64_t changeType) {
     }
 }
 
-std::string padLeft(const std::string& text, std::size_t width) {
-    return text.size() >= width ? text : std::string(width - text.size(), ' ') + text;
-}
-
 // "-start,count" the way a patch writes a range; the count only when the range spans lines.
 std::string rangeText(char side, int64_t start, int64_t end) {
     std::string text(1, side);
@@ -56,14 +59,36 @@ std::string shortReference(const std::string& ref) {
 
 // Width of the line-number columns: the longest number the file's hunks print.
 std::size_t lineNumberWidth(const VNDiffFileModel& file) {
-    std::size_t width = 1;
+    int64_t largest = 0;
     for (const auto& hunk : file.hunks()) {
-        for (const Record& line : hunk->hunkLines()) {
-            width = std::max({width, line.string(VNDiffHunkModel::BeforeLineNumberKey).size(),
-                              line.string(VNDiffHunkModel::AfterLineNumberKey).size()});
+        for (std::size_t i = 0, count = hunk->lineCount(); i < count; ++i) {
+            VNDiffHunkModel::LineView line = hunk->lineAt(i);
+            largest = std::max({largest, line.beforeLineNumber, line.afterLineNumber});
         }
     }
-    return width;
+    return std::to_string(largest).size();
+}
+
+// The same as colour(), appended in place: a large diff prints millions of lines.
+void appendColoured(std::string& out, std::string_view text, std::string_view sgr) {
+    if (sgr.empty() || !useColour()) {
+        out.append(text);
+        return;
+    }
+    out.append("\x1b[").append(sgr).append("m").append(text).append("\x1b[0m");
+}
+
+void appendLineNumber(std::string& out, int64_t number, std::size_t width) {
+    char buffer[24];
+    std::size_t length = 0;
+    if (number != VNDiffHunkModel::NoLineNumber) {
+        length = static_cast<std::size_t>(
+            std::to_chars(buffer, buffer + sizeof buffer, number).ptr - buffer);
+    }
+    if (length < width) {
+        out.append(width - length, ' ');
+    }
+    out.append(buffer, length);
 }
 
 void printFile(const VNDiffFileModel& file, std::string& out) {
@@ -99,17 +124,26 @@ void printFile(const VNDiffFileModel& file, std::string& out) {
                           rangeText('+', hunk->startLineAfter(), hunk->endLineAfter()) + " @@",
                       "36") +
                "\n";
-        for (const Record& line : hunk->hunkLines()) {
-            std::string prefix = line.string(VNDiffHunkModel::PrefixKey);
-            std::string numbers =
-                padLeft(line.string(VNDiffHunkModel::BeforeLineNumberKey), width) + " " +
-                padLeft(line.string(VNDiffHunkModel::AfterLineNumberKey), width);
-            std::string text = prefix + line.string(VNDiffHunkModel::LineKey);
-            const char* sgr = prefix == "+"    ? "32"
-                              : prefix == "-"  ? "31"
-                              : prefix == "\\" ? "2"
-                                               : "";
-            out += colour(numbers, "2") + " " + (*sgr ? colour(text, sgr) : text) + "\n";
+        std::string numbers;
+        for (std::size_t i = 0, count = hunk->lineCount(); i < count; ++i) {
+            VNDiffHunkModel::LineView line = hunk->lineAt(i);
+            numbers.clear();
+            appendLineNumber(numbers, line.beforeLineNumber, width);
+            numbers.push_back(' ');
+            appendLineNumber(numbers, line.afterLineNumber, width);
+            appendColoured(out, numbers, "2");
+            out.push_back(' ');
+            std::string_view sgr = line.prefix == "+"    ? "32"
+                                   : line.prefix == "-"  ? "31"
+                                   : line.prefix == "\\" ? "2"
+                                                         : "";
+            if (sgr.empty() || !useColour()) {
+                out.append(line.prefix).append(line.line);
+            } else {
+                out.append("\x1b[").append(sgr).append("m").append(line.prefix);
+                out.append(line.line).append("\x1b[0m");
+            }
+            out.push_back('\n');
         }
     }
 }
@@ -175,38 +209,52 @@ std::optional<std::string> readPatch(const std::string& path) {
     return fs::readFile(path);
 }
 
-}  // namespace
+// Reads a count option; nothing when it is absent, and `error` set when it is no count.
+std::optional<uint64_t> countOption(Arguments& args, std::string_view name, std::string& error) {
+    std::optional<std::string> text = args.option(name);
+    if (!text) {
+        return std::nullopt;
+    }
+    std::size_t used = 0;
+    uint64_t value = 0;
+    try {
+        value = std::stoull(*text, &used);
+    } catch (...) {
+        used = 0;
+    }
+    if (used == 0 || used != text->size() || (*text)[0] == '-') {
+        error = std::string(name) + " needs a number";
+        return std::nullopt;
+    }
+    return value;
+}
 
-int runDiff(Arguments& args) {
-    bool json = args.flag("--json");
-    std::optional<std::string> patchFile = args.option("--patch-file");
-    std::optional<std::string> maxFilesText = args.option("--max-files");
-    auto rest = args.positional();
-    if (!args.error().empty()) {
-        return usageError(args.error());
+void printModel(const std::shared_ptr<VNDiffModel>& model, bool json) {
+    if (json) {
+        printJson(Value(model));
+        return;
     }
-    if (!patchFile) {
-        return usageError("diff needs --patch-file FILE");
-    }
-    if (!rest.empty()) {
-        return usageError("diff --patch-file takes no other arguments");
-    }
-    uint64_t maxFiles = std::numeric_limits<uint64_t>::max();
-    if (maxFilesText) {
-        std::size_t used = 0;
-        try {
-            maxFiles = std::stoull(*maxFilesText, &used);
-        } catch (...) {
-            used = 0;
+    std::string out;
+    bool first = true;
+    for (const auto& file : model->fileEntries()) {
+        if (!first) {
+            out += "\n";
         }
-        if (used == 0 || used != maxFilesText->size() || (*maxFilesText)[0] == '-') {
-            return usageError("--max-files needs a number");
+        first = false;
+        printFile(*file, out);
+        if (out.size() > (1u << 20)) {
+            std::cout.write(out.data(), static_cast<std::streamsize>(out.size()));
+            out.clear();
         }
     }
+    std::cout.write(out.data(), static_cast<std::streamsize>(out.size()));
+    std::cout.flush();
+}
 
-    std::optional<std::string> bytes = readPatch(*patchFile);
+int showPatchFile(const std::string& patchFile, uint64_t maxFiles, bool json) {
+    std::optional<std::string> bytes = readPatch(patchFile);
     if (!bytes) {
-        std::cerr << "vrnl: cannot read " << *patchFile << "\n";
+        std::cerr << "vrnl: cannot read " << patchFile << "\n";
         return 1;
     }
     // Patches are read the way tool output is: UTF-8, else the older single-byte encodings.
@@ -214,26 +262,161 @@ int runDiff(Arguments& args) {
     std::string text = decoded ? std::move(*decoded) : repairUTF8(*bytes);
     bytes.reset();
 
-    VNDiffModel model(std::min<uint64_t>(maxFiles, 20));
+    auto model = std::make_shared<VNDiffModel>(std::min<uint64_t>(maxFiles, 20));
     VNDiffParser parser = VNDiffParser::git();
     for (std::string_view patch : mailboxPatches(text)) {
-        parser.parseDiffToModel(withoutMailSignature(patch), model.fileEntries(), maxFiles);
+        parser.parseDiffToModel(withoutMailSignature(patch), model->fileEntries(), maxFiles);
+    }
+    printModel(model, json);
+    return 0;
+}
+
+// The working copy that holds `folder`: the nearest folder upwards that has a ".git".
+std::optional<std::filesystem::path> workingCopyRoot(VNRepoHandler& handler,
+                                                     std::filesystem::path folder) {
+    while (true) {
+        if (handler.validateWorkingDirectory(folder.string())) {
+            return folder;
+        }
+        if (folder == folder.parent_path() || folder.empty()) {
+            return std::nullopt;
+        }
+        folder = folder.parent_path();
+    }
+}
+
+std::filesystem::path resolved(const std::filesystem::path& path) {
+    std::error_code error;
+    std::filesystem::path result = std::filesystem::weakly_canonical(path, error);
+    return error ? std::filesystem::absolute(path).lexically_normal() : result;
+}
+
+// A file's path with its folders resolved but not the file itself: git tracks a symbolic link
+// as a file of its own.
+std::filesystem::path resolvedFile(const std::filesystem::path& path) {
+    std::filesystem::path normal = path.lexically_normal();
+    if (!normal.has_filename() || normal.filename() == "..") {
+        return resolved(normal);
+    }
+    return resolved(normal.parent_path()) / normal.filename();
+}
+
+}  // namespace
+
+int runDiff(Arguments& args) {
+    bool json = args.flag("--json");
+    bool staged = args.flag("--staged");
+    bool ignoreWhitespace = args.flag("--ignore-whitespace");
+    std::optional<std::string> patchFile = args.option("--patch-file");
+    std::optional<std::string> revision = args.option("--rev");
+    std::string error;
+    std::optional<uint64_t> maxFilesOption = countOption(args, "--max-files", error);
+    std::optional<uint64_t> context = countOption(args, "--context", error);
+    if (!error.empty()) {
+        return usageError(error);
+    }
+    // An option takes one value here, so the second revision of "--range A B" is the word left
+    // where the option stood.
+    std::vector<std::string> wordsBefore = Arguments(args).positional();
+    std::optional<std::string> rangeFrom = args.option("--range");
+    auto rest = args.positional();
+    if (!args.error().empty()) {
+        return usageError(args.error());
+    }
+    std::optional<std::string> rangeTo;
+    if (rangeFrom) {
+        std::size_t dots = rangeFrom->find("..");
+        if (dots != std::string::npos && rangeFrom->find("...") == std::string::npos) {
+            rangeTo = rangeFrom->substr(dots + 2);
+            rangeFrom = rangeFrom->substr(0, dots);
+        } else {
+            std::size_t at = 0;
+            while (at < rest.size() && at < wordsBefore.size() && rest[at] == wordsBefore[at]) {
+                ++at;
+            }
+            if (at >= rest.size()) {
+                return usageError("--range needs two revisions");
+            }
+            rangeTo = rest[at];
+            rest.erase(rest.begin() + static_cast<std::ptrdiff_t>(at));
+        }
+        if (rangeFrom->empty() || rangeTo->empty()) {
+            return usageError("--range needs two revisions");
+        }
+    }
+    uint64_t maxFiles = maxFilesOption.value_or(std::numeric_limits<uint64_t>::max());
+
+    if (patchFile) {
+        if (!rest.empty()) {
+            return usageError("diff --patch-file takes no other arguments");
+        }
+        if (staged || revision || rangeFrom || context || ignoreWhitespace) {
+            return usageError("diff --patch-file shows the patch as it is, without diff options");
+        }
+        return showPatchFile(*patchFile, maxFiles, json);
+    }
+    if (int(staged) + int(revision.has_value()) + int(rangeFrom.has_value()) > 1) {
+        return usageError("--staged, --rev and --range exclude each other");
     }
 
-    if (json) {
-        printJson(model.jsonValue());
-        return 0;
-    }
-    std::string out;
-    bool first = true;
-    for (const auto& file : model.fileEntries()) {
-        if (!first) {
-            out += "\n";
+    auto handler = VNApplication::shared().handlerForType(VNRepositoryTypeGit);
+    std::error_code cwdError;
+    std::filesystem::path current = resolved(std::filesystem::current_path(cwdError));
+    std::optional<std::filesystem::path> currentRoot = workingCopyRoot(*handler, current);
+    // The first word names the working copy when it is one, or when there is no working copy
+    // here for files to belong to; otherwise every word is a file, as with git.
+    std::filesystem::path base = current;
+    if (!rest.empty() && fs::isDirectory(rest.front())) {
+        std::filesystem::path folder = resolved(rest.front());
+        if (!currentRoot || handler->validateWorkingDirectory(folder.string())) {
+            base = folder;
+            rest.erase(rest.begin());
         }
-        first = false;
-        printFile(*file, out);
     }
-    std::cout << out << std::flush;
+    std::optional<std::filesystem::path> root =
+        base == current ? currentRoot : workingCopyRoot(*handler, base);
+    if (!root) {
+        std::cerr << "vrnl: " << base.string() << " is not in a Git working copy\n";
+        return 1;
+    }
+    // Files are named from the folder given (or the current one); git wants them from the root.
+    std::vector<std::string> files;
+    for (const std::string& word : rest) {
+        std::filesystem::path relative = resolvedFile(base / word).lexically_relative(*root);
+        std::string name = relative.string();
+        if (name.empty() || name == ".." || name.rfind("../", 0) == 0) {
+            std::cerr << "vrnl: " << word << " is outside the working copy " << root->string()
+                      << "\n";
+            return 1;
+        }
+        files.push_back(name);
+    }
+
+    uint64_t options = ignoreWhitespace ? DiffIgnoreWhitespace : 0;
+    int lines = static_cast<int>(std::min<uint64_t>(context.value_or(3), 1u << 20));
+    std::string path = root->string();
+    std::shared_ptr<VNTask> task;
+    if (revision) {
+        task = handler->revisionFileDiffTask(path, *revision, files, options, lines);
+    } else if (rangeFrom) {
+        task =
+            handler->revisionRangeFileDiffTask(path, *rangeFrom, *rangeTo, files, options, lines);
+    } else if (staged) {
+        task = handler->fileDiffAgainstBaseTask(path, files, "", options, lines);
+    } else {
+        task = handler->fileDiffAgainstBaseTask(path, files, options, lines);
+    }
+    if (!task->run()) {
+        std::cerr << task->errorOutput();
+        if (task->errorOutput().empty()) {
+            std::cerr << "vrnl: " << task->displayCommand() << " failed with code "
+                      << task->exitCode() << "\n";
+        }
+        return 1;
+    }
+    auto model = std::make_shared<VNDiffModel>(std::min<uint64_t>(maxFiles, 20));
+    handler->parseDiffToModel(task->output(), model->fileEntries(), maxFiles);
+    printModel(model, json);
     return 0;
 }
 

@@ -2,6 +2,7 @@
 
 #include <filesystem>
 
+#include "general/Json.h"
 #include "general/VNTask.h"
 #include "platform/FileSystem.h"
 #include "platform/Log.h"
@@ -103,4 +104,39 @@ vn::Value VNDiffFileModel::jsonValue() const {
         {"rev", textOrNull(rev_)},
         {"hunks", std::move(hunks)},
     };
+}
+
+void VNDiffFileModel::writeJson(vn::JsonWriter& writer) const {
+    auto textOrNull = [&writer](std::string_view name, const std::string& text) {
+        writer.key(name);
+        if (text.empty()) {
+            writer.null();
+        } else {
+            writer.string(text);
+        }
+    };
+    writer.beginObject();
+    textOrNull("filename", filename_);
+    textOrNull("previousFilename", previousFilename_);
+    writer.member("changeType", changeType_);
+    writer.member("fileType", fileType_);
+    writer.member("linesAdded", linesAdded_);
+    writer.member("linesRemoved", linesRemoved_);
+    writer.member("oldFileMode", oldFileMode_);
+    writer.member("newFileMode", newFileMode_);
+    writer.member("suppressed", suppressed_);
+    textOrNull("beforeLargeFileRef", beforeLargeFileRef_);
+    textOrNull("afterLargeFileRef", afterLargeFileRef_);
+    textOrNull("rev", rev_);
+    writer.key("hunks");
+    writer.beginArray();
+    for (const auto& hunk : hunks_) {
+        if (hunk) {
+            hunk->writeJson(writer);
+        } else {
+            writer.null();
+        }
+    }
+    writer.endArray();
+    writer.endObject();
 }

@@ -73,6 +73,7 @@ class VNDiffFileModel : public vn::Object {
 
     // Empty text fields become null.
     vn::Value jsonValue() const override;
+    void writeJson(vn::JsonWriter& writer) const override;
 
   private:
     std::string filename_;

@@ -1,5 +1,6 @@
 #include "general/VNDiffModel.h"
 
+#include "general/Json.h"
 #include "general/Record.h"
 
 vn::Value VNDiffModel::jsonValue() const {
@@ -9,4 +10,19 @@ vn::Value VNDiffModel::jsonValue() const {
         files.push_back(file ? file->jsonValue() : vn::Value());
     }
     return vn::Record{{"fileEntries", std::move(files)}};
+}
+
+void VNDiffModel::writeJson(vn::JsonWriter& writer) const {
+    writer.beginObject();
+    writer.key("fileEntries");
+    writer.beginArray();
+    for (const auto& file : fileEntries_) {
+        if (file) {
+            file->writeJson(writer);
+        } else {
+            writer.null();
+        }
+    }
+    writer.endArray();
+    writer.endObject();
 }

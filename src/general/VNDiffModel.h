@@ -16,6 +16,8 @@ class VNDiffModel : public vn::Object {
     const VNDiffFileList& fileEntries() const { return fileEntries_; }
 
     vn::Value jsonValue() const override;
+    // Writes the same JSON as it goes: a large diff is never copied into records.
+    void writeJson(vn::JsonWriter& writer) const override;
 
   private:
     VNDiffFileList fileEntries_;

@@ -2,12 +2,15 @@
 
 #include <algorithm>
 #include <array>
-#include <charconv>
 #include <limits>
 #include <utility>
 #include <vector>
 
 #include "general/Regex.h"
+
+#if defined(__SSE2__)
+#include <emmintrin.h>
+#endif
 
 namespace {
 
@@ -20,6 +23,33 @@ constexpr std::array<bool, 256> lineEndLeads = [] {
     }
     return table;
 }();
+
+// The first byte from `p` on that may begin a line end, or `end`. Sixteen bytes at a time where
+// the processor allows: this scan is most of the parser's own work.
+inline const char* nextLineEndLead(const char* p, const char* end) {
+#if defined(__SSE2__)
+    const __m128i first = _mm_set1_epi8(0x0A);
+    const __m128i span = _mm_set1_epi8(0x0D - 0x0A);
+    const __m128i nel = _mm_set1_epi8(static_cast<char>(0xC2));
+    const __m128i separators = _mm_set1_epi8(static_cast<char>(0xE2));
+    while (end - p >= 16) {
+        __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+        __m128i offset = _mm_sub_epi8(bytes, first);
+        // Unsigned offset <= 3: LF, VT, FF or CR.
+        __m128i control = _mm_cmpeq_epi8(_mm_min_epu8(offset, span), offset);
+        __m128i leads = _mm_or_si128(_mm_cmpeq_epi8(bytes, nel), _mm_cmpeq_epi8(bytes, separators));
+        int mask = _mm_movemask_epi8(_mm_or_si128(control, leads));
+        if (mask != 0) {
+            return p + __builtin_ctz(static_cast<unsigned>(mask));
+        }
+        p += 16;
+    }
+#endif
+    while (p < end && !lineEndLeads[static_cast<unsigned char>(*p)]) {
+        ++p;
+    }
+    return p;
+}
 
 // Length of the line end at `p`, or 0 when none starts there.
 inline std::size_t lineEndLength(const char* p, const char* end) {
@@ -122,12 +152,6 @@ std::size_t firstCharacterLength(std::string_view line) {
     return std::min(length, line.size());
 }
 
-std::string decimalText(int64_t value) {
-    char buffer[24];
-    auto result = std::to_chars(buffer, buffer + sizeof buffer, value);
-    return std::string(buffer, result.ptr);
-}
-
 // An abbreviated revision id as the multi-revision diff prints it before a revision's files.
 // Only 7-digit abbreviations are taken.
 bool isShortRevisionId(std::string_view word) {
@@ -220,14 +244,9 @@ class Pass {
         while (p < end) {
             const char* start = p;
             std::size_t endLength = 0;
-            while (p < end) {
-                if (!lineEndLeads[static_cast<unsigned char>(*p)]) {
-                    ++p;
-                } else if ((endLength = lineEndLength(p, end)) == 0) {
-                    ++p;
-                } else {
-                    break;
-                }
+            while ((p = nextLineEndLead(p, end)) < end &&
+                   (endLength = lineEndLength(p, end)) == 0) {
+                ++p;
             }
             std::string_view line(start, p - start);
             // Every line end after the line goes with it, so a CR before an LF and empty lines
@@ -339,9 +358,6 @@ class Pass {
             int64_t countBefore = hasOldCount ? numbers[1] : 1;
             int64_t startAfter = numbers[2];
             int64_t countAfter = numbers[3];
-            // A hunk holds at most the lines of both sides; bounded against absurd headers.
-            uint64_t expected = static_cast<uint64_t>(countBefore) + countAfter;
-            hunkLines_.reserve(std::min<uint64_t>(expected, 4096));
             hunk_->setStartLineBefore(startBefore);
             hunk_->setEndLineBefore(lastLine(startBefore, countBefore));
             hunk_->setStartLineAfter(startAfter);
@@ -355,33 +371,38 @@ class Pass {
     }
 
     void bodyLine(std::string_view line) {
+        std::size_t offset = rawHunk_.size();
         rawHunk_.append(line);
         rawHunk_.push_back('\n');
         std::size_t prefixLength = firstCharacterLength(line);
         std::string_view fullContent = line.substr(prefixLength);
-        std::string content(firstCharacters(fullContent, VNDiffParser::MaxLineCharacters));
+        std::string_view content = firstCharacters(fullContent, VNDiffParser::MaxLineCharacters);
 
         std::optional<std::string> reference;
-        if (hunkLines_.size() < scanLimit_) {
-            reference = content.size() == fullContent.size() ? extract_(content)
-                                                             : extract_(std::string(fullContent));
+        if (lines_.size() < scanLimit_) {
+            // The hook takes text of its own, the whole content; one buffer serves every line.
+            scratch_.assign(fullContent);
+            reference = extract_(scratch_);
             if (reference) {
                 file_->setFileType(VNDiffFileModel::LargeFilePointer);
             }
         }
 
-        std::string before, after;
+        VNDiffHunkModel::LineSpan span;
+        span.offset = offset;
+        span.prefixLength = static_cast<uint32_t>(prefixLength);
+        span.contentLength = content.size();
         switch (line[0]) {
             case '+':
                 file_->addLinesAdded(1);
-                after = decimalText(afterLine_++);
+                span.afterLineNumber = afterLine_++;
                 if (reference) {
                     file_->setAfterLargeFileRef(std::move(*reference));
                 }
                 break;
             case '-':
                 file_->addLinesRemoved(1);
-                before = decimalText(beforeLine_++);
+                span.beforeLineNumber = beforeLine_++;
                 if (reference) {
                     file_->setBeforeLargeFileRef(std::move(*reference));
                 }
@@ -390,17 +411,15 @@ class Pass {
                 // "\ No newline at end of file" belongs to neither side.
                 break;
             default:
-                before = decimalText(beforeLine_++);
-                after = decimalText(afterLine_++);
+                span.beforeLineNumber = beforeLine_++;
+                span.afterLineNumber = afterLine_++;
                 if (reference) {
                     file_->setBeforeLargeFileRef(*reference);
                     file_->setAfterLargeFileRef(std::move(*reference));
                 }
                 break;
         }
-        hunkLines_.push_back(VNDiffHunkModel::lineRecord(std::string(line.substr(0, prefixLength)),
-                                                         std::move(before), std::move(after),
-                                                         std::move(content)));
+        lines_.push_back(span);
     }
 
     void tagRevision(std::string_view line) {
@@ -424,8 +443,8 @@ class Pass {
 
     void closeHunk() {
         if (hunk_) {
-            hunk_->setRawHunk(std::move(rawHunk_));
-            hunk_->setHunkLines(std::move(hunkLines_));
+            // Copies of their exact size: the buffers, grown once, serve every hunk after this.
+            hunk_->setBody(rawHunk_, std::vector<VNDiffHunkModel::LineSpan>(lines_));
             hunk_.reset();
         }
         discardHunk();
@@ -435,7 +454,7 @@ class Pass {
         hunk_.reset();
         hasRawHunk_ = false;
         rawHunk_.clear();
-        hunkLines_.clear();
+        lines_.clear();
     }
 
     void closeFile() {
@@ -459,7 +478,8 @@ class Pass {
     // Set from the first hunk header of the current file on; until then lines are headers.
     bool hasRawHunk_ = false;
     std::string rawHunk_;
-    std::vector<vn::Record> hunkLines_;
+    std::vector<VNDiffHunkModel::LineSpan> lines_;
+    std::string scratch_;
     int64_t beforeLine_ = 0;
     int64_t afterLine_ = 0;
     std::string pendingRevision_;

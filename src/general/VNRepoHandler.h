@@ -5,6 +5,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "general/Record.h"
@@ -17,6 +18,7 @@ class Regex;
 struct Notification;
 }  // namespace vn
 
+class VNDiffFileModel;
 class VNDiffModel;
 class VNLogLabel;
 class VNRepoDocument;
@@ -173,6 +175,15 @@ class VNRepoHandler : public vn::Object, public VNAuthenticationDelegate {
     virtual bool applyPatchToWorkingFolder(const std::string& path, const std::string& patch,
                                            bool reverse, vn::TextEncoding encoding,
                                            uint64_t options) = 0;
+    // Appends one entry per file section of the diff text to `dest`, stopping at a file section
+    // that finds `maxFiles` entries there already; large-file pointers as this backend knows them.
+    virtual void parseDiffToModel(std::string_view diff,
+                                  std::vector<std::shared_ptr<VNDiffFileModel>>& dest,
+                                  uint64_t maxFiles) const = 0;
+    // The same for each piece of a several-revision diff between revision separators.
+    virtual void parseDiffsToModel(std::string_view diffs,
+                                   std::vector<std::shared_ptr<VNDiffFileModel>>& dest,
+                                   uint64_t maxFiles) const = 0;
     // Lines at the start of each hunk examined for a large-file pointer.
     virtual uint64_t largeFilesDiffScanLimit() const = 0;
     // The large-file object id a hunk line holds, if any.

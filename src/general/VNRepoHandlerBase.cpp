@@ -8,6 +8,7 @@
 #include "general/Regex.h"
 #include "general/TextEncoding.h"
 #include "general/ToolPaths.h"
+#include "general/VNDiffParser.h"
 #include "general/VNTemplateDocument.h"
 #include "platform/CredentialStore.h"
 #include "platform/FileSystem.h"
@@ -106,6 +107,17 @@ std::string yearMonthDay(const vn::Value::Date& date) {
     char buffer[32];
     std::strftime(buffer, sizeof buffer, "%Y-%m-%d", &local);
     return buffer;
+}
+
+// The parser with the handler's large-file hooks; a handler that looks at no lines gets none.
+VNDiffParser diffParser(const VNRepoHandlerBase& handler) {
+    uint64_t scanLimit = handler.largeFilesDiffScanLimit();
+    if (scanLimit == 0) {
+        return VNDiffParser();
+    }
+    return VNDiffParser(scanLimit, [&handler](const std::string& line) {
+        return handler.extractLargeFileReferenceFromLine(line);
+    });
 }
 
 }  // namespace
@@ -350,6 +362,18 @@ std::shared_ptr<VNTask> VNRepoHandlerBase::archiveTask(const std::string& path,
                                                        const std::string& destination,
                                                        const std::string& prefix) {
     return archiveTask(path, destination, prefix, std::nullopt);
+}
+
+void VNRepoHandlerBase::parseDiffToModel(std::string_view diff,
+                                         std::vector<std::shared_ptr<VNDiffFileModel>>& dest,
+                                         uint64_t maxFiles) const {
+    diffParser(*this).parseDiffToModel(diff, dest, maxFiles);
+}
+
+void VNRepoHandlerBase::parseDiffsToModel(std::string_view diffs,
+                                          std::vector<std::shared_ptr<VNDiffFileModel>>& dest,
+                                          uint64_t maxFiles) const {
+    diffParser(*this).parseDiffsToModel(diffs, dest, maxFiles);
 }
 
 uint64_t VNRepoHandlerBase::largeFilesDiffScanLimit() const {

@@ -155,6 +155,13 @@ class VNRepoHandlerBase : public VNRepoHandler,
                                            uint64_t options) override;
     bool applyPatchToWorkingFolder(const std::string& path, const std::string& patch, bool reverse,
                                    vn::TextEncoding encoding, uint64_t options) override;
+    // The diff parser with this handler's large-file hooks.
+    void parseDiffToModel(std::string_view diff,
+                          std::vector<std::shared_ptr<VNDiffFileModel>>& dest,
+                          uint64_t maxFiles) const override;
+    void parseDiffsToModel(std::string_view diffs,
+                           std::vector<std::shared_ptr<VNDiffFileModel>>& dest,
+                           uint64_t maxFiles) const override;
     uint64_t largeFilesDiffScanLimit() const override;
     std::optional<std::string> extractLargeFileReferenceFromLine(
         const std::string& line) const override;

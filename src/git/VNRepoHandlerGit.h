@@ -212,6 +212,70 @@ class VNRepoHandlerGit : public VNRepoHandlerBase {
                                                       bool queryRemote);
 
     // ---- Diffs (VNRepoHandlerGitDiff.cpp) ----
+    // Every diff names renames as such, has `context` lines around changes (negative counts as
+    // 0), ignores whitespace for vn::DiffIgnoreWhitespace in `options`, and names the files
+    // after "--" (all files when the list is empty).
+    using VNRepoHandlerBase::fileDiffAgainstBase;
+    // Git LFS pointers: the first 20 lines of each hunk are looked at for "oid sha256:<64 hex>".
+    uint64_t largeFilesDiffScanLimit() const override;
+    std::optional<std::string> extractLargeFileReferenceFromLine(
+        const std::string& line) const override;
+    // All uncommitted changes of the files, staged or not (working copy against HEAD, or against
+    // nothing before the first commit), parsed; null when git failed.
+    std::shared_ptr<VNDiffModel> fileDiffAgainstBase(const std::string& path,
+                                                     const std::string& file, int context) override;
+    std::shared_ptr<VNDiffModel> fileDiffAgainstBase(const std::string& path,
+                                                     const std::vector<std::string>& fileList,
+                                                     int context) override;
+    // What is not staged: the working copy against the index.
+    std::shared_ptr<VNTask> fileDiffAgainstBaseTask(const std::string& path,
+                                                    const std::vector<std::string>& fileList,
+                                                    uint64_t options, int context) override;
+    // What is staged: the index against `baseRevision` (HEAD when empty), or against nothing
+    // before the first commit.
+    std::shared_ptr<VNTask> fileDiffAgainstBaseTask(const std::string& path,
+                                                    const std::vector<std::string>& fileList,
+                                                    const std::string& baseRevision,
+                                                    uint64_t options, int context) override;
+    // What one revision changed: against its first parent; a root commit adds every file.
+    std::shared_ptr<VNTask> revisionFileDiffTask(const std::string& path,
+                                                 const std::string& revision,
+                                                 const std::vector<std::string>& fileList,
+                                                 uint64_t options, int context) override;
+    // The difference between two revisions' trees.
+    std::shared_ptr<VNTask> revisionRangeFileDiffTask(const std::string& path,
+                                                      const std::string& revisionFrom,
+                                                      const std::string& revisionTo,
+                                                      const std::vector<std::string>& fileList,
+                                                      uint64_t options, int context) override;
+    // Each revision's changes to the files in turn, every revision starting with the revision
+    // separator and a line of its abbreviated id and subject; read with parseDiffsToModel.
+    std::shared_ptr<VNTask> revisionsFileDiffTask(const std::string& path,
+                                                  const std::vector<std::string>& revisions,
+                                                  const std::vector<std::string>& fileList,
+                                                  uint64_t options, int context);
+    std::shared_ptr<VNTask> stashDiffTask(const std::string& path,
+                                          const std::string& name) override;
+    // `git difftool` with the user's tool (or the program's own once the user let it register
+    // one), without prompting: the working file against the index ...
+    std::shared_ptr<VNTask> externalDiffTask(const std::string& path, const std::string& filename,
+                                             uint64_t options) override;
+    // ... the staged file against `baseRevision` (HEAD when empty) ...
+    std::shared_ptr<VNTask> externalDiffTask(const std::string& path, const std::string& filename,
+                                             const std::string& baseRevision,
+                                             uint64_t options) override;
+    // ... the file before and after one revision (runs git to find the parent) ...
+    std::shared_ptr<VNTask> externalDiffTask(const std::string& path, const std::string& filename,
+                                             const std::string& revision) override;
+    // ... the file in two revisions.
+    std::shared_ptr<VNTask> externalDiffTask(const std::string& path, const std::string& filename,
+                                             const std::string& revisionFrom,
+                                             const std::string& revisionTo) override;
+    // `git mergetool` on one conflicted file, without prompting.
+    std::shared_ptr<VNTask> visualMergeTask(const std::string& path,
+                                            const std::string& filename) override;
+    // The id of the empty tree in the repository's hash, for comparisons with nothing.
+    std::optional<std::string> emptyTree(const std::string& path);
 
   private:
     // The "number" of versionDetails, without the rest of the record.

@@ -8,6 +8,7 @@
 #include "general/Json.h"
 #include "general/Record.h"
 #include "general/VNTask.h"
+#include "platform/FileSystem.h"
 #include "support/TestEnvironment.h"
 
 namespace {
@@ -207,11 +208,299 @@ TEST(VrnlDiff, OptionsAndErrors) {
         std::string message;
     };
     const std::vector<Case> cases = {
-        {{"diff"}, 2, "--patch-file"},
+        {{"diff"}, 1, "not in a Git working copy"},
         {{"diff", "--patch-file"}, 2, "needs a value"},
         {{"diff", "--patch-file", fixture.patchPath, "--max-files", "many"}, 2, "--max-files"},
         {{"diff", "--patch-file", fixture.patchPath, "extra"}, 2, "no other arguments"},
         {{"diff", "--patch-file", fixture.repo.file("nothing-here.patch")}, 1, "cannot read"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(::testing::PrintToString(c.args));
+        auto task = vrnl(c.args);
+        EXPECT_EQ(task->exitCode(), c.exitCode);
+        EXPECT_NE(task->errorOutput().find(c.message), std::string::npos) << task->errorOutput();
+        EXPECT_EQ(task->output(), "");
+    }
+}
+
+// ---- Diffs of a repository ---------------------------------------------------------------------
+
+std::shared_ptr<VNTask> vrnlIn(const std::string& folder, const std::vector<std::string>& args) {
+    auto task = VNTask::taskWithCommand(VARNEL_TEST_VRNL, folder, args);
+    task->run();
+    return task;
+}
+
+std::string changedLines(const std::string& text, std::vector<int> numbers) {
+    std::vector<std::string> lines = linesOf(text);
+    for (int n : numbers) {
+        lines.at(n - 1) = "changed " + std::to_string(n);
+    }
+    std::string out;
+    for (const std::string& line : lines) {
+        out += line + "\n";
+    }
+    return out;
+}
+
+// The files of `vrnl diff --json` output, by name, after checking every numbered line against
+// the old and new content given for its file.
+struct JsonDiff {
+    std::vector<std::string> names;
+    std::vector<vn::Record> files;
+
+    explicit JsonDiff(const std::string& output) {
+        auto json = vn::parseJson(output);
+        if (!json || !json->record() || !(*json->record())["fileEntries"].array()) {
+            ADD_FAILURE() << "not a diff model: " << output.substr(0, 500);
+            return;
+        }
+        for (const vn::Value& file : *(*json->record())["fileEntries"].array()) {
+            files.push_back(*file.record());
+            names.push_back(file.record()->string("filename"));
+        }
+    }
+    const vn::Record* file(const std::string& name) const {
+        for (const vn::Record& file : files) {
+            if (file.string("filename") == name) {
+                return &file;
+            }
+        }
+        return nullptr;
+    }
+    // How many line numbers agree with the two contents; fails the test where one does not.
+    int linesAgree(const std::string& name, const std::string& oldText,
+                   const std::string& newText) const {
+        const vn::Record* entry = file(name);
+        if (!entry) {
+            ADD_FAILURE() << name << " is not in the diff";
+            return 0;
+        }
+        std::vector<std::string> oldLines = linesOf(oldText), newLines = linesOf(newText);
+        int checked = 0;
+        for (const vn::Value& hunk : *(*entry)["hunks"].array()) {
+            for (const vn::Value& value : *(*hunk.record())["hunkLines"].array()) {
+                const vn::Record& line = *value.record();
+                for (auto [key, lines] :
+                     {std::pair{"beforelineno", &oldLines}, std::pair{"afterlineno", &newLines}}) {
+                    if (line.string(key).empty()) {
+                        continue;
+                    }
+                    std::size_t number = std::stoul(line.string(key));
+                    if (number < 1 || number > lines->size()) {
+                        ADD_FAILURE() << key << " " << number << " is beyond the content";
+                        continue;
+                    }
+                    EXPECT_EQ(line.string("line"), (*lines)[number - 1]) << key << " " << number;
+                    ++checked;
+                }
+            }
+        }
+        return checked;
+    }
+};
+
+// A repository with a commit history and changes in the index and the working copy.
+struct RepositoryFixture {
+    GitRepository repo;
+    std::string name = "sub dir/\xC3\xA4rger.txt";
+    std::string v1 = numberedLines(1, 30);
+    std::string v2 = changedLines(v1, {4});
+    std::string v3 = changedLines(v2, {26});
+    std::string staged = changedLines(v3, {10});
+    std::string working = changedLines(staged, {18});
+    std::string first, second, third;
+
+    RepositoryFixture() {
+        first = repo.commitFile(name, v1, "one");
+        second = repo.commitFile(name, v2, "two");
+        third = repo.commitFile(name, v3, "three");
+        repo.commitFile("other.txt", "other\n", "other");
+        repo.write(name, staged);
+        repo.git({"add", "-A"});
+        repo.write(name, working);
+        repo.write("other.txt", "other   \n");
+    }
+};
+
+TEST(VrnlDiff, EachKindOfDiffOfARepository) {
+    RepositoryFixture f;
+    const std::string& path = f.repo.path();
+    struct Case {
+        const char* name;
+        std::vector<std::string> args;
+        std::vector<std::string> files;
+        std::string oldText, newText;
+    };
+    const std::vector<Case> cases = {
+        {"unstaged", {path}, {"other.txt", f.name}, f.staged, f.working},
+        {"unstaged without whitespace",
+         {path, "--ignore-whitespace"},
+         {f.name},
+         f.staged,
+         f.working},
+        {"staged", {path, "--staged"}, {f.name}, f.v3, f.staged},
+        {"one revision", {path, "--rev", f.second}, {f.name}, f.v1, f.v2},
+        {"a range", {path, "--range", f.first, f.third}, {f.name}, f.v1, f.v3},
+        {"a range with two dots",
+         {path, "--range", f.third + ".." + f.first},
+         {f.name},
+         f.v3,
+         f.v1},
+        {"a range given before the path",
+         {"--range", f.first, f.third, path},
+         {f.name},
+         f.v1,
+         f.v3},
+        {"one file of the path", {path, f.name}, {f.name}, f.staged, f.working},
+        {"more context", {path, "--context", "12", "--staged"}, {f.name}, f.v3, f.staged},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        std::vector<std::string> args = {"diff", "--json"};
+        args.insert(args.end(), c.args.begin(), c.args.end());
+        auto task = vrnl(args);
+        ASSERT_TRUE(task->success()) << task->errorOutput();
+        JsonDiff diff(task->output());
+        EXPECT_EQ(diff.names, c.files);
+        EXPECT_GT(diff.linesAgree(f.name, c.oldText, c.newText), 0);
+    }
+
+    // Context: twelve lines before the staged change at line 10 reach the top of the file.
+    JsonDiff wide(vrnl({"diff", "--json", path, "--staged", "--context", "12"})->output());
+    const vn::Record* file = wide.file(f.name);
+    ASSERT_TRUE(file);
+    const vn::Record& hunk = *(*(*file)["hunks"].array())[0].record();
+    EXPECT_EQ(hunk.integer("startLineBefore"), 1);
+    EXPECT_EQ(hunk.integer("endLineBefore"), 22);
+}
+
+TEST(VrnlDiff, FilesAreNamedFromTheCurrentFolder) {
+    RepositoryFixture f;
+    std::string sub = f.repo.file("sub dir");
+    // Inside the working copy a folder is a file list, not another repository.
+    auto fromRoot = vrnlIn(f.repo.path(), {"diff", "--json", "sub dir"});
+    auto fromSub = vrnlIn(sub, {"diff", "--json", "\xC3\xA4rger.txt"});
+    auto wholeFromSub = vrnlIn(sub, {"diff", "--json"});
+    for (const auto& task : {fromRoot, fromSub, wholeFromSub}) {
+        ASSERT_TRUE(task->success()) << task->errorOutput();
+    }
+    EXPECT_EQ(JsonDiff(fromRoot->output()).names, std::vector<std::string>{f.name});
+    EXPECT_EQ(fromSub->output(), fromRoot->output());
+    EXPECT_EQ(JsonDiff(wholeFromSub->output()).names,
+              (std::vector<std::string>{"other.txt", f.name}));
+
+    // A symbolic link is a file of its own, not the file it points to.
+    f.repo.write("target.txt", "one\n");
+    std::filesystem::create_symlink("target.txt", f.repo.file("link"));
+    f.repo.git({"add", "target.txt", "link"});
+    f.repo.git({"commit", "-q", "-m", "link"});
+    std::filesystem::remove(f.repo.file("link"));
+    std::filesystem::create_symlink(f.name, f.repo.file("link"));
+    auto link = vrnlIn(f.repo.path(), {"diff", "--json", "link"});
+    ASSERT_TRUE(link->success()) << link->errorOutput();
+    EXPECT_EQ(JsonDiff(link->output()).names, std::vector<std::string>{"link"});
+
+    auto outside = vrnlIn(sub, {"diff", "../../elsewhere.txt"});
+    EXPECT_EQ(outside->exitCode(), 1);
+    EXPECT_NE(outside->errorOutput().find("outside the working copy"), std::string::npos);
+}
+
+TEST(VrnlDiff, RepositoryChangesForPeople) {
+    GitRepository repo;
+    std::string story = numberedLines(1, 12);
+    repo.write("story.txt", story);
+    repo.write("run.sh", "#!/bin/sh\n");
+    repo.write("image.png", std::string("\x89PNG\r\n\x1a\n\0\0\0\rIHDR", 16));
+    repo.write("model.bin", pointer('1', 100));
+    repo.git({"add", "."});
+    repo.git({"commit", "-q", "-m", "base"});
+    repo.git({"mv", "story.txt", "the story.txt"});
+    repo.write("the story.txt", changedLines(story, {7}));
+    std::filesystem::permissions(repo.file("run.sh"), std::filesystem::perms::owner_exec,
+                                 std::filesystem::perm_options::add);
+    repo.write("image.png", std::string("\x89PNG\r\n\x1a\n\0\0\0\rIHDR\0\x02", 18));
+    repo.write("model.bin", pointer('3', 300));
+    repo.git({"add", "-A"});
+
+    auto task = vrnl({"diff", repo.path(), "--staged", "--context", "1"});
+    ASSERT_TRUE(task->success()) << task->errorOutput();
+    std::vector<std::string> lines = linesOf(task->output());
+    for (const std::string& expected : {
+             std::string("modified  image.png"),
+             std::string("  binary file, no lines shown"),
+             std::string("modified  model.bin  +2 -2"),
+             "  Git LFS file " + std::string(12, '1') + " -> " + std::string(12, '3'),
+             std::string("modified  run.sh"),
+             std::string("  mode 100644 -> 100755"),
+             std::string("renamed  story.txt -> the story.txt  +1 -1"),
+             std::string("@@ -6,3 +6,3 @@"),
+             std::string("6 6  line 6"),
+             std::string("7   -line 7"),
+             std::string("  7 +changed 7"),
+             std::string("8 8  line 8"),
+         }) {
+        EXPECT_NE(std::find(lines.begin(), lines.end(), expected), lines.end())
+            << "missing \"" << expected << "\" in\n"
+            << task->output();
+    }
+    EXPECT_EQ(task->output().find("\x1b["), std::string::npos) << "no colour without a terminal";
+}
+
+// Single quotes for sh.
+std::string quoted(const std::string& word) {
+    std::string out = "'";
+    for (char c : word) {
+        out += c == '\'' ? std::string("'\\''") : std::string(1, c);
+    }
+    return out + "'";
+}
+
+TEST(VrnlDiff, ColoursOnATerminal) {
+    auto script = vn::fs::findExecutable("script");
+    if (!script) {
+        GTEST_SKIP() << "no script(1) to give vrnl a terminal";
+    }
+    GitRepository repo;
+    std::string story = numberedLines(1, 12);
+    repo.commitFile("story.txt", story, "base");
+    repo.write("story.txt", changedLines(story, {7}));
+    std::string command = "env -u NO_COLOR TERM=xterm " + quoted(VARNEL_TEST_VRNL) + " diff " +
+                          quoted(repo.path()) + " --context 1";
+    auto task = vn::test::runProgram(repo.path(), *script, {"-qec", command, "/dev/null"});
+    ASSERT_TRUE(task->success()) << task->errorOutput() << task->output();
+    const std::string& out = task->output();
+    for (const std::string& expected : {
+             std::string("\x1b[36m@@ -6,3 +6,3 @@\x1b[0m"),
+             std::string("\x1b[2m6 6\x1b[0m  line 6"),
+             std::string("\x1b[2m7  \x1b[0m \x1b[31m-line 7\x1b[0m"),
+             std::string("\x1b[2m  7\x1b[0m \x1b[32m+changed 7\x1b[0m"),
+         }) {
+        EXPECT_NE(out.find(expected), std::string::npos)
+            << "missing " << ::testing::PrintToString(expected) << " in "
+            << ::testing::PrintToString(out);
+    }
+}
+
+TEST(VrnlDiff, RepositoryDiffErrors) {
+    RepositoryFixture f;
+    const std::string& path = f.repo.path();
+    struct Case {
+        std::vector<std::string> args;
+        int64_t exitCode;
+        std::string message;
+    };
+    const std::vector<Case> cases = {
+        {{"diff", path, "--staged", "--rev", "HEAD"}, 2, "exclude each other"},
+        {{"diff", path, "--rev", "HEAD", "--range", "HEAD~1", "HEAD"}, 2, "exclude each other"},
+        {{"diff", path, "--range", "HEAD"}, 2, "two revisions"},
+        {{"diff", path, "--range", "HEAD.."}, 2, "two revisions"},
+        {{"diff", path, "--context", "many"}, 2, "--context needs a number"},
+        {{"diff", path, "--context", "-1"}, 2, "--context needs a number"},
+        {{"diff", path, "--unknown"}, 2, "unknown option"},
+        {{"diff", "--patch-file", f.repo.file("x.patch"), "--staged"}, 2, "without diff options"},
+        {{"diff", path, "--rev", "no-such-revision"}, 1, "no-such-revision"},
+        {{"diff", vn::test::sandboxPath()}, 1, "not in a Git working copy"},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(::testing::PrintToString(c.args));

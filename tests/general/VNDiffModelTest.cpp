@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "general/Json.h"
@@ -135,6 +136,114 @@ TEST(VNDiffModel, RequestHoldersCarryAModel) {
     vn::Value carried(std::make_shared<VNFileDiffData>(fileDiff));
     ASSERT_TRUE(carried.objectAs<VNFileDiffData>());
     EXPECT_EQ(carried.objectAs<VNFileDiffData>()->diff->fileEntries().size(), 1u);
+}
+
+// A diff with every kind of line, a long line, non-ASCII text, a large-file pointer, a file
+// without hunks and a revision tag.
+const char* const EveryKindOfLine =
+    "\x61\x62\x63\x64\x65\x66\x30 subject\n"
+    "diff --git a/d\xC3\xA9j\xC3\xA0 vu.txt b/d\xC3\xA9j\xC3\xA0 vu.txt\n"
+    "index 1111111..2222222 100644\n--- a/x\n+++ b/x\n"
+    "@@ -1,4 +1,4 @@ context\n same \xC3\xA9t\xC3\xA9\n-old\n+new\n\\ No newline at end of file\n"
+    "@@ -20,1 +20 @@\n-a\n+b\n"
+    "diff --git a/lfs.bin b/lfs.bin\n@@ -1,3 +1,3 @@\n version x\n"
+    "-oid sha256:1111111111111111111111111111111111111111111111111111111111111111\n"
+    "+oid sha256:2222222222222222222222222222222222222222222222222222222222222222\n"
+    " size 3\n"
+    "diff --git a/image.png b/image.png\nBinary files a/image.png and b/image.png differ\n";
+
+TEST(VNDiffModel, StreamedJsonIsTheJsonOfItsRecords) {
+    auto model = std::make_shared<VNDiffModel>();
+    std::string text = EveryKindOfLine;
+    text += "diff --git a/long.txt b/long.txt\n@@ -1,1 +1,1 @@\n-" + std::string(12000, 'x') +
+            "\n+" + std::string(10001, 'y') + "\n";
+    VNDiffParser::git().parseDiffToModel(text, model->fileEntries(), 20);
+    ASSERT_EQ(model->fileEntries().size(), 4u);
+
+    // toJson(Value) goes through writeJson; jsonValue() builds records the old way.
+    std::string streamed = vn::toJson(vn::Value(model));
+    std::string fromRecords = vn::toJson(model->jsonValue());
+    EXPECT_EQ(streamed, fromRecords);
+    auto json = vn::parseJson(streamed);
+    ASSERT_TRUE(json && json->record());
+    const vn::Record& file = *(*(*json->record())["fileEntries"].array())[0].record();
+    EXPECT_EQ(file.string("rev"), "abcdef0");
+    const vn::Record& hunk = *(*file["hunks"].array())[1].record();
+    // The second hunk's header has no new count: numbered from 0, as the parser reads it.
+    EXPECT_EQ(hunk.integer("startLineBefore"), 0);
+    EXPECT_EQ((*hunk["hunkLines"].array())[0].record()->string("beforelineno"), "0");
+
+    // Records set from outside are written as they are.
+    auto hunkModel = std::make_shared<VNDiffHunkModel>();
+    hunkModel->setHunkLines({VNDiffHunkModel::lineRecord("+", "", "7", "added"),
+                             vn::Record{{"prefix", " "}, {"extra", 1}}});
+    EXPECT_EQ(vn::toJson(vn::Value(hunkModel)), vn::toJson(hunkModel->jsonValue()));
+}
+
+TEST(VNDiffHunkModel, LineViewsAndRecordsAgree) {
+    VNDiffModel model;
+    VNDiffParser::git().parseDiffToModel(EveryKindOfLine, model.fileEntries(), 20);
+    std::size_t lines = 0;
+    for (const auto& file : model.fileEntries()) {
+        for (const auto& hunk : file->hunks()) {
+            SCOPED_TRACE(file->filename() + " hunk " + std::to_string(hunk->index()));
+            // Views first, so that they are read before any record exists.
+            std::vector<VNDiffHunkModel::LineView> views;
+            for (std::size_t i = 0; i < hunk->lineCount(); ++i) {
+                views.push_back(hunk->lineAt(i));
+            }
+            const auto& records = hunk->hunkLines();
+            ASSERT_EQ(records.size(), views.size());
+            for (std::size_t i = 0; i < views.size(); ++i) {
+                auto number = [](int64_t n) {
+                    return n == VNDiffHunkModel::NoLineNumber ? std::string() : std::to_string(n);
+                };
+                EXPECT_EQ(records[i], VNDiffHunkModel::lineRecord(std::string(views[i].prefix),
+                                                                  number(views[i].beforeLineNumber),
+                                                                  number(views[i].afterLineNumber),
+                                                                  std::string(views[i].line)));
+                ++lines;
+            }
+        }
+    }
+    EXPECT_EQ(lines, 10u);
+
+    // A body replaced from outside keeps the records made from the old one; lines set as records
+    // read back through the views.
+    auto hunk = model.fileEntries()[0]->hunks()[0];
+    auto records = hunk->hunkLines();
+    hunk->setRawHunk("replaced\n");
+    EXPECT_EQ(hunk->hunkLines(), records);
+    EXPECT_EQ(hunk->lineAt(2).line, "new");
+    EXPECT_EQ(hunk->lineAt(2).afterLineNumber, 2);
+    EXPECT_EQ(hunk->lineAt(3).beforeLineNumber, VNDiffHunkModel::NoLineNumber);
+    hunk->setHunkLines({VNDiffHunkModel::lineRecord("-", "12", "", "gone")});
+    ASSERT_EQ(hunk->lineCount(), 1u);
+    EXPECT_EQ(hunk->lineAt(0).prefix, "-");
+    EXPECT_EQ(hunk->lineAt(0).beforeLineNumber, 12);
+}
+
+TEST(VNDiffHunkModel, RecordsAreMadeOnceWhenManyThreadsAsk) {
+    std::string text = "diff --git a/f b/f\n@@ -1,2000 +1,2000 @@\n";
+    for (int i = 0; i < 2000; ++i) {
+        text += " line " + std::to_string(i) + "\n";
+    }
+    VNDiffModel model;
+    VNDiffParser().parseDiffToModel(text, model.fileEntries(), 20);
+    auto hunk = model.fileEntries()[0]->hunks()[0];
+    std::vector<const std::vector<vn::Record>*> seen(4);
+    std::vector<std::thread> threads;
+    for (std::size_t t = 0; t < seen.size(); ++t) {
+        threads.emplace_back([&, t] { seen[t] = &hunk->hunkLines(); });
+    }
+    for (auto& thread : threads) {
+        thread.join();
+    }
+    for (const auto* lines : seen) {
+        EXPECT_EQ(lines, seen[0]);
+        ASSERT_EQ(lines->size(), 2000u);
+        EXPECT_EQ((*lines)[1999].string("afterlineno"), "2000");
+    }
 }
 
 }  // namespace

@@ -591,6 +591,32 @@ TEST(VNDiffParser, LineEndsAndLineSeparators) {
     }
 }
 
+// Line ends are looked for many bytes at a time; each must be found wherever it falls, and
+// characters sharing a lead byte with a separator must not end a line there.
+TEST(VNDiffParser, LineEndsAreFoundAtEveryPosition) {
+    const std::vector<std::string> ends = {"\n", "\r",       "\r\n",         "\v",
+                                           "\f", "\xC2\x85", "\xE2\x80\xA8", "\xE2\x80\xA9"};
+    for (const std::string& end : ends) {
+        for (std::size_t length = 0; length < 40; ++length) {
+            SCOPED_TRACE("end of " + std::to_string(end.size()) + " bytes after " +
+                         std::to_string(length));
+            std::string content(length, 'a');
+            // A copyright sign and an ellipsis half way: lead bytes C2 and E2 that end nothing.
+            content.insert(length / 2, length % 2 ? "\xC2\xA9" : "\xE2\x80\xA6");
+            std::string text = "diff --git a/f b/f\n@@ -1,2 +1,2 @@\n " + content + end + "+" +
+                               content + end + " tail";
+            VNDiffFileList files = parse(text);
+            ASSERT_EQ(files.size(), 1u);
+            ASSERT_EQ(files[0]->hunks().size(), 1u);
+            const auto& lines = files[0]->hunks()[0]->hunkLines();
+            ASSERT_EQ(lines.size(), 3u);
+            EXPECT_EQ(lines[0].string("line"), content);
+            EXPECT_EQ(lines[1], VNDiffHunkModel::lineRecord("+", "", "2", content));
+            EXPECT_EQ(lines[2].string("line"), "tail");
+        }
+    }
+}
+
 TEST(VNDiffParser, LongLinesAreCutToTenThousandCharactersWithoutSplittingOne) {
     struct Case {
         std::string name;
