@@ -1449,3 +1449,39 @@ std::string unquoteToolPath(std::string_view path) {
 }
 
 }  // namespace vn
+
+void VNRepoHandlerBase::addGraphInfoToLogRevisions(std::vector<vn::Record>& rows) {
+    vn::graph::addGraphInfoToLogRevisions(rows, nullptr, false);
+}
+
+void VNRepoHandlerBase::addGraphInfoToLogRevisions(std::vector<vn::Record>& rows,
+                                                   std::shared_ptr<const VNLogGraphEntry> baseState,
+                                                   bool firstParent) {
+    vn::graph::addGraphInfoToLogRevisions(rows, std::move(baseState), firstParent);
+}
+
+const VNLogGraphEntryLine* VNRepoHandlerBase::findCommonContextLine(
+    const std::string& context, const VNLogGraphEntry::Lines& lines) {
+    return vn::graph::findCommonContextLine(context, lines);
+}
+
+VNLogGraphColour VNRepoHandlerBase::newLogGraphColourNotIn(
+    const VNLogGraphEntry& entry, const VNLogGraphEntry* previous,
+    const VNLogGraphEntry::Lines& pendingMerges) {
+    return vn::graph::newLogGraphColourNotIn(entry, previous, pendingMerges);
+}
+
+bool VNRepoHandlerBase::isColourInLogGraphEntry(const VNLogGraphColour& colour,
+                                                const VNLogGraphEntry* entry) {
+    return vn::graph::isColourInLogGraphEntry(colour, entry);
+}
+
+bool VNRepoHandlerBase::isColourInLogGraphLines(const VNLogGraphColour& colour,
+                                                const VNLogGraphEntry::Lines* lines) {
+    return vn::graph::isColourInLogGraphLines(colour, lines);
+}
+
+bool VNRepoHandlerBase::hueBrightnessSimilarToColour(const VNLogGraphColour& colour, double hue,
+                                                     double brightness) {
+    return colour.hueBrightnessSimilarTo(hue, brightness);
+}

@@ -9,6 +9,7 @@
 #include <string_view>
 #include <vector>
 
+#include "general/VNLogGraphEntry.h"
 #include "general/VNRepoHandler.h"
 
 // The machinery both backends share: splitting long file lists over several command runs, the
@@ -53,6 +54,26 @@ class VNRepoHandlerBase : public VNRepoHandler,
     static std::optional<std::string> ignoreGlobToPattern(std::string_view glob);
     // The same, compiled; null for an empty glob or one that gives no valid expression.
     static std::shared_ptr<const vn::Regex> ignoreGlobToRegex(std::string_view glob);
+
+    // ---- Commit graph ----
+    // Lays out the graph of a page of history rows (newest first) and stores each row's entry
+    // under "graph"; `baseState` is the last row's entry of the page before, so that this page
+    // continues its lines. In first-parent mode only first parents are drawn.
+    static void addGraphInfoToLogRevisions(std::vector<vn::Record>& rows);
+    static void addGraphInfoToLogRevisions(std::vector<vn::Record>& rows,
+                                           std::shared_ptr<const VNLogGraphEntry> baseState,
+                                           bool firstParent);
+    static const VNLogGraphEntryLine* findCommonContextLine(const std::string& context,
+                                                            const VNLogGraphEntry::Lines& lines);
+    static VNLogGraphColour newLogGraphColourNotIn(const VNLogGraphEntry& entry,
+                                                   const VNLogGraphEntry* previous,
+                                                   const VNLogGraphEntry::Lines& pendingMerges);
+    static bool isColourInLogGraphEntry(const VNLogGraphColour& colour,
+                                        const VNLogGraphEntry* entry);
+    static bool isColourInLogGraphLines(const VNLogGraphColour& colour,
+                                        const VNLogGraphEntry::Lines* lines);
+    static bool hueBrightnessSimilarToColour(const VNLogGraphColour& colour, double hue,
+                                             double brightness);
 
     // The general report of a failed command: logs "'%@' failed with code %ld:'%@'" in the given
     // log context and, when asked, shows the text in an alert "Error encountered" on the main

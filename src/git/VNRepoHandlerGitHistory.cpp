@@ -302,7 +302,7 @@ void VNRepoHandlerGit::fillLogPage(const std::string& path, VNLogRowData& rowDat
             rowData.setFirstRowIsWorkingDir(true);
         }
     }
-    vn::graph::addGraphInfoToLogRevisions(
+    addGraphInfoToLogRevisions(
         rowData.logRows(),
         std::dynamic_pointer_cast<const VNLogGraphEntry>(rowData.baseGraphState()),
         rowData.followFirst());

@@ -221,3 +221,21 @@ TEST(LogGraphLayout, JsonCarriesTheFieldNames) {
 }
 
 }  // namespace
+
+#include "general/VNRepoHandlerBase.h"
+
+namespace {
+
+TEST(LogGraphLayout, HandlerBaseOperationsGiveTheSameLayout) {
+    auto viaHandler = rowsFor({{"M", {"A", "B"}}, {"A", {"R"}}, {"B", {"R"}}, {"R", {}}});
+    VNRepoHandlerBase::addGraphInfoToLogRevisions(viaHandler);
+    EXPECT_EQ(drawn(viaHandler),
+              layout({{"M", {"A", "B"}}, {"A", {"R"}}, {"B", {"R"}}, {"R", {}}}));
+    EXPECT_TRUE(VNRepoHandlerBase::hueBrightnessSimilarToColour(
+        VNLogGraphColour::hsb(0.555, 0.6, 0.7), 0.6, 0.75));
+    auto first = graphOf(viaHandler[0]);
+    EXPECT_TRUE(VNRepoHandlerBase::isColourInLogGraphEntry(first->commitColour, first.get()));
+    EXPECT_EQ(VNRepoHandlerBase::findCommonContextLine("B", first->lineColumns)->startCol, 1u);
+}
+
+}  // namespace
