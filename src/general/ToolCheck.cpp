@@ -12,7 +12,7 @@ namespace vn {
 
 namespace {
 
-struct ToolSpec {
+struct ToolProbe {
     const char* name;
     std::function<std::string()> path;
     std::function<std::string()> source;
@@ -32,20 +32,20 @@ std::string firstLine(const std::string& text) {
     return text.substr(start, end == std::string::npos ? std::string::npos : end - start);
 }
 
-Record check(const ToolSpec& spec) {
-    std::string path = spec.path();
-    std::string source = spec.source();
-    Record record{{"name", spec.name}, {"path", path}, {"source", source}, {"version", nullptr}};
+Record check(const ToolProbe& tool) {
+    std::string path = tool.path();
+    std::string source = tool.source();
+    Record record{{"name", tool.name}, {"path", path}, {"source", source}, {"version", nullptr}};
     if (path.empty() || !fs::isExecutableFile(path)) {
         record.set("missing", true);
         std::string note = path.empty() ? "not configured" : "not found at this path";
-        if (std::string_view(spec.name) == "gpg2") {
+        if (std::string_view(tool.name) == "gpg2") {
             note = path.empty() ? "no folder set in the preference gpgProgram" : note;
         }
         record.set("note", note);
         return record;
     }
-    auto task = VNTask::taskWithCommand(path, fs::homeDirectory(), spec.versionArgs);
+    auto task = VNTask::taskWithCommand(path, fs::homeDirectory(), tool.versionArgs);
     task->run();
     std::string version = firstLine(task->output().empty() ? task->errorOutput() : task->output());
     if (!task->success() && version.empty()) {
@@ -66,7 +66,7 @@ std::function<std::string()> onPath(const char* name) {
 }  // namespace
 
 std::vector<Record> checkTools() {
-    const std::vector<ToolSpec> specs = {
+    const std::vector<ToolProbe> probes = {
         {"git", ToolPaths::gitPath, [] { return whichOneSource("gitWhichOne"); }, {"--version"}},
         {"hg",
          ToolPaths::hgPath,
@@ -102,10 +102,10 @@ std::vector<Record> checkTools() {
         {"patch", onPath("patch"), [] { return std::string("system"); }, {"--version"}},
         {"file", onPath("file"), [] { return std::string("system"); }, {"--version"}},
     };
-    std::vector<Record> results(specs.size());
+    std::vector<Record> results(probes.size());
     WorkGroup group;
-    for (std::size_t i = 0; i < specs.size(); ++i) {
-        WorkQueue::global().async(group, [&, i] { results[i] = check(specs[i]); });
+    for (std::size_t i = 0; i < probes.size(); ++i) {
+        WorkQueue::global().async(group, [&, i] { results[i] = check(probes[i]); });
     }
     group.wait();
     return results;

@@ -9,6 +9,7 @@
 #include "general/Record.h"
 #include "general/VNTask.h"
 #include "platform/FileSystem.h"
+#include "support/GitDiffSupport.h"
 #include "support/TestEnvironment.h"
 
 namespace {
@@ -43,11 +44,6 @@ std::vector<std::string> linesOf(const std::string& text) {
     return lines;
 }
 
-std::string pointer(char digit, int size) {
-    return "version https://git-lfs.github.com/spec/v1\noid sha256:" + std::string(64, digit) +
-           "\nsize " + std::to_string(size) + "\n";
-}
-
 // A patch with a modified text file, a rename with a mode change, a binary file and a Git LFS
 // pointer, as git writes it, in a file beside the repository.
 struct PatchFixture {
@@ -60,7 +56,7 @@ struct PatchFixture {
         repo.write("notes.txt", oldNotes);
         repo.write("run.sh", "#!/bin/sh\necho hi\n");
         repo.write("image.png", std::string("\x89PNG\r\n\x1a\n\0\0\0\rIHDR", 16));
-        repo.write("model.bin", pointer('1', 100));
+        repo.write("model.bin", vn::test::lfsPointer('1', 100));
         repo.git({"add", "."});
         repo.git({"commit", "-q", "-m", "base"});
 
@@ -74,7 +70,7 @@ struct PatchFixture {
         std::filesystem::permissions(repo.file("run tool.sh"), std::filesystem::perms::owner_exec,
                                      std::filesystem::perm_options::add);
         repo.write("image.png", std::string("\x89PNG\r\n\x1a\n\0\0\0\rIHDR\0\x01", 18));
-        repo.write("model.bin", pointer('2', 200));
+        repo.write("model.bin", vn::test::lfsPointer('2', 200));
         repo.git({"add", "-A"});
         patchPath = repo.file("changes.patch");
         vn::test::writeFile(patchPath, repo.git({"-c", "core.quotepath=false", "diff", "--cached",
@@ -412,7 +408,7 @@ TEST(VrnlDiff, RepositoryChangesForPeople) {
     repo.write("story.txt", story);
     repo.write("run.sh", "#!/bin/sh\n");
     repo.write("image.png", std::string("\x89PNG\r\n\x1a\n\0\0\0\rIHDR", 16));
-    repo.write("model.bin", pointer('1', 100));
+    repo.write("model.bin", vn::test::lfsPointer('1', 100));
     repo.git({"add", "."});
     repo.git({"commit", "-q", "-m", "base"});
     repo.git({"mv", "story.txt", "the story.txt"});
@@ -420,7 +416,7 @@ TEST(VrnlDiff, RepositoryChangesForPeople) {
     std::filesystem::permissions(repo.file("run.sh"), std::filesystem::perms::owner_exec,
                                  std::filesystem::perm_options::add);
     repo.write("image.png", std::string("\x89PNG\r\n\x1a\n\0\0\0\rIHDR\0\x02", 18));
-    repo.write("model.bin", pointer('3', 300));
+    repo.write("model.bin", vn::test::lfsPointer('3', 300));
     repo.git({"add", "-A"});
 
     auto task = vrnl({"diff", repo.path(), "--staged", "--context", "1"});

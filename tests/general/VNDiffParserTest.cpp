@@ -12,11 +12,14 @@
 #include "general/VNDiffModel.h"
 #include "general/VNTask.h"
 #include "platform/FileSystem.h"
+#include "support/GitDiffSupport.h"
 #include "support/TestEnvironment.h"
 
 namespace {
 
 using vn::test::GitRepository;
+using vn::test::linesOf;
+using vn::test::numberedLines;
 
 constexpr uint64_t NoLimit = 1000000;
 const std::string Separator(VNDiffParser::RevisionSeparator);
@@ -28,34 +31,6 @@ VNDiffFileList parse(std::string_view text, uint64_t maxFiles = NoLimit,
     return files;
 }
 
-// Lines of a file's content as an editor numbers them, without their line ends.
-std::vector<std::string> linesOf(const std::string& text) {
-    std::vector<std::string> lines;
-    std::size_t from = 0;
-    while (from < text.size()) {
-        std::size_t end = text.find('\n', from);
-        std::string line = text.substr(from, end == std::string::npos ? end : end - from);
-        if (!line.empty() && line.back() == '\r') {
-            line.pop_back();
-        }
-        lines.push_back(line);
-        if (end == std::string::npos) {
-            break;
-        }
-        from = end + 1;
-    }
-    return lines;
-}
-
-std::string numberedLines(int from, int to, const std::string& stem = "line ") {
-    std::string text;
-    for (int i = from; i <= to; ++i) {
-        text += stem + std::to_string(i) + "\n";
-    }
-    return text;
-}
-
-// A hunk whose header the parser leaves unread (git omits a count of 1) is numbered from 0.
 bool headerUnread(const VNDiffHunkModel& hunk) {
     return hunk.startLineBefore() == 0 && hunk.endLineBefore() == 0 && hunk.startLineAfter() == 0 &&
            hunk.endLineAfter() == 0;

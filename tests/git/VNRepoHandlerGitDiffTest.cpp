@@ -370,10 +370,7 @@ TEST(VNRepoHandlerGitDiff, StashShowsItsChanges) {
 TEST(VNRepoHandlerGitDiff, RenamesModesBinariesAndLargeFilePointers) {
     GitRepository repo;
     Handler handler;
-    auto pointer = [](char digit) {
-        return "version https://git-lfs.github.com/spec/v1\noid sha256:" + std::string(64, digit) +
-               "\nsize 12345\n";
-    };
+    auto pointer = [](char digit) { return vn::test::lfsPointer(digit, 12345); };
     std::string story = numberedLines(1, 30, "story ");
     repo.write("old name.txt", story);
     repo.write("run.sh", "#!/bin/sh\n");

@@ -123,4 +123,18 @@ std::shared_ptr<VNDiffFileModel> fileNamed(const VNDiffModel& model, const std::
     return nullptr;
 }
 
+std::string lfsPointer(char digit, int size) {
+    // Asked of git-lfs once, so the pointers match what the installed version writes.
+    static const std::string versionLine = [] {
+        TempDir dir;
+        writeFile(dir.file("content"), "x\n");
+        auto task = runProgram(dir.path(), "git", {"lfs", "pointer", "--file=content"});
+        EXPECT_TRUE(task->success()) << task->errorOutput();
+        const std::string& output = task->output();
+        return output.substr(0, output.find('\n'));
+    }();
+    return versionLine + "\noid sha256:" + std::string(64, digit) + "\nsize " +
+           std::to_string(size) + "\n";
+}
+
 }  // namespace vn::test

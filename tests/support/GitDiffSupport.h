@@ -33,6 +33,10 @@ std::shared_ptr<VNDiffModel> runAndParse(const VNRepoHandler& handler,
                                          const std::shared_ptr<VNTask>& task,
                                          bool revisions = false);
 
+// The text of a Git LFS pointer file whose object id is 64 times `digit`, with the version line
+// git-lfs itself writes.
+std::string lfsPointer(char digit, int size);
+
 // The entry for `filename`, or null.
 std::shared_ptr<VNDiffFileModel> fileNamed(const VNDiffModel& model, const std::string& filename);
 
