@@ -32,44 +32,17 @@
 #include "git/VNRepoHandlerGit.h"
 #include "platform/FileSystem.h"
 #include "platform/Process.h"
+#include "support/BenchEnvironment.h"
 
 namespace {
+
+using vn::bench::isolateEnvironment;
+using vn::bench::scratchFolder;
 
 constexpr std::size_t kGeneratedBytes = 128u << 20;
 constexpr int kRepositoryFiles = 10000;
 constexpr int kLinesPerFile = 400;
 constexpr uint64_t kNoLimit = ~uint64_t{0};
-
-std::string& scratchFolder() {
-    static std::string folder;
-    return folder;
-}
-
-bool isolateEnvironment() {
-    const char* tmp = std::getenv("TMPDIR");
-    std::string pattern = std::string(tmp && *tmp ? tmp : "/tmp") + "/varnel-bench.XXXXXX";
-    if (::mkdtemp(pattern.data()) == nullptr) {
-        std::perror("mkdtemp");
-        return false;
-    }
-    scratchFolder() = pattern;
-    for (const auto& [variable, name] :
-         {std::pair{"HOME", "home"}, std::pair{"XDG_CONFIG_HOME", "config"},
-          std::pair{"XDG_DATA_HOME", "data"}}) {
-        std::string path = pattern + "/" + name;
-        std::filesystem::create_directories(path);
-        ::setenv(variable, path.c_str(), 1);
-    }
-    ::setenv("GIT_CONFIG_NOSYSTEM", "1", 1);
-    for (const char* variable : {"GIT_AUTHOR_NAME", "GIT_COMMITTER_NAME"}) {
-        ::setenv(variable, "Bench", 1);
-    }
-    for (const char* variable : {"GIT_AUTHOR_EMAIL", "GIT_COMMITTER_EMAIL"}) {
-        ::setenv(variable, "bench@example.com", 1);
-    }
-    vn::Process::setMayStartSession(false);
-    return true;
-}
 
 std::string codeLine(std::mt19937& random, int n) {
     static const char* words[] = {"value", "count", "parser", "buffer", "index",  "résumé",
@@ -415,7 +388,6 @@ int main(int argc, char** argv) {
                         "BM_VrnlDiffJsonOfPatch/min_time:10.000/real_time",
                         "BM_GitDiffProcess/min_time:10.000/real_time");
     benchmark::Shutdown();
-    std::error_code ec;
-    std::filesystem::remove_all(scratchFolder(), ec);
+    vn::bench::removeScratchFolder();
     return 0;
 }

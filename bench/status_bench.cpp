@@ -35,8 +35,12 @@
 #include "git/VNRepoHandlerGit.h"
 #include "platform/FileSystem.h"
 #include "platform/Process.h"
+#include "support/BenchEnvironment.h"
 
 namespace {
+
+using vn::bench::isolateEnvironment;
+using vn::bench::scratchFolder;
 
 constexpr int kFolders = 1000;
 constexpr int kFilesPerFolder = 100;  // 100,000 tracked files
@@ -45,37 +49,9 @@ constexpr int kUntracked = 1000;
 constexpr int kIgnored = 200;
 constexpr const char* kReadyMarker = "varnel-bench-ready-v1";
 
-std::string& scratchFolder() {
-    static std::string folder;
-    return folder;
-}
-
 std::string baseFolder() {
     const char* tmp = std::getenv("TMPDIR");
     return std::string(tmp && *tmp ? tmp : "/tmp");
-}
-
-bool isolateEnvironment() {
-    std::string pattern = baseFolder() + "/varnel-bench.XXXXXX";
-    if (::mkdtemp(pattern.data()) == nullptr) {
-        std::perror("mkdtemp");
-        return false;
-    }
-    scratchFolder() = pattern;
-    for (const auto& [variable, name] :
-         {std::pair{"HOME", "home"}, std::pair{"XDG_CONFIG_HOME", "config"},
-          std::pair{"XDG_DATA_HOME", "data"}}) {
-        std::string path = pattern + "/" + name;
-        std::filesystem::create_directories(path);
-        ::setenv(variable, path.c_str(), 1);
-    }
-    ::setenv("GIT_CONFIG_NOSYSTEM", "1", 1);
-    ::setenv("GIT_AUTHOR_NAME", "Bench", 1);
-    ::setenv("GIT_COMMITTER_NAME", "Bench", 1);
-    ::setenv("GIT_AUTHOR_EMAIL", "bench@example.com", 1);
-    ::setenv("GIT_COMMITTER_EMAIL", "bench@example.com", 1);
-    vn::Process::setMayStartSession(false);
-    return true;
 }
 
 std::shared_ptr<VNRepoHandlerGit> handler() {
@@ -351,7 +327,6 @@ int main(int argc, char** argv) {
     reporter.printRatio("fileStatus 1023 side by side / one after another",
                         "BM_EverythingVsOneAfterAnother");
     benchmark::Shutdown();
-    std::error_code ec;
-    std::filesystem::remove_all(scratchFolder(), ec);
+    vn::bench::removeScratchFolder();
     return 0;
 }

@@ -23,49 +23,16 @@
 
 #include "general/VNTask.h"
 #include "platform/Process.h"
+#include "support/BenchEnvironment.h"
 
 extern char** environ;
 
 namespace {
 
+using vn::bench::isolateEnvironment;
+using vn::bench::scratchFolder;
+
 constexpr std::size_t kOutputBytes = 200'000'000;
-
-std::string& scratchFolder() {
-    static std::string folder;
-    return folder;
-}
-
-// Every setting, data and home folder points into a scratch folder, so that a run never reads or
-// writes the user's own configuration.
-bool isolateEnvironment() {
-    const char* tmp = std::getenv("TMPDIR");
-    std::string pattern = std::string(tmp && *tmp ? tmp : "/tmp") + "/varnel-bench.XXXXXX";
-    if (::mkdtemp(pattern.data()) == nullptr) {
-        std::perror("mkdtemp");
-        return false;
-    }
-    scratchFolder() = pattern;
-    const std::pair<const char*, const char*> folders[] = {
-        {"HOME", "home"}, {"XDG_CONFIG_HOME", "config"}, {"XDG_DATA_HOME", "data"}};
-    for (const auto& [variable, name] : folders) {
-        std::string path = pattern + "/" + name;
-        std::filesystem::create_directories(path);
-        ::setenv(variable, path.c_str(), 1);
-    }
-    if (!std::getenv("VARNEL_RESOURCES")) {
-        // The executable lives in the build's bin/, beside share/varnel/resources.
-        std::error_code ec;
-        std::filesystem::path exe = std::filesystem::read_symlink("/proc/self/exe", ec);
-        if (!ec) {
-            std::filesystem::path resources =
-                exe.parent_path().parent_path() / "share" / "varnel" / "resources";
-            ::setenv("VARNEL_RESOURCES", resources.c_str(), 1);
-        }
-    }
-    // Like the command line, keep the terminal: a benchmark must stay interruptible.
-    vn::Process::setMayStartSession(false);
-    return true;
-}
 
 // A text file of numbered lines, made once and shared by every run that reads it.
 const std::string& outputFile() {
@@ -323,7 +290,6 @@ int main(int argc, char** argv) {
     reporter.printRatio("200 MB of output: VNTask / cat into a string", "BM_CatThroughVNTask",
                         "BM_CatIntoString", 1.5);
     benchmark::Shutdown();
-    std::error_code ec;
-    std::filesystem::remove_all(scratchFolder(), ec);
+    vn::bench::removeScratchFolder();
     return 0;
 }
