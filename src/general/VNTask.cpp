@@ -242,7 +242,6 @@ void VNTask::fail(const std::string& description) {
     }
     post(ErrorOutputReceivedNotification);
     output_.clear();
-    completed_ = true;
     post(CompletedNotification);
     vn::Log::error(vn::format("Task '%@' threw exception: %@", displayCommand_, description));
 }
@@ -258,12 +257,10 @@ void VNTask::launchAttempt() {
     pendingOutputData_.reset();
     pendingOutputInvalid_ = false;
     stderrBuffer_.clear();
-    completed_ = false;
 
     if (!vn::fs::exists(workingDir_)) {
         errorOutput_ = "Path does not exist";
         output_.clear();
-        completed_ = true;
         post(CompletedNotification);
         return;
     }
@@ -286,7 +283,6 @@ void VNTask::launchAttempt() {
             errorOutput_ = vn::localizedFormat("TaskCantCreateOutputFile", *pipeOutputToFile_);
             newErrorOutputRange_ = {0, errorOutput_.size()};
             post(ErrorOutputReceivedNotification);
-            completed_ = true;
             post(CompletedNotification);
             return;
         }
@@ -331,7 +327,6 @@ void VNTask::launchAttempt() {
     // An asynchronous run keeps its task alive until it has reported.
     std::shared_ptr<VNTask> keepAlive = weak_from_this().lock();
     bool asynchronous = !blocking_ && vn::MainLoop::isMainThread();
-    asynchronous_ = asynchronous;
 
     vn::Process::Callbacks callbacks;
     callbacks.stdoutData = [this](std::string_view chunk) { handleOutputChunk(chunk, false); };
@@ -483,7 +478,6 @@ void VNTask::finishRun() {
     if (!success_ && !blocking_ && relaunchIfAuthenticationError()) {
         return;
     }
-    completed_ = true;
     post(CompletedNotification);
 }
 

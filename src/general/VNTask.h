@@ -1,6 +1,5 @@
 #pragma once
 
-#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -189,7 +188,5 @@ class VNTask : public vn::Object, public std::enable_shared_from_this<VNTask> {
     vn::FileHandle ttyFileHandle_;
     vn::FileHandle stdinFileHandle_;
     std::unique_ptr<vn::Process> internalTask_;
-    bool asynchronous_ = false;
-    std::atomic<bool> completed_{false};
     mutable std::recursive_mutex mutex_;
 };

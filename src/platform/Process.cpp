@@ -115,8 +115,6 @@ struct Process::State {
     pid_t pid = 0;
     uv_pipe_t out{};
     uv_pipe_t err{};
-    bool hasOut = false;
-    bool hasErr = false;
     bool outEnded = true;
     bool errEnded = true;
     bool exited = false;
@@ -382,7 +380,7 @@ int Process::start(uv_loop_s* loop, Options& options, Callbacks callbacks) {
     pid_.store(state->pid);
     running_.store(true);
 
-    auto attach = [&](uv_pipe_t& handle, OutputPipe* pipe, bool& hasPipe, bool& ended) {
+    auto attach = [&](uv_pipe_t& handle, OutputPipe* pipe, bool& ended) {
         if (!pipe) {
             return;
         }
@@ -394,12 +392,11 @@ int Process::start(uv_loop_s* loop, Options& options, Callbacks callbacks) {
             uv_close(reinterpret_cast<uv_handle_t*>(&handle), onClose);
             return;
         }
-        hasPipe = true;
         ended = false;
         uv_read_start(reinterpret_cast<uv_stream_t*>(&handle), onAlloc, onRead);
     };
-    attach(state->out, options.stdoutPipe, state->hasOut, state->outEnded);
-    attach(state->err, options.stderrPipe, state->hasErr, state->errEnded);
+    attach(state->out, options.stdoutPipe, state->outEnded);
+    attach(state->err, options.stderrPipe, state->errEnded);
     state_ = std::move(state);
     return 0;
 }
