@@ -26,10 +26,10 @@
 #include <string>
 #include <vector>
 
-#include "general/VNDiffModel.h"
-#include "general/VNDiffParser.h"
-#include "general/VNTask.h"
 #include "git/VNRepoHandlerGit.h"
+#include "handler/VNTask.h"
+#include "model/VNDiffModel.h"
+#include "model/VNDiffParser.h"
 #include "platform/FileSystem.h"
 #include "platform/Process.h"
 #include "support/BenchEnvironment.h"

@@ -14,9 +14,9 @@
 #include <string>
 #include <vector>
 
-#include "general/VNLogGraphEntry.h"
-#include "general/VNLogRowData.h"
 #include "git/VNRepoHandlerGit.h"
+#include "model/VNLogGraphEntry.h"
+#include "model/VNLogRowData.h"
 #include "platform/Process.h"
 
 namespace {

@@ -23,9 +23,9 @@
 #include <string>
 #include <vector>
 
-#include "general/VNTask.h"
 #include "git/VNGitLogParser.h"
 #include "git/VNRepoHandlerGit.h"
+#include "handler/VNTask.h"
 #include "platform/FileSystem.h"
 #include "platform/Process.h"
 

@@ -30,9 +30,9 @@
 #include <tuple>
 #include <vector>
 
-#include "general/VNTask.h"
 #include "git/VNGitStatusParser.h"
 #include "git/VNRepoHandlerGit.h"
+#include "handler/VNTask.h"
 #include "platform/FileSystem.h"
 #include "platform/Process.h"
 #include "support/BenchEnvironment.h"

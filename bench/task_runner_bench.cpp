@@ -21,7 +21,7 @@
 #include <string>
 #include <vector>
 
-#include "general/VNTask.h"
+#include "handler/VNTask.h"
 #include "platform/Process.h"
 #include "support/BenchEnvironment.h"
 

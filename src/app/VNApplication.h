@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "general/VNRepoHandler.h"
+#include "handler/VNRepoHandler.h"
 
 // The application object: it keeps one shared, stateless repository handler per repository type
 // and tells which type a folder is.

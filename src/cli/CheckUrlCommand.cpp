@@ -3,7 +3,7 @@
 
 #include "app/VNApplication.h"
 #include "cli/Cli.h"
-#include "general/VNRepoHandler.h"
+#include "handler/VNRepoHandler.h"
 #include "platform/CredentialStore.h"
 #include "platform/FileSystem.h"
 #include "platform/NotificationCenter.h"

@@ -5,7 +5,7 @@
 #include <cstdlib>
 #include <iostream>
 
-#include "general/Json.h"
+#include "base/Json.h"
 
 namespace vn::cli {
 

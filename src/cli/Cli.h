@@ -7,8 +7,8 @@
 #include <string_view>
 #include <vector>
 
-#include "general/Record.h"
-#include "general/Value.h"
+#include "base/Record.h"
+#include "base/Value.h"
 
 namespace vn::cli {
 

@@ -11,13 +11,13 @@
 #include <vector>
 
 #include "app/VNApplication.h"
+#include "base/TextEncoding.h"
 #include "cli/Cli.h"
-#include "general/DiffOptions.h"
-#include "general/TextEncoding.h"
-#include "general/VNDiffModel.h"
-#include "general/VNDiffParser.h"
-#include "general/VNRepoHandler.h"
-#include "general/VNTask.h"
+#include "handler/VNRepoHandler.h"
+#include "handler/VNTask.h"
+#include "model/DiffOptions.h"
+#include "model/VNDiffModel.h"
+#include "model/VNDiffParser.h"
 #include "platform/FileSystem.h"
 
 namespace vn::cli {

@@ -3,8 +3,8 @@
 
 #include "app/VNApplication.h"
 #include "cli/Cli.h"
-#include "general/ToolCheck.h"
 #include "git/VNRepoHandlerGit.h"
+#include "handler/ToolCheck.h"
 #include "platform/Preferences.h"
 #include "platform/Resources.h"
 

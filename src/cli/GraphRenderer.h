@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "general/VNLogGraphEntry.h"
+#include "model/VNLogGraphEntry.h"
 
 namespace vn::cli {
 

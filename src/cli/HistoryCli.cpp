@@ -7,9 +7,9 @@
 
 #include "app/VNApplication.h"
 #include "cli/Cli.h"
-#include "general/VNLogDescriptionEntry.h"
-#include "general/VNLogLabel.h"
 #include "git/VNRepoHandlerGit.h"
+#include "model/VNLogDescriptionEntry.h"
+#include "model/VNLogLabel.h"
 
 namespace vn::cli::history {
 

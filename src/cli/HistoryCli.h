@@ -5,8 +5,8 @@
 #include <optional>
 #include <string>
 
-#include "general/Record.h"
-#include "general/Value.h"
+#include "base/Record.h"
+#include "base/Value.h"
 
 class VNLogLabel;
 class VNRepoHandlerGit;

@@ -5,10 +5,10 @@
 #include "cli/Cli.h"
 #include "cli/GraphRenderer.h"
 #include "cli/HistoryCli.h"
-#include "general/VNLogDescriptionEntry.h"
-#include "general/VNLogGraphEntry.h"
-#include "general/VNLogRowData.h"
 #include "git/VNRepoHandlerGit.h"
+#include "model/VNLogDescriptionEntry.h"
+#include "model/VNLogGraphEntry.h"
+#include "model/VNLogRowData.h"
 #include "platform/FileSystem.h"
 
 namespace vn::cli {

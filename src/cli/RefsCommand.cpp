@@ -3,9 +3,9 @@
 
 #include "cli/Cli.h"
 #include "cli/HistoryCli.h"
-#include "general/VNLogLabel.h"
 #include "git/VNGitLogParser.h"
 #include "git/VNRepoHandlerGit.h"
+#include "model/VNLogLabel.h"
 #include "platform/CredentialStore.h"
 #include "platform/WorkQueue.h"
 

@@ -2,9 +2,9 @@
 #include <iostream>
 #include <string>
 
+#include "base/Json.h"
 #include "cli/Cli.h"
 #include "cli/HistoryCli.h"
-#include "general/Json.h"
 #include "git/VNRepoHandlerGit.h"
 #include "platform/NotificationCenter.h"
 

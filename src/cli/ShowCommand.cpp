@@ -3,9 +3,9 @@
 
 #include "cli/Cli.h"
 #include "cli/HistoryCli.h"
-#include "general/VNFileStatusEntity.h"
-#include "general/VNLogDescriptionEntry.h"
 #include "git/VNRepoHandlerGit.h"
+#include "model/VNFileStatusEntity.h"
+#include "model/VNLogDescriptionEntry.h"
 
 namespace vn::cli {
 

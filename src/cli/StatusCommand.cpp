@@ -9,10 +9,10 @@
 
 #include "app/VNApplication.h"
 #include "cli/Cli.h"
-#include "general/VNFileStatusEntity.h"
-#include "general/VNLogRowData.h"
-#include "general/VNRepoHandler.h"
 #include "git/VNRepoHandlerGit.h"
+#include "handler/VNRepoHandler.h"
+#include "model/VNFileStatusEntity.h"
+#include "model/VNLogRowData.h"
 #include "platform/WorkQueue.h"
 
 namespace vn::cli {

@@ -7,11 +7,11 @@
 #include <map>
 #include <set>
 
-#include "general/VNFileStatusEntity.h"
-#include "general/VNLogDescriptionEntry.h"
-#include "general/VNLogLabel.h"
-#include "general/VNRepoHandlerBase.h"
 #include "git/VNGitStatusParser.h"
+#include "handler/VNRepoHandlerBase.h"
+#include "model/VNFileStatusEntity.h"
+#include "model/VNLogDescriptionEntry.h"
+#include "model/VNLogLabel.h"
 #include "platform/Localized.h"
 
 namespace {

@@ -7,7 +7,7 @@
 #include <string_view>
 #include <vector>
 
-#include "general/Record.h"
+#include "base/Record.h"
 
 class VNLogLabel;
 

@@ -5,9 +5,9 @@
 #include <charconv>
 #include <set>
 
-#include "general/VNLogLabel.h"
 #include "git/VNGitLogParser.h"
 #include "git/VNGitRemoteInfo.h"
+#include "model/VNLogLabel.h"
 
 namespace {
 

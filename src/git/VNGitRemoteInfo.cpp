@@ -1,6 +1,6 @@
 #include "git/VNGitRemoteInfo.h"
 
-#include "general/Record.h"
+#include "base/Record.h"
 
 namespace {
 

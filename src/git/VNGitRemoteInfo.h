@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "general/Value.h"
+#include "base/Value.h"
 
 // What is known about one remote of a Git repository: its addresses, its default branch, its
 // branches, and which local branch pulls from and pushes to which of them.

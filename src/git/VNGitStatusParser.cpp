@@ -4,9 +4,9 @@
 #include <cctype>
 #include <unordered_set>
 
-#include "general/Regex.h"
-#include "general/VNFileStatusEntity.h"
-#include "general/VNRepoHandlerBase.h"
+#include "base/Regex.h"
+#include "handler/VNRepoHandlerBase.h"
+#include "model/VNFileStatusEntity.h"
 
 namespace {
 

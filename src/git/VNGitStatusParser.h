@@ -8,7 +8,7 @@
 #include <utility>
 #include <vector>
 
-#include "general/Record.h"
+#include "base/Record.h"
 
 // Reads what `git status --porcelain`, `git ls-files`, `git branch` and the files of the git
 // folder say about a working copy. Every function takes text and answers values; running git and

@@ -3,9 +3,9 @@
 #include <cctype>
 #include <cstdlib>
 
-#include "general/Format.h"
-#include "general/Regex.h"
-#include "general/ToolPaths.h"
+#include "base/Format.h"
+#include "base/Regex.h"
+#include "handler/ToolPaths.h"
 #include "platform/CredentialStore.h"
 #include "platform/FileSystem.h"
 #include "platform/Log.h"

@@ -7,7 +7,7 @@
 #include <string_view>
 #include <vector>
 
-#include "general/VNRepoHandlerBase.h"
+#include "handler/VNRepoHandlerBase.h"
 
 // The Git backend. This part is its frame: which git runs, the words every git command line
 // starts with, credentials and password prompts for remotes, failure reports, and whether a

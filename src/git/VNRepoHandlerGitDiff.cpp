@@ -4,11 +4,11 @@
 #include <algorithm>
 #include <limits>
 
-#include "general/DiffOptions.h"
-#include "general/Format.h"
-#include "general/VNDiffModel.h"
-#include "general/VNDiffParser.h"
+#include "base/Format.h"
 #include "git/VNRepoHandlerGit.h"
+#include "model/DiffOptions.h"
+#include "model/VNDiffModel.h"
+#include "model/VNDiffParser.h"
 #include "platform/Preferences.h"
 
 namespace {

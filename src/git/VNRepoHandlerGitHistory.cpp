@@ -9,15 +9,15 @@
 #include <random>
 #include <set>
 
-#include "general/Format.h"
-#include "general/VNLogDescriptionEntry.h"
-#include "general/VNLogGraphEntry.h"
-#include "general/VNLogLabel.h"
-#include "general/VNLogRowData.h"
+#include "base/Format.h"
 #include "git/VNGitLogParser.h"
 #include "git/VNGitRefsParser.h"
 #include "git/VNGitRemoteInfo.h"
 #include "git/VNRepoHandlerGit.h"
+#include "model/VNLogDescriptionEntry.h"
+#include "model/VNLogGraphEntry.h"
+#include "model/VNLogLabel.h"
+#include "model/VNLogRowData.h"
 #include "platform/FileSystem.h"
 #include "platform/Log.h"
 #include "platform/Preferences.h"

@@ -1,9 +1,9 @@
 #include <filesystem>
 
-#include "general/Format.h"
-#include "general/VNFileStatusEntity.h"
+#include "base/Format.h"
 #include "git/VNGitStatusParser.h"
 #include "git/VNRepoHandlerGit.h"
+#include "model/VNFileStatusEntity.h"
 #include "platform/FileSystem.h"
 #include "platform/Log.h"
 #include "platform/Preferences.h"

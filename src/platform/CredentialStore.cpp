@@ -4,7 +4,7 @@
 #include <cctype>
 #include <mutex>
 
-#include "general/Regex.h"
+#include "base/Regex.h"
 #include "platform/FileCredentialStore.h"
 #include "platform/Log.h"
 

@@ -2,8 +2,8 @@
 
 #include <mutex>
 
-#include "general/Json.h"
-#include "general/Record.h"
+#include "base/Json.h"
+#include "base/Record.h"
 #include "platform/FileSystem.h"
 #include "platform/Log.h"
 #include "platform/Resources.h"

@@ -3,7 +3,7 @@
 #include <string>
 #include <string_view>
 
-#include "general/Format.h"
+#include "base/Format.h"
 
 namespace vn {
 

@@ -10,7 +10,7 @@
 #include <unordered_map>
 #include <vector>
 
-#include "general/Record.h"
+#include "base/Record.h"
 
 namespace vn {
 

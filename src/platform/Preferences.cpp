@@ -2,7 +2,7 @@
 
 #include <cstdlib>
 
-#include "general/Json.h"
+#include "base/Json.h"
 #include "platform/FileSystem.h"
 #include "platform/Log.h"
 

@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-#include "general/Record.h"
+#include "base/Record.h"
 
 namespace vn {
 

@@ -2,8 +2,8 @@
 
 #include <gtest/gtest.h>
 
-#include "general/VNRepoHandlerBase.h"
 #include "git/VNRepoHandlerGit.h"
+#include "handler/VNRepoHandlerBase.h"
 #include "platform/FileSystem.h"
 #include "support/TestEnvironment.h"
 

@@ -1,9 +1,9 @@
 #include <gtest/gtest.h>
 
-#include "general/Json.h"
-#include "general/Record.h"
-#include "general/Regex.h"
-#include "general/VNTask.h"
+#include "base/Json.h"
+#include "base/Record.h"
+#include "base/Regex.h"
+#include "handler/VNTask.h"
 #include "platform/FileSystem.h"
 #include "support/TestEnvironment.h"
 

@@ -5,9 +5,9 @@
 #include <string>
 #include <vector>
 
-#include "general/Json.h"
-#include "general/Record.h"
-#include "general/VNTask.h"
+#include "base/Json.h"
+#include "base/Record.h"
+#include "handler/VNTask.h"
 #include "platform/FileSystem.h"
 #include "support/GitDiffSupport.h"
 #include "support/TestEnvironment.h"

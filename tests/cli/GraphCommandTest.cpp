@@ -1,10 +1,10 @@
 #include <gtest/gtest.h>
 
-#include "general/Json.h"
-#include "general/VNLogGraphEntry.h"
-#include "general/VNLogRowData.h"
-#include "general/VNTask.h"
+#include "base/Json.h"
 #include "git/VNRepoHandlerGit.h"
+#include "handler/VNTask.h"
+#include "model/VNLogGraphEntry.h"
+#include "model/VNLogRowData.h"
 #include "support/TestEnvironment.h"
 
 namespace {

@@ -3,10 +3,10 @@
 #include <string>
 #include <vector>
 
-#include "general/Json.h"
-#include "general/Record.h"
-#include "general/VNTask.h"
+#include "base/Json.h"
+#include "base/Record.h"
 #include "git/VNGitRefsParser.h"
+#include "handler/VNTask.h"
 #include "support/HistoryFixtures.h"
 
 namespace {

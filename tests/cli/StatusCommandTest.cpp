@@ -2,9 +2,9 @@
 
 #include <filesystem>
 
-#include "general/Json.h"
-#include "general/Record.h"
-#include "general/VNTask.h"
+#include "base/Json.h"
+#include "base/Record.h"
+#include "handler/VNTask.h"
 #include "support/StatusFixtures.h"
 #include "support/TestEnvironment.h"
 

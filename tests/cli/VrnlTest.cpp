@@ -1,8 +1,8 @@
 #include <gtest/gtest.h>
 
-#include "general/Json.h"
-#include "general/Record.h"
-#include "general/VNTask.h"
+#include "base/Json.h"
+#include "base/Record.h"
+#include "handler/VNTask.h"
 #include "platform/Preferences.h"
 #include "support/TestEnvironment.h"
 

@@ -6,9 +6,9 @@
 #include <cstdlib>
 #include <ctime>
 
-#include "general/VNFileStatusEntity.h"
-#include "general/VNLogDescriptionEntry.h"
-#include "general/VNLogLabel.h"
+#include "model/VNFileStatusEntity.h"
+#include "model/VNLogDescriptionEntry.h"
+#include "model/VNLogLabel.h"
 
 namespace {
 

@@ -2,9 +2,9 @@
 
 #include <gtest/gtest.h>
 
-#include "general/VNLogLabel.h"
 #include "git/VNGitLogParser.h"
 #include "git/VNGitRemoteInfo.h"
+#include "model/VNLogLabel.h"
 
 namespace {
 

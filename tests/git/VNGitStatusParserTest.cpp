@@ -4,7 +4,7 @@
 
 #include <set>
 
-#include "general/VNFileStatusEntity.h"
+#include "model/VNFileStatusEntity.h"
 #include "support/StatusFixtures.h"
 
 namespace {

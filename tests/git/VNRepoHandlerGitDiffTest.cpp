@@ -7,10 +7,10 @@
 #include <string>
 #include <vector>
 
-#include "general/DiffOptions.h"
-#include "general/VNDiffModel.h"
-#include "general/VNDiffParser.h"
 #include "git/VNRepoHandlerGit.h"
+#include "model/DiffOptions.h"
+#include "model/VNDiffModel.h"
+#include "model/VNDiffParser.h"
 #include "platform/FileSystem.h"
 #include "platform/Log.h"
 #include "platform/Preferences.h"

@@ -4,14 +4,14 @@
 #include <filesystem>
 #include <mutex>
 
-#include "general/VNFileStatusEntity.h"
-#include "general/VNLogDescriptionEntry.h"
-#include "general/VNLogLabel.h"
-#include "general/VNLogRowData.h"
 #include "git/VNGitLogParser.h"
 #include "git/VNGitRefsParser.h"
 #include "git/VNGitRemoteInfo.h"
 #include "git/VNRepoHandlerGit.h"
+#include "model/VNFileStatusEntity.h"
+#include "model/VNLogDescriptionEntry.h"
+#include "model/VNLogLabel.h"
+#include "model/VNLogRowData.h"
 #include "platform/FileSystem.h"
 #include "platform/Preferences.h"
 #include "platform/UserInterface.h"

@@ -5,9 +5,9 @@
 #include <functional>
 #include <set>
 
-#include "general/VNFileStatusEntity.h"
-#include "general/VNTask.h"
 #include "git/VNRepoHandlerGit.h"
+#include "handler/VNTask.h"
+#include "model/VNFileStatusEntity.h"
 #include "platform/FileSystem.h"
 #include "platform/Preferences.h"
 #include "support/StatusFixtures.h"

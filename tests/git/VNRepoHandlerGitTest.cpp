@@ -7,7 +7,7 @@
 #include <set>
 #include <thread>
 
-#include "general/Regex.h"
+#include "base/Regex.h"
 #include "platform/FileCredentialStore.h"
 #include "platform/FileSystem.h"
 #include "platform/Log.h"

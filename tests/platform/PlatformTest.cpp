@@ -4,8 +4,8 @@
 #include <filesystem>
 #include <thread>
 
-#include "general/Json.h"
-#include "general/Record.h"
+#include "base/Json.h"
+#include "base/Record.h"
 #include "platform/FileSystem.h"
 #include "platform/Localized.h"
 #include "platform/Log.h"

@@ -4,9 +4,9 @@
 
 #include <limits>
 
-#include "general/VNDiffModel.h"
-#include "general/VNRepoHandler.h"
-#include "general/VNTask.h"
+#include "handler/VNRepoHandler.h"
+#include "handler/VNTask.h"
+#include "model/VNDiffModel.h"
 #include "support/TestEnvironment.h"
 
 namespace vn::test {

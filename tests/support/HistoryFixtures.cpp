@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "general/VNTask.h"
+#include "handler/VNTask.h"
 #include "platform/FileSystem.h"
 
 namespace vn::test {

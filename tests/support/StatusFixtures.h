@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "general/Record.h"
+#include "base/Record.h"
 #include "platform/UserInterface.h"
 #include "support/TestEnvironment.h"
 

@@ -7,7 +7,7 @@
 
 #include <filesystem>
 
-#include "general/VNTask.h"
+#include "handler/VNTask.h"
 #include "platform/FileSystem.h"
 #include "platform/Preferences.h"
 

@@ -1,0 +1,82 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "base/Value.h"
+
+namespace vn {
+
+// Writes JSON as it goes, so that large models (a diff of a hundred megabytes, a long history) are
+// written without first being copied into records. Text that is not valid UTF-8 is repaired.
+class JsonWriter {
+  public:
+    using Sink = std::function<void(std::string_view chunk)>;
+
+    // Collects the text; `text()` gives it.
+    explicit JsonWriter(bool pretty = false);
+    // Hands the text to `sink` in chunks of about 64 KB, and the rest at `flush()` or destruction.
+    JsonWriter(Sink sink, bool pretty = false);
+    ~JsonWriter();
+    JsonWriter(const JsonWriter&) = delete;
+    JsonWriter& operator=(const JsonWriter&) = delete;
+
+    void beginObject();
+    void endObject();
+    void beginArray();
+    void endArray();
+    void key(std::string_view name);
+    void string(std::string_view text);
+    void number(int64_t value);
+    void number(uint64_t value);
+    void number(int value) { number(static_cast<int64_t>(value)); }
+    void number(double value);
+    void boolean(bool value);
+    void null();
+    // Any value; model objects write themselves through `Object::writeJson`.
+    void value(const Value& value);
+
+    // Shorthands for one member of an object.
+    template <typename T>
+    void member(std::string_view name, const T& v) {
+        key(name);
+        write(v);
+    }
+
+    const std::string& text() const { return buffer_; }
+    void flush();
+
+  private:
+    void write(std::string_view v) { string(v); }
+    void write(const std::string& v) { string(v); }
+    void write(const char* v) { string(v); }
+    void write(bool v) { boolean(v); }
+    void write(int v) { number(v); }
+    void write(int64_t v) { number(v); }
+    void write(uint64_t v) { number(v); }
+    void write(double v) { number(v); }
+    void write(const Value& v) { value(v); }
+    void append(const char* data, std::size_t length);
+    static void print(void* ctx, const char* text, std::size_t length);
+
+    struct Generator;
+    Generator* gen_;
+    std::string buffer_;
+    Sink sink_;
+    int depth_ = 0;
+};
+
+// JSON text of a value: records keep their key order, dates become ISO 8601 text in UTC, model
+// objects write themselves (`Object::writeJson`), text that is not valid UTF-8 is repaired.
+std::string toJson(const Value& value, bool pretty = false);
+
+// Parses JSON text. Objects become records, integers that fit become Int (else UInt or Double).
+std::optional<Value> parseJson(std::string_view text, std::string* error = nullptr);
+
+// "2026-11-21T09:36:37Z" for a point in time.
+std::string isoDateString(const Value::Date& date);
+
+}  // namespace vn

@@ -1,0 +1,282 @@
+#include "base/TextEncoding.h"
+
+#include <unicode/ucnv.h>
+
+#include <array>
+#include <cstdint>
+#include <mutex>
+
+namespace vn {
+
+namespace {
+
+// Length of the valid UTF-8 sequence starting at `i`, or 0 when the bytes there are malformed.
+// `maximal` receives the length of the maximal invalid subpart for malformed input.
+std::size_t validSequenceLength(const unsigned char* s, std::size_t n, std::size_t i,
+                                std::size_t& maximal) {
+    unsigned char c = s[i];
+    maximal = 1;
+    if (c < 0x80) {
+        return 1;
+    }
+    std::size_t need;
+    unsigned char lo = 0x80, hi = 0xBF;
+    if (c >= 0xC2 && c <= 0xDF) {
+        need = 1;
+    } else if (c >= 0xE0 && c <= 0xEF) {
+        need = 2;
+        if (c == 0xE0)
+            lo = 0xA0;
+        if (c == 0xED)
+            hi = 0x9F;
+    } else if (c >= 0xF0 && c <= 0xF4) {
+        need = 3;
+        if (c == 0xF0)
+            lo = 0x90;
+        if (c == 0xF4)
+            hi = 0x8F;
+    } else {
+        return 0;
+    }
+    for (std::size_t k = 1; k <= need; ++k) {
+        if (i + k >= n) {
+            return 0;
+        }
+        unsigned char b = s[i + k];
+        unsigned char l = k == 1 ? lo : 0x80, h = k == 1 ? hi : 0xBF;
+        if (b < l || b > h) {
+            return 0;
+        }
+        maximal = k + 1;
+    }
+    return need + 1;
+}
+
+// Single-byte encodings are decoded through a table built once from ICU's converter.
+struct SingleByteTable {
+    std::array<char32_t, 256> toUnicode{};
+    std::array<bool, 256> mapped{};
+    bool ok = false;
+};
+
+const SingleByteTable& tableFor(TextEncoding encoding) {
+    static std::once_flag flags[4];
+    static SingleByteTable tables[4];
+    int index = static_cast<int>(encoding);
+    std::call_once(flags[index], [&] {
+        SingleByteTable& table = tables[index];
+        UErrorCode status = U_ZERO_ERROR;
+        UConverter* converter = ucnv_open(textEncodingName(encoding), &status);
+        if (U_FAILURE(status)) {
+            return;
+        }
+        ucnv_setToUCallBack(converter, UCNV_TO_U_CALLBACK_STOP, nullptr, nullptr, nullptr, &status);
+        for (int b = 0; b < 256; ++b) {
+            char in = static_cast<char>(b);
+            UChar out[4];
+            status = U_ZERO_ERROR;
+            ucnv_reset(converter);
+            int32_t len = ucnv_toUChars(converter, out, 4, &in, 1, &status);
+            if (U_SUCCESS(status) && len == 1) {
+                table.toUnicode[b] = out[0];
+                table.mapped[b] = true;
+            }
+        }
+        ucnv_close(converter);
+        table.ok = true;
+    });
+    return tables[index];
+}
+
+void appendUTF8(std::string& out, char32_t cp) {
+    if (cp < 0x80) {
+        out.push_back(static_cast<char>(cp));
+    } else if (cp < 0x800) {
+        out.push_back(static_cast<char>(0xC0 | (cp >> 6)));
+        out.push_back(static_cast<char>(0x80 | (cp & 0x3F)));
+    } else if (cp < 0x10000) {
+        out.push_back(static_cast<char>(0xE0 | (cp >> 12)));
+        out.push_back(static_cast<char>(0x80 | ((cp >> 6) & 0x3F)));
+        out.push_back(static_cast<char>(0x80 | (cp & 0x3F)));
+    } else {
+        out.push_back(static_cast<char>(0xF0 | (cp >> 18)));
+        out.push_back(static_cast<char>(0x80 | ((cp >> 12) & 0x3F)));
+        out.push_back(static_cast<char>(0x80 | ((cp >> 6) & 0x3F)));
+        out.push_back(static_cast<char>(0x80 | (cp & 0x3F)));
+    }
+}
+
+}  // namespace
+
+const char* textEncodingName(TextEncoding encoding) {
+    switch (encoding) {
+        case TextEncoding::UTF8:
+            return "UTF-8";
+        case TextEncoding::MacRoman:
+            return "macintosh";
+        case TextEncoding::Latin1:
+            return "ISO-8859-1";
+        case TextEncoding::Windows1252:
+            return "windows-1252";
+    }
+    return "UTF-8";
+}
+
+bool isValidUTF8(std::string_view bytes) {
+    auto s = reinterpret_cast<const unsigned char*>(bytes.data());
+    std::size_t n = bytes.size(), i = 0;
+    while (i < n) {
+        // Skip ASCII eight bytes at a time; most tool output is ASCII.
+        while (i + 8 <= n) {
+            uint64_t word;
+            __builtin_memcpy(&word, s + i, 8);
+            if (word & 0x8080808080808080ULL) {
+                break;
+            }
+            i += 8;
+        }
+        if (i >= n) {
+            break;
+        }
+        if (s[i] < 0x80) {
+            ++i;
+            continue;
+        }
+        std::size_t maximal;
+        std::size_t len = validSequenceLength(s, n, i, maximal);
+        if (len == 0) {
+            return false;
+        }
+        i += len;
+    }
+    return true;
+}
+
+std::size_t completeUTF8PrefixLength(std::string_view bytes) {
+    std::size_t n = bytes.size();
+    // A character is at most four bytes, so only the last three can start an unfinished one.
+    for (std::size_t back = 1; back <= 3 && back <= n; ++back) {
+        auto c = static_cast<unsigned char>(bytes[n - back]);
+        if ((c & 0xC0) == 0x80) {
+            continue;
+        }
+        std::size_t need = c >= 0xF0 ? 4 : c >= 0xE0 ? 3 : c >= 0xC0 ? 2 : 1;
+        return need > back ? n - back : n;
+    }
+    return n;
+}
+
+std::string repairUTF8(std::string_view bytes) {
+    auto s = reinterpret_cast<const unsigned char*>(bytes.data());
+    std::size_t n = bytes.size(), i = 0;
+    std::string out;
+    out.reserve(n);
+    while (i < n) {
+        std::size_t maximal;
+        std::size_t len = validSequenceLength(s, n, i, maximal);
+        if (len == 0) {
+            out.append("\xEF\xBF\xBD");
+            i += maximal;
+        } else {
+            out.append(bytes.data() + i, len);
+            i += len;
+        }
+    }
+    return out;
+}
+
+std::optional<std::string> decodeText(std::string_view bytes, TextEncoding encoding) {
+    if (encoding == TextEncoding::UTF8) {
+        if (!isValidUTF8(bytes)) {
+            return std::nullopt;
+        }
+        return std::string(bytes);
+    }
+    const SingleByteTable& table = tableFor(encoding);
+    if (!table.ok) {
+        return std::nullopt;
+    }
+    std::string out;
+    out.reserve(bytes.size() + bytes.size() / 4);
+    for (char ch : bytes) {
+        auto b = static_cast<unsigned char>(ch);
+        if (!table.mapped[b]) {
+            return std::nullopt;
+        }
+        appendUTF8(out, table.toUnicode[b]);
+    }
+    return out;
+}
+
+std::optional<std::string> encodeText(std::string_view utf8, TextEncoding encoding) {
+    if (!isValidUTF8(utf8)) {
+        return std::nullopt;
+    }
+    if (encoding == TextEncoding::UTF8) {
+        return std::string(utf8);
+    }
+    const SingleByteTable& table = tableFor(encoding);
+    if (!table.ok) {
+        return std::nullopt;
+    }
+    std::string out;
+    out.reserve(utf8.size());
+    auto s = reinterpret_cast<const unsigned char*>(utf8.data());
+    std::size_t n = utf8.size(), i = 0;
+    while (i < n) {
+        char32_t cp;
+        unsigned char c = s[i];
+        if (c < 0x80) {
+            cp = c;
+            i += 1;
+        } else if (c < 0xE0) {
+            cp = ((c & 0x1F) << 6) | (s[i + 1] & 0x3F);
+            i += 2;
+        } else if (c < 0xF0) {
+            cp = ((c & 0x0F) << 12) | ((s[i + 1] & 0x3F) << 6) | (s[i + 2] & 0x3F);
+            i += 3;
+        } else {
+            cp = ((c & 0x07) << 18) | ((s[i + 1] & 0x3F) << 12) | ((s[i + 2] & 0x3F) << 6) |
+                 (s[i + 3] & 0x3F);
+            i += 4;
+        }
+        bool found = false;
+        for (int b = 0; b < 256; ++b) {
+            if (table.mapped[b] && table.toUnicode[b] == cp) {
+                out.push_back(static_cast<char>(b));
+                found = true;
+                break;
+            }
+        }
+        if (!found) {
+            return std::nullopt;
+        }
+    }
+    return out;
+}
+
+std::optional<std::string> decodeWithFallbacks(std::string_view bytes, TextEncoding* used) {
+    for (TextEncoding encoding : {TextEncoding::UTF8, TextEncoding::MacRoman, TextEncoding::Latin1,
+                                  TextEncoding::Windows1252}) {
+        if (auto text = decodeText(bytes, encoding)) {
+            if (used) {
+                *used = encoding;
+            }
+            return text;
+        }
+    }
+    return std::nullopt;
+}
+
+std::string_view truncateUTF8(std::string_view text, std::size_t maxBytes) {
+    if (text.size() <= maxBytes) {
+        return text;
+    }
+    std::size_t cut = maxBytes;
+    while (cut > 0 && (static_cast<unsigned char>(text[cut]) & 0xC0) == 0x80) {
+        --cut;
+    }
+    return text.substr(0, cut);
+}
+
+}  // namespace vn

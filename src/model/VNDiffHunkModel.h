@@ -1,0 +1,94 @@
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "base/Record.h"
+#include "base/Value.h"
+
+// One hunk of a file's diff: its line ranges on both sides, its body as read and one line
+// record per body line.
+//
+// A diff can hold millions of lines and a view shows a few of them, so the parser hands over
+// the body with the place of each line in it, and the line records are made when they are
+// first asked for. `lineCount` and `lineAt` read the lines without making records.
+class VNDiffHunkModel : public vn::Object {
+  public:
+    // Keys of a line record; every value is text. The line numbers are decimal, or empty when the
+    // line has no such side.
+    static constexpr const char* PrefixKey = "prefix";
+    static constexpr const char* BeforeLineNumberKey = "beforelineno";
+    static constexpr const char* AfterLineNumberKey = "afterlineno";
+    static constexpr const char* LineKey = "line";
+    // The line number of a line that has no such side.
+    static constexpr int64_t NoLineNumber = -1;
+
+    // Where the parser found one body line in the raw hunk.
+    struct LineSpan {
+        std::size_t offset = 0;  // of the line's first byte in the raw hunk
+        uint32_t prefixLength = 0;
+        std::size_t contentLength = 0;  // the content after the prefix, as far as it is kept
+        int64_t beforeLineNumber = NoLineNumber;
+        int64_t afterLineNumber = NoLineNumber;
+    };
+    // One body line; the views live as long as the hunk and its body stay as they are.
+    struct LineView {
+        std::string_view prefix;
+        std::string_view line;
+        int64_t beforeLineNumber = NoLineNumber;
+        int64_t afterLineNumber = NoLineNumber;
+    };
+
+    VNDiffHunkModel() = default;
+    VNDiffHunkModel(const VNDiffHunkModel&) = delete;
+    VNDiffHunkModel& operator=(const VNDiffHunkModel&) = delete;
+
+    static vn::Record lineRecord(std::string prefix, std::string beforeLineNumber,
+                                 std::string afterLineNumber, std::string line);
+
+    // 1-based position within its file.
+    uint64_t index() const { return index_; }
+    void setIndex(uint64_t index) { index_ = index; }
+    int64_t startLineBefore() const { return startLineBefore_; }
+    void setStartLineBefore(int64_t line) { startLineBefore_ = line; }
+    int64_t endLineBefore() const { return endLineBefore_; }
+    void setEndLineBefore(int64_t line) { endLineBefore_ = line; }
+    int64_t startLineAfter() const { return startLineAfter_; }
+    void setStartLineAfter(int64_t line) { startLineAfter_ = line; }
+    int64_t endLineAfter() const { return endLineAfter_; }
+    void setEndLineAfter(int64_t line) { endLineAfter_ = line; }
+    // The body lines exactly as read (header excluded), each followed by "\n".
+    const std::string& rawHunk() const { return rawHunk_; }
+    void setRawHunk(std::string raw);
+    // The line records ("prefix", "beforelineno", "afterlineno", "line"), made on the first call.
+    const std::vector<vn::Record>& hunkLines() const;
+    void setHunkLines(std::vector<vn::Record> lines);
+    // The parser's way in: the raw body and where each line lies in it.
+    void setBody(std::string raw, std::vector<LineSpan> lines);
+
+    std::size_t lineCount() const;
+    LineView lineAt(std::size_t index) const;
+
+    vn::Value jsonValue() const override;
+    void writeJson(vn::JsonWriter& writer) const override;
+
+  private:
+    void makeRecords() const;
+
+    uint64_t index_ = 0;
+    int64_t startLineBefore_ = 0;
+    int64_t endLineBefore_ = 0;
+    int64_t startLineAfter_ = 0;
+    int64_t endLineAfter_ = 0;
+    std::string rawHunk_;
+    // While `spans_` is not empty it describes the lines and the records may not exist yet.
+    std::vector<LineSpan> spans_;
+    mutable std::vector<vn::Record> hunkLines_;
+    mutable std::atomic<bool> recordsMade_{true};
+    mutable std::mutex recordsMutex_;
+};

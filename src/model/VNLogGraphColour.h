@@ -1,0 +1,41 @@
+#pragma once
+
+#include <string>
+
+#include "base/Value.h"
+
+// A colour of the commit graph: a hue/saturation/brightness colour, the neutral grey kept for the
+// working-copy row, or no colour at all (a line not yet given one).
+struct VNLogGraphColour {
+    enum class Kind { None, HSB, Grey };
+
+    Kind kind = Kind::None;
+    double hue = 0;
+    double saturation = 0;
+    double brightness = 0;
+    double alpha = 1.0;
+
+    static VNLogGraphColour hsb(double hue, double saturation, double brightness,
+                                double alpha = 1.0) {
+        return {Kind::HSB, hue, saturation, brightness, alpha};
+    }
+    // Calibrated white 0.5, fully opaque.
+    static VNLogGraphColour grey() { return {Kind::Grey, 0, 0, 0.5, 1.0}; }
+
+    bool isHSB() const { return kind == Kind::HSB; }
+    bool isGrey() const { return kind == Kind::Grey; }
+
+    // Whether this colour's hue and brightness are close to the given ones (hues wrap around at
+    // 1.0; saturation does not count). Only hue/saturation/brightness colours can be similar.
+    bool hueBrightnessSimilarTo(double otherHue, double otherBrightness) const;
+
+    // Red, green and blue in 0...255, for drawing.
+    void rgb(int& red, int& green, int& blue) const;
+    // "#rrggbb".
+    std::string hexString() const;
+
+    // {"hue", "saturation", "brightness"}, {"grey": true}, or null.
+    vn::Value jsonValue() const;
+
+    bool operator==(const VNLogGraphColour& other) const = default;
+};

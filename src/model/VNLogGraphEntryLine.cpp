@@ -1,0 +1,46 @@
+#include "model/VNLogGraphEntryLine.h"
+
+#include "base/Format.h"
+#include "base/Record.h"
+
+VNLogGraphEntryLine::VNLogGraphEntryLine(uint32_t col) : endCol(col), startCol(col) {}
+
+VNLogGraphEntryLine::VNLogGraphEntryLine(uint32_t col, VNLogGraphColour colour,
+                                         std::shared_ptr<const std::string> context)
+    : endCol(col), startCol(col), lineColour(colour), context_(std::move(context)) {
+    originates = lineContext().empty();
+}
+
+VNLogGraphEntryLine VNLogGraphEntryLine::newHead(uint32_t col, VNLogGraphColour colour,
+                                                 std::shared_ptr<const std::string> context) {
+    VNLogGraphEntryLine line(col, colour, std::move(context));
+    line.terminates = true;
+    return line;
+}
+
+const std::string& VNLogGraphEntryLine::lineContext() const {
+    static const std::string none;
+    return context_ ? *context_ : none;
+}
+
+std::string VNLogGraphEntryLine::description() const {
+    return vn::format(
+        "endCol=%u startCol=%u lineColour=%@ lineContext=%@ terminates=%u originates=%u "
+        "sharedStart=%u blank=%u",
+        endCol, startCol, lineColour.hexString(), lineContext(), static_cast<unsigned>(terminates),
+        static_cast<unsigned>(originates), static_cast<unsigned>(sharedStart),
+        static_cast<unsigned>(isBlank));
+}
+
+vn::Value VNLogGraphEntryLine::jsonValue() const {
+    return vn::Record{
+        {"endCol", endCol},
+        {"startCol", startCol},
+        {"lineColour", lineColour.jsonValue()},
+        {"lineContext", lineContext()},
+        {"terminates", terminates},
+        {"originates", originates},
+        {"sharedStart", sharedStart},
+        {"isBlank", isBlank},
+    };
+}
