@@ -13,6 +13,7 @@
 #include "app/VNApplication.h"
 #include "base/TextEncoding.h"
 #include "cli/Cli.h"
+#include "handler/GitSettings.h"
 #include "handler/VNRepoHandler.h"
 #include "handler/VNTask.h"
 #include "model/DiffOptions.h"
@@ -342,6 +343,13 @@ int runDiff(Arguments& args) {
         }
         if (rangeFrom->empty() || rangeTo->empty()) {
             return usageError("--range needs two revisions");
+        }
+    }
+    // An option takes the next word whatever it is; one that git would read as an option of
+    // its own ("--output=FILE" writes a file) is no revision.
+    for (const std::optional<std::string>* given : {&revision, &rangeFrom, &rangeTo}) {
+        if (*given && GitSettings::isOptionShaped(**given)) {
+            return usageError("\"" + **given + "\" is not a revision");
         }
     }
     uint64_t maxFiles = maxFilesOption.value_or(std::numeric_limits<uint64_t>::max());

@@ -5,6 +5,7 @@
 
 #include "base/Format.h"
 #include "base/Regex.h"
+#include "handler/GitSettings.h"
 #include "handler/ToolPaths.h"
 #include "platform/CredentialStore.h"
 #include "platform/FileSystem.h"
@@ -160,13 +161,17 @@ std::vector<std::string> VNRepoHandlerGit::defaultArgsForPath(const std::string&
 std::vector<std::string> VNRepoHandlerGit::defaultArgsForPath(
     const std::string& /*path*/, const std::string& command,
     const std::vector<std::string>& configs) {
-    std::vector<std::string> args{"--no-pager"};
+    const std::vector<std::string>& pinned = vn::GitSettings::pinned();
+    std::vector<std::string> args;
+    args.reserve(pinned.size() * 2 + configs.size() * 2 + 6);
+    args.push_back("--no-pager");
     if (usingShippedGit()) {
         args.push_back(
             vn::format("--exec-path=%@/%@", vn::Resources::path(), "git_local/libexec/git-core"));
     }
-    for (const char* setting : {"color.branch=false", "color.diff=false", "color.status=false",
-                                "diff.mnemonicprefix=false", "core.quotepath=false"}) {
+    // Paths from the user or from git's own listings are names, never patterns.
+    args.push_back(vn::GitSettings::LiteralPathspecs);
+    for (const std::string& setting : pinned) {
         args.push_back("-c");
         args.push_back(setting);
     }

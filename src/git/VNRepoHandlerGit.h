@@ -41,8 +41,9 @@ class VNRepoHandlerGit : public VNRepoHandlerBase {
     // the credential helper is not used, for every other kind of remote always.
     bool useSshAskPass(const std::string& url);
 
-    // "--no-pager", the shipped git's exec path, colour and path quoting off, the credential
-    // helper when used, each of `configs` ("key=value") as "-c", then `command`.
+    // "--no-pager", the shipped git's exec path, literal paths, each pinned setting of
+    // vn::GitSettings as "-c" (colour and path quoting off first), the credential helper when
+    // used, each of `configs` ("key=value") as "-c", then `command`.
     std::vector<std::string> defaultArgsForPath(const std::string& path,
                                                 const std::string& command) override;
     std::vector<std::string> defaultArgsForPath(const std::string& path, const std::string& command,

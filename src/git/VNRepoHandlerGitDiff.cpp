@@ -17,13 +17,21 @@ constexpr uint64_t NoFileLimit = std::numeric_limits<uint64_t>::max();
 
 // What every diff command adds after its command word. The prefixes are given because a user's
 // diff.noprefix would drop them and the file headers would no longer read; an external diff
-// program configured by the user would write no unified diff at all.
+// program configured by the user would write no unified diff at all, and a text conversion
+// would give lines that are not the file's (and a patch that cannot be applied).
 void appendDiffOptions(std::vector<std::string>& args, uint64_t options, int context) {
-    args.insert(args.end(), {"--no-ext-diff", "--src-prefix=a/", "--dst-prefix=b/", "-M"});
+    args.insert(args.end(),
+                {"--no-ext-diff", "--no-textconv", "--src-prefix=a/", "--dst-prefix=b/", "-M"});
     args.push_back(vn::format("--unified=%d", std::max(context, 0)));
     if (options & vn::DiffIgnoreWhitespace) {
         args.push_back("-w");
     }
+}
+
+// Revisions from here on, so that one named like an option ("--output=file") stays a revision.
+void appendRevisions(std::vector<std::string>& args, std::initializer_list<std::string> revisions) {
+    args.push_back("--end-of-options");
+    args.insert(args.end(), revisions.begin(), revisions.end());
 }
 
 void appendFiles(std::vector<std::string>& args, const std::vector<std::string>& files) {
@@ -77,7 +85,7 @@ std::shared_ptr<VNDiffModel> VNRepoHandlerGit::fileDiffAgainstBase(
     auto diffAgainst = [&](const std::string& base) {
         auto args = defaultArgsForPath(path, "diff");
         appendDiffOptions(args, 0, context);
-        args.push_back(base);
+        appendRevisions(args, {base});
         appendFiles(args, fileList);
         auto task = VNTask::taskWithCommand(gitPath(), path, std::move(args));
         task->run();
@@ -132,7 +140,7 @@ std::shared_ptr<VNTask> VNRepoHandlerGit::fileDiffAgainstBaseTask(
     // Without a named revision git compares with HEAD, and before the first commit with
     // nothing, where naming HEAD would fail.
     if (!baseRevision.empty() && baseRevision != "HEAD") {
-        args.push_back(baseRevision);
+        appendRevisions(args, {baseRevision});
     }
     appendFiles(args, fileList);
     return VNTask::taskWithCommand(gitPath(), path, std::move(args));
@@ -146,7 +154,7 @@ std::shared_ptr<VNTask> VNRepoHandlerGit::revisionFileDiffTask(
     // shows what it brought to its first parent, a diff that reads and applies like any other.
     args.insert(args.end(), {"--format=", "--root", "-m", "--first-parent"});
     appendDiffOptions(args, options, context);
-    args.push_back(revision);
+    appendRevisions(args, {revision});
     appendFiles(args, fileList);
     return VNTask::taskWithCommand(gitPath(), path, std::move(args));
 }
@@ -156,8 +164,7 @@ std::shared_ptr<VNTask> VNRepoHandlerGit::revisionRangeFileDiffTask(
     const std::vector<std::string>& fileList, uint64_t options, int context) {
     auto args = defaultArgsForPath(path, "diff");
     appendDiffOptions(args, options, context);
-    args.push_back(revisionFrom);
-    args.push_back(revisionTo);
+    appendRevisions(args, {revisionFrom, revisionTo});
     appendFiles(args, fileList);
     return VNTask::taskWithCommand(gitPath(), path, std::move(args));
 }
@@ -171,6 +178,7 @@ std::shared_ptr<VNTask> VNRepoHandlerGit::revisionsFileDiffTask(
     // ambiguous.
     args.insert(args.end(), {"--abbrev=7", "--root"});
     appendDiffOptions(args, options, context);
+    args.push_back("--end-of-options");
     args.insert(args.end(), revisions.begin(), revisions.end());
     appendFiles(args, fileList);
     return VNTask::taskWithCommand(gitPath(), path, std::move(args));
@@ -179,9 +187,10 @@ std::shared_ptr<VNTask> VNRepoHandlerGit::revisionsFileDiffTask(
 std::shared_ptr<VNTask> VNRepoHandlerGit::stashDiffTask(const std::string& path,
                                                         const std::string& name) {
     auto args = defaultArgsForPath(path, "stash");
-    args.insert(args.end(), {"show", "-p", "--no-color", "--no-ext-diff"});
+    args.insert(args.end(), {"show", "-p", "--no-color", "--no-ext-diff", "--no-textconv",
+                             "--src-prefix=a/", "--dst-prefix=b/"});
     if (!name.empty()) {
-        args.push_back(name);
+        appendRevisions(args, {name});
     }
     return VNTask::taskWithCommand(gitPath(), path, std::move(args));
 }
@@ -203,7 +212,7 @@ std::shared_ptr<VNTask> VNRepoHandlerGit::externalDiffTask(const std::string& pa
     auto args = externalToolArgs(*this, path, "difftool");
     args.push_back("--cached");
     if (!baseRevision.empty() && baseRevision != "HEAD") {
-        args.push_back(baseRevision);
+        appendRevisions(args, {baseRevision});
     }
     appendFiles(args, {filename});
     return VNTask::taskWithCommand(gitPath(), path, std::move(args));
@@ -215,7 +224,7 @@ std::shared_ptr<VNTask> VNRepoHandlerGit::externalDiffTask(const std::string& pa
     // A root commit has no parent to compare with; its files are compared with nothing.
     std::string parent = revision + "^";
     auto check = defaultArgsForPath(path, "rev-parse");
-    check.insert(check.end(), {"--verify", "-q", parent + "^{commit}"});
+    check.insert(check.end(), {"--verify", "-q", "--end-of-options", parent + "^{commit}"});
     if (!VNTask::taskWithCommand(gitPath(), path, std::move(check))->run()) {
         parent = emptyTree(path).value_or(parent);
     }
@@ -227,8 +236,7 @@ std::shared_ptr<VNTask> VNRepoHandlerGit::externalDiffTask(const std::string& pa
                                                            const std::string& revisionFrom,
                                                            const std::string& revisionTo) {
     auto args = externalToolArgs(*this, path, "difftool");
-    args.push_back(revisionFrom);
-    args.push_back(revisionTo);
+    appendRevisions(args, {revisionFrom, revisionTo});
     appendFiles(args, {filename});
     return VNTask::taskWithCommand(gitPath(), path, std::move(args));
 }

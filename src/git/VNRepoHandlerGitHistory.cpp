@@ -14,6 +14,7 @@
 #include "git/VNGitRefsParser.h"
 #include "git/VNGitRemoteInfo.h"
 #include "git/VNRepoHandlerGit.h"
+#include "handler/GitSettings.h"
 #include "model/VNLogDescriptionEntry.h"
 #include "model/VNLogGraphEntry.h"
 #include "model/VNLogLabel.h"
@@ -47,6 +48,13 @@ std::shared_ptr<VNTask> runGit(VNRepoHandlerGit& handler, const std::string& pat
         return nullptr;
     }
     return task;
+}
+
+// The labels of a commit are the references git decorates by default, whatever the user's
+// log.excludeDecoration says.
+void appendDecorationFilter(std::vector<std::string>& args) {
+    const std::vector<std::string>& filter = vn::GitSettings::decorationFilterArguments();
+    args.insert(args.end(), filter.begin(), filter.end());
 }
 
 bool authorDatePreferred() {
@@ -165,6 +173,7 @@ std::vector<vn::Record> VNRepoHandlerGit::logRevisions(const std::string& path,
     }
     args.push_back(VNGitLogParser::logFormatArgument(authorDatePreferred()));
     args.insert(args.end(), {"--decorate=full", "--date=iso"});
+    appendDecorationFilter(args);
     // Revisions from here on, so that a branch named like an option stays a branch.
     args.push_back("--end-of-options");
     if (!(options & LogWithoutMergeHead)) {
@@ -223,7 +232,9 @@ std::vector<vn::Record> VNRepoHandlerGit::logRevisions(
         args.push_back("--follow");
     }
     args.push_back(VNGitLogParser::logFormatArgument(authorDatePreferred()));
-    args.insert(args.end(), {"--decorate=full", "--date=iso", "--end-of-options"});
+    args.insert(args.end(), {"--decorate=full", "--date=iso"});
+    appendDecorationFilter(args);
+    args.push_back("--end-of-options");
     if (startRevision && !startRevision->empty()) {
         args.push_back(*startRevision);
     } else if (branch && !branch->empty()) {
@@ -364,6 +375,7 @@ std::shared_ptr<VNTask> VNRepoHandlerGit::searchLogTask(const std::string& path,
     args.push_back(VNGitLogParser::logFormatArgument(false));
     // Full names, so that the labels of a hit are read as in the history view.
     args.insert(args.end(), {"--date=iso", "--decorate=full"});
+    appendDecorationFilter(args);
     if (mode != SearchHash && mode != SearchRange) {
         args.insert(args.end(), {"--all", "--tags", "--full-history"});
     }
@@ -382,10 +394,11 @@ vn::Record VNRepoHandlerGit::revisionDetails(const std::string& path, const std:
     vn::Record aheadBehind;
     SideBySide annotations(
         [this, &path, &aheadBehind] { aheadBehind = branchesWithCommitsAheadBehind(path); });
-    auto task = runGit(*this, path, "log",
-                       {"-1", VNGitLogParser::detailsFormatArgument(), "--decorate=full",
-                        "--date=iso", "--end-of-options", revision, "--"},
-                       true);
+    std::vector<std::string> args = {"-1", VNGitLogParser::detailsFormatArgument(),
+                                     "--decorate=full", "--date=iso"};
+    appendDecorationFilter(args);
+    args.insert(args.end(), {"--end-of-options", revision, "--"});
+    auto task = runGit(*this, path, "log", std::move(args), true);
     annotations.wait();
     if (!task) {
         return {};
@@ -518,7 +531,8 @@ bool VNRepoHandlerGit::exportFileContentAtRevision(const std::string& path, cons
     }
     // cat-file with filters gives the file as a checkout writes it (line endings, Git LFS).
     std::vector<std::string> args = defaultArgsForPath(path, "cat-file");
-    args.insert(args.end(), {"--filters", revision + ":" + relativeToWorkingCopy(path, file)});
+    args.insert(args.end(), {"--filters", "--end-of-options",
+                             revision + ":" + relativeToWorkingCopy(path, file)});
     auto task = VNTask::taskWithCommand(gitPath(), path, std::move(args), *temporary);
     std::error_code error;
     if (!task->run()) {

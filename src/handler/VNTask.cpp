@@ -2,10 +2,13 @@
 
 #include <algorithm>
 #include <cctype>
+#include <chrono>
+#include <iterator>
 
 #include "base/Format.h"
 #include "base/Record.h"
 #include "base/TextEncoding.h"
+#include "handler/GitSettings.h"
 #include "handler/ToolPaths.h"
 #include "platform/FileSystem.h"
 #include "platform/Localized.h"
@@ -14,6 +17,7 @@
 #include "platform/NotificationCenter.h"
 #include "platform/Preferences.h"
 #include "platform/Resources.h"
+#include "platform/SecretRedaction.h"
 #include "platform/UserInterface.h"
 
 namespace {
@@ -31,8 +35,11 @@ bool containsCaseInsensitive(std::string_view haystack, std::string_view needle)
     return it != haystack.end();
 }
 
-std::string buildDisplayCommand(const std::string& command, const std::vector<std::string>& args) {
+std::string buildDisplayCommand(const std::string& command,
+                                const std::vector<std::string>& givenArgs) {
     std::string name = vn::fs::lastPathComponent(command);
+    // Shown to the user and written to logs: never with a secret in it.
+    std::vector<std::string> args = vn::SecretRedaction::redactArguments(givenArgs);
     std::string display;
     if (startsWith(name, "hg")) {
         display = "hg ";
@@ -51,12 +58,14 @@ std::string buildDisplayCommand(const std::string& command, const std::vector<st
             startsWith(arg, "web.cacerts=")) {
             continue;
         }
-        // Colour settings are noise in a git command line shown to the user.
-        if (isGit && startsWith(arg, "-c") && i + 1 < args.size() &&
-            startsWith(args[i + 1], "color.")) {
-            continue;
-        }
-        if (isGit && startsWith(arg, "color.") && i > 0 && startsWith(args[i - 1], "-c")) {
+        // Colour settings, and the settings every git command line pins, are noise in a
+        // command line shown to the user.
+        auto quiet = [](const std::string& setting) {
+            return startsWith(setting, "color.") || vn::GitSettings::isPinned(setting);
+        };
+        if (isGit && (arg == vn::GitSettings::LiteralPathspecs ||
+                      (startsWith(arg, "-c") && i + 1 < args.size() && quiet(args[i + 1])) ||
+                      (quiet(arg) && i > 0 && startsWith(args[i - 1], "-c")))) {
             continue;
         }
         if (arg.find(' ') != std::string::npos) {
@@ -68,6 +77,67 @@ std::string buildDisplayCommand(const std::string& command, const std::vector<st
     return display;
 }
 
+// Variables that would point git at another repository, index, object store or configuration,
+// run other programs for its diffs and pager, change how it reads paths, or add trace output
+// to what is parsed. A run that needs one sets it through its environment customisations.
+constexpr std::string_view RedirectingGitVariables[] = {
+    "GIT_DIR",
+    "GIT_WORK_TREE",
+    "GIT_INDEX_FILE",
+    "GIT_OBJECT_DIRECTORY",
+    "GIT_ALTERNATE_OBJECT_DIRECTORIES",
+    "GIT_NAMESPACE",
+    "GIT_COMMON_DIR",
+    "GIT_CEILING_DIRECTORIES",
+    "GIT_DISCOVERY_ACROSS_FILESYSTEM",
+    "GIT_IMPLICIT_WORK_TREE",
+    "GIT_SHALLOW_FILE",
+    "GIT_GRAFT_FILE",
+    "GIT_REPLACE_REF_BASE",
+    "GIT_NO_REPLACE_OBJECTS",
+    "GIT_QUARANTINE_PATH",
+    "GIT_CONFIG",
+    "GIT_CONFIG_PARAMETERS",
+    "GIT_CONFIG_COUNT",
+    "GIT_PREFIX",
+    "GIT_SUPER_PREFIX",
+    "GIT_EXTERNAL_DIFF",
+    "GIT_DIFF_OPTS",
+    "GIT_DIFF_PATH_COUNTER",
+    "GIT_DIFF_PATH_TOTAL",
+    "GIT_PAGER",
+    "PAGER",
+    "GIT_PAGER_IN_USE",
+    "GIT_LITERAL_PATHSPECS",
+    "GIT_GLOB_PATHSPECS",
+    "GIT_NOGLOB_PATHSPECS",
+    "GIT_ICASE_PATHSPECS",
+    "GIT_NOTES_REF",
+    "GIT_NOTES_DISPLAY_REF",
+    "GIT_PRINT_SHA1_ELLIPSIS",
+    "GIT_ATTR_SOURCE",
+};
+// Whole families: GIT_CONFIG_KEY_<n> and GIT_CONFIG_VALUE_<n>, and every trace switch.
+constexpr std::string_view RedirectingGitVariablePrefixes[] = {
+    "GIT_CONFIG_KEY_",
+    "GIT_CONFIG_VALUE_",
+    "GIT_TRACE",
+    "GIT_INTERNAL_",
+};
+
+void removeRedirectingGitVariables(vn::Environment& env) {
+    for (std::string_view name : RedirectingGitVariables) {
+        env.erase(std::string(name));
+    }
+    for (auto it = env.begin(); it != env.end();) {
+        bool family = false;
+        for (std::string_view prefix : RedirectingGitVariablePrefixes) {
+            family = family || startsWith(it->first, prefix);
+        }
+        it = family ? env.erase(it) : std::next(it);
+    }
+}
+
 void appendToPath(vn::Environment& env, const std::string& folder) {
     auto it = env.find("PATH");
     if (it == env.end()) {
@@ -75,6 +145,34 @@ void appendToPath(vn::Environment& env, const std::string& folder) {
     } else {
         it->second += ":" + folder;
     }
+}
+
+// A word as a shell would need it to read it back unchanged.
+std::string shellQuoted(const std::string& word) {
+    bool plain = !word.empty() && std::all_of(word.begin(), word.end(), [](char c) {
+        return std::isalnum(static_cast<unsigned char>(c)) ||
+               std::string_view("_@%+=:,./-^~{}").find(c) != std::string_view::npos;
+    });
+    if (plain) {
+        return word;
+    }
+    std::string quoted = "'";
+    for (char c : word) {
+        if (c == '\'') {
+            quoted += "'\\''";
+        } else {
+            quoted += c;
+        }
+    }
+    return quoted + "'";
+}
+
+int logContextFor(const std::string& command) {
+    std::string name = vn::fs::lastPathComponent(command);
+    if (startsWith(name, "git")) {
+        return vn::Log::Git;
+    }
+    return startsWith(name, "hg") ? vn::Log::Mercurial : vn::Log::General;
 }
 
 }  // namespace
@@ -153,6 +251,12 @@ void VNTask::addStandardGitEnvironment(vn::Environment& env) const {
     if (prefs.integerForKey("gitWhichOne") == 0) {
         env["GIT_EXEC_PATH"] = vn::Resources::pathFor("git_local/libexec/git-core");
     }
+    removeRedirectingGitVariables(env);
+    // Messages in the C locale, so that what is read from them (states, failures, prompts for
+    // credentials) is the same for every user; names and contents stay UTF-8. Git's output that
+    // the user reads is English too, which is also what a search for a message finds.
+    env["LC_ALL"] = "C.UTF-8";
+    env.erase("LANGUAGE");
 }
 
 void VNTask::addStandardHgEnvironment(vn::Environment& env) const {
@@ -233,6 +337,22 @@ void VNTask::launch() {
     launchAttempt();
 }
 
+void VNTask::traceRun(std::string_view outcome) const {
+    if (!vn::Log::isEnabled(vn::Log::Debug)) {
+        return;
+    }
+    std::string line = "ran " + shellQuoted(command_);
+    for (const std::string& arg : vn::SecretRedaction::redactArguments(args_)) {
+        line.append(" ").append(shellQuoted(arg));
+    }
+    auto elapsed = std::chrono::duration_cast<std::chrono::microseconds>(
+        std::chrono::steady_clock::now() - launchTime_);
+    line.append(" (in ").append(workingDir_).append("): ").append(outcome);
+    long long micros = static_cast<long long>(elapsed.count());
+    line.append(vn::format(" after %lld.%lld ms", micros / 1000, micros % 1000 / 100));
+    vn::Log::debug(line, logContextFor(command_));
+}
+
 void VNTask::fail(const std::string& description) {
     {
         std::lock_guard<std::recursive_mutex> lock(mutex_);
@@ -244,6 +364,7 @@ void VNTask::fail(const std::string& description) {
     output_.clear();
     post(CompletedNotification);
     vn::Log::error(vn::format("Task '%@' threw exception: %@", displayCommand_, description));
+    traceRun("could not start");
 }
 
 void VNTask::launchAttempt() {
@@ -258,7 +379,9 @@ void VNTask::launchAttempt() {
     pendingOutputInvalid_ = false;
     stderrBuffer_.clear();
 
+    launchTime_ = std::chrono::steady_clock::now();
     if (!vn::fs::exists(workingDir_)) {
+        traceRun("not started, the folder does not exist");
         errorOutput_ = "Path does not exist";
         output_.clear();
         post(CompletedNotification);
@@ -472,6 +595,8 @@ void VNTask::taskTerminated(int64_t exitStatus, int termSignal) {
         ttyFileHandle_.reset();
         stdinFileHandle_.reset();
     }
+    traceRun(termSignal != 0 ? vn::format("killed by signal %d", termSignal)
+                             : vn::format("exit status %lld", static_cast<long long>(exitStatus)));
 }
 
 void VNTask::finishRun() {

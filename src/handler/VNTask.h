@@ -1,11 +1,13 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "base/Value.h"
@@ -145,6 +147,8 @@ class VNTask : public vn::Object, public std::enable_shared_from_this<VNTask> {
     void finishRun();
     std::string fullDecode(const std::string& bytes) const;
     void post(const char* name);
+    // Logs the run (at the debug level) with its arguments, secrets masked, and how long it took.
+    void traceRun(std::string_view outcome) const;
 
     std::string command_;
     std::string workingDir_;
@@ -188,5 +192,6 @@ class VNTask : public vn::Object, public std::enable_shared_from_this<VNTask> {
     vn::FileHandle ttyFileHandle_;
     vn::FileHandle stdinFileHandle_;
     std::unique_ptr<vn::Process> internalTask_;
+    std::chrono::steady_clock::time_point launchTime_;
     mutable std::recursive_mutex mutex_;
 };

@@ -1,14 +1,20 @@
 #include "platform/Log.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <sys/time.h>
+#include <unistd.h>
 
 #include <atomic>
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
 #include <mutex>
 
+#include "platform/FileSystem.h"
 #include "platform/Preferences.h"
+#include "platform/SecretRedaction.h"
 
 namespace vn {
 
@@ -16,17 +22,102 @@ namespace {
 
 std::atomic<int> gLevel{Log::Warning};
 
+bool variableSet(const char* name) {
+    const char* value = std::getenv(name);
+    return value && *value;
+}
+
+std::atomic<bool> gToStandardError{variableSet("VARNEL_LOG")};
+
 std::mutex& sinkMutex() {
     static std::mutex mutex;
     return mutex;
 }
 
 Log::Sink& sink() {
-    static Log::Sink current = [](const std::string& line) {
-        std::fputs(line.c_str(), stderr);
-        std::fputc('\n', stderr);
-    };
+    static Log::Sink current = Log::standardSink();
     return current;
+}
+
+// The open log file, shared by every thread; guarded by the sink's callers' lock and its own.
+struct LogFile {
+    std::mutex mutex;
+    std::string path;
+    int fd = -1;
+    std::size_t size = 0;
+    dev_t device = 0;
+    ino_t inode = 0;
+
+    bool open(std::string wanted) {
+        path = std::move(wanted);
+        fs::makeDirectories(fs::deletingLastPathComponent(path), 0700);
+        // The log names repositories and commands: readable by the user alone.
+        fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
+        if (fd < 0) {
+            return false;
+        }
+        struct stat info {};
+        if (::fstat(fd, &info) == 0) {
+            size = static_cast<std::size_t>(info.st_size);
+            device = info.st_dev;
+            inode = info.st_ino;
+        }
+        return true;
+    }
+
+    void rotate() {
+        ::close(fd);
+        fd = -1;
+        // Another process may have rotated already; then this renames its fresh file, which
+        // loses at most its few lines.
+        ::rename(path.c_str(), (path + ".1").c_str());
+        open(path);
+    }
+
+    void write(const std::string& line) {
+        std::lock_guard<std::mutex> lock(mutex);
+        // Looked up each time, so that a changed XDG_STATE_HOME (tests) takes effect.
+        std::string wanted = Log::logFilePath();
+        if (fd >= 0) {
+            // Another process may have rotated the file, or the user removed it.
+            struct stat info {};
+            if (wanted != path || ::stat(path.c_str(), &info) != 0 || info.st_dev != device ||
+                info.st_ino != inode) {
+                ::close(fd);
+                fd = -1;
+            }
+        }
+        if (fd < 0 && !open(std::move(wanted))) {
+            return;
+        }
+        std::string text = line + "\n";
+        if (size > 0 && size + text.size() > Log::MaxLogFileSize) {
+            rotate();
+            if (fd < 0) {
+                return;
+            }
+        }
+        const char* data = text.data();
+        std::size_t left = text.size();
+        while (left > 0) {
+            ssize_t written = ::write(fd, data, left);
+            if (written < 0) {
+                if (errno == EINTR) {
+                    continue;
+                }
+                return;
+            }
+            data += written;
+            left -= static_cast<std::size_t>(written);
+            size += static_cast<std::size_t>(written);
+        }
+    }
+};
+
+LogFile& logFile() {
+    // Never destroyed: threads may still log while the program exits.
+    static LogFile* file = new LogFile;
+    return *file;
 }
 
 std::string timeStamp() {
@@ -99,7 +190,8 @@ void Log::log(Level level, int context, std::string_view message) {
     if (!isEnabled(level)) {
         return;
     }
-    std::string line = formatLine(timeStamp(), level, context, message);
+    std::string line =
+        formatLine(timeStamp(), level, context, SecretRedaction::redactText(message));
     std::lock_guard<std::mutex> lock(sinkMutex());
     if (sink()) {
         sink()(line);
@@ -134,6 +226,7 @@ bool Log::parseLevel(std::string_view text, Level& level) {
 }
 
 void Log::configureFromEnvironment() {
+    gToStandardError.store(variableSet("VARNEL_LOG"));
     Level level;
     if (const char* env = std::getenv("VARNEL_LOG"); env && parseLevel(env, level)) {
         setLevel(level);
@@ -143,6 +236,30 @@ void Log::configureFromEnvironment() {
     if (parseLevel(pref, level)) {
         setLevel(level);
     }
+}
+
+Log::Sink Log::standardSink() {
+    return [](const std::string& line) {
+        appendToLogFile(line);
+        if (gToStandardError.load()) {
+            std::fputs(line.c_str(), stderr);
+            std::fputc('\n', stderr);
+        }
+    };
+}
+
+std::string Log::logFilePath() {
+    std::string folder;
+    if (const char* state = std::getenv("XDG_STATE_HOME"); state && *state == '/') {
+        folder = state;
+    } else {
+        folder = fs::appendPathComponent(fs::homeDirectory(), ".local/state");
+    }
+    return fs::appendPathComponent(fs::appendPathComponent(folder, "varnel"), "varnel.log");
+}
+
+void Log::appendToLogFile(const std::string& line) {
+    logFile().write(line);
 }
 
 Log::Sink Log::setSink(Sink newSink) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <functional>
 #include <string>
 #include <string_view>
@@ -7,7 +8,8 @@
 namespace vn {
 
 // One logging facility for the whole engine. A message has a level flag and a context; a line reads
-// "<time stamp> (<level letter>) <context prefix><message>".
+// "<time stamp> (<level letter>) <context prefix><message>". Passwords in URLs and authorization
+// headers in a message are masked before the line is written.
 class Log {
   public:
     enum Level : int { Error = 1, Warning = 2, Info = 4, Debug = 8, Verbose = 16 };
@@ -38,11 +40,23 @@ class Log {
     static void setLevel(Level level);
     static bool isEnabled(Level level) { return level <= Log::level(); }
     // Reads the level from VARNEL_LOG (a name such as "debug" or a flag) or else the "logLevel"
-    // preference.
+    // preference, and whether lines also go to standard error (only when VARNEL_LOG is set).
     static void configureFromEnvironment();
 
-    // Replaces where lines go (by default standard error). Returns the previous sink.
+    // Replaces where lines go (by default the log file, see below). Returns the previous sink.
     static Sink setSink(Sink sink);
+    // The sink lines go to unless another was set: the log file, and standard error as well
+    // when VARNEL_LOG was set at start-up (or at the last configureFromEnvironment).
+    static Sink standardSink();
+
+    // "$XDG_STATE_HOME/varnel/varnel.log", by default under "~/.local/state". When a line would
+    // take the file past MaxLogFileSize, the file becomes "varnel.log.1" (replacing an older
+    // one) and a new file is started, so the two together hold at most twice that.
+    static std::string logFilePath();
+    static constexpr std::size_t MaxLogFileSize = 2 * 1024 * 1024;
+    // Writes one line to the log file, rotating it as above; failures are ignored (a log that
+    // cannot be written must not stop the program).
+    static void appendToLogFile(const std::string& line);
 
     static char levelLetter(Level level);
     static std::string_view contextPrefix(int context);

@@ -566,7 +566,9 @@ TEST(VNRepoHandlerGitDiff, CommandLinesStartWithTheDefaultsAndEndWithTheFiles) {
 
     EXPECT_EQ(handler->stashDiffTask(path, "stash@{2}")->args(), [&] {
         auto expected = handler->defaultArgsForPath(path, "stash");
-        expected.insert(expected.end(), {"show", "-p", "--no-color", "--no-ext-diff", "stash@{2}"});
+        expected.insert(expected.end(),
+                        {"show", "-p", "--no-color", "--no-ext-diff", "--no-textconv",
+                         "--src-prefix=a/", "--dst-prefix=b/", "--end-of-options", "stash@{2}"});
         return expected;
     }());
 }

@@ -8,6 +8,7 @@
 #include <thread>
 
 #include "base/Regex.h"
+#include "handler/GitSettings.h"
 #include "platform/FileCredentialStore.h"
 #include "platform/FileSystem.h"
 #include "platform/Log.h"
@@ -105,9 +106,16 @@ std::shared_ptr<VNTask> runGit(VNRepoHandlerGit& handler, const std::string& pat
 
 TEST(VNRepoHandlerGitArguments, DefaultArgumentsInTheirOrder) {
     GitPreferences prefs;
-    const std::vector<std::string> quiet = {
-        "-c", "color.branch=false",        "-c", "color.diff=false",    "-c", "color.status=false",
-        "-c", "diff.mnemonicprefix=false", "-c", "core.quotepath=false"};
+    // Colour and quoting off first, as git's own users know them, then the other pins.
+    std::vector<std::string> quiet = {
+        "--literal-pathspecs", "-c", "color.branch=false",        "-c", "color.diff=false",    "-c",
+        "color.status=false",  "-c", "diff.mnemonicprefix=false", "-c", "core.quotepath=false"};
+    for (const std::string& setting : vn::GitSettings::pinned()) {
+        if (std::find(quiet.begin(), quiet.end(), setting) == quiet.end()) {
+            quiet.insert(quiet.end(), {"-c", setting});
+        }
+    }
+    EXPECT_GE(vn::GitSettings::pinned().size(), 30u);
     struct Case {
         const char* name;
         bool shipped;
@@ -201,9 +209,8 @@ TEST(VNRepoHandlerGitArguments, RealGitGivesUncolouredUnquotedOutput) {
     EXPECT_EQ(diff->output().find('\x1b'), std::string::npos);
     EXPECT_NE(diff->output().find("--- a/tracked.txt\n+++ b/tracked.txt\n"), std::string::npos)
         << diff->output();
-    EXPECT_EQ(status->displayCommand(),
-              "git -c diff.mnemonicprefix=false -c core.quotepath=false "
-              "-c credential.helper=varnel status --short ");
+    // The pinned settings are noise to the user; the credential helper is not.
+    EXPECT_EQ(status->displayCommand(), "git -c credential.helper=varnel status --short ");
 }
 
 TEST(VNRepoHandlerGitVersion, CredentialHelperFromVersion1_7_10) {

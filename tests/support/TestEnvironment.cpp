@@ -51,12 +51,13 @@ void isolateEnvironment() {
         ::unsetenv(name.c_str());
     }
     const std::string& root = sandboxPath();
-    for (const char* sub : {"home", "config", "data", "runtime"}) {
+    for (const char* sub : {"home", "config", "data", "state", "runtime"}) {
         fs::makeDirectories(fs::appendPathComponent(root, sub), 0700);
     }
     ::setenv("HOME", fs::appendPathComponent(root, "home").c_str(), 1);
     ::setenv("XDG_CONFIG_HOME", fs::appendPathComponent(root, "config").c_str(), 1);
     ::setenv("XDG_DATA_HOME", fs::appendPathComponent(root, "data").c_str(), 1);
+    ::setenv("XDG_STATE_HOME", fs::appendPathComponent(root, "state").c_str(), 1);
     ::setenv("XDG_RUNTIME_DIR", fs::appendPathComponent(root, "runtime").c_str(), 1);
     std::string hgrc = fs::appendPathComponent(root, "hgrc");
     writeFile(hgrc, "[ui]\nusername = Test User <test@example.com>\n");

@@ -27,8 +27,9 @@ class TempDir {
 // The folder every test's HOME, configuration and data live in (made once per test process).
 const std::string& sandboxPath();
 
-// Points HOME, XDG_CONFIG_HOME, XDG_DATA_HOME, HGRCPATH at temporary folders, removes inherited
-// GIT_* variables, sets TZ=UTC, GIT_CONFIG_NOSYSTEM and fixed author and committer data.
+// Points HOME, XDG_CONFIG_HOME, XDG_DATA_HOME, XDG_STATE_HOME (the engine's log), HGRCPATH at
+// temporary folders, removes inherited GIT_* variables, sets TZ=UTC, GIT_CONFIG_NOSYSTEM and
+// fixed author and committer data.
 void isolateEnvironment();
 
 // Writes a file (creating folders as needed).
