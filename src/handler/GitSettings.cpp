@@ -1,6 +1,6 @@
 #include "handler/GitSettings.h"
 
-#include <algorithm>
+#include <unordered_set>
 
 namespace vn {
 
@@ -75,8 +75,9 @@ const std::vector<std::string>& GitSettings::pinned() {
 }
 
 bool GitSettings::isPinned(std::string_view setting) {
-    const auto& settings = pinned();
-    return std::find(settings.begin(), settings.end(), setting) != settings.end();
+    // Asked for arguments of every command line shown, which can hold thousands of files.
+    static const std::unordered_set<std::string_view> lookup(pinned().begin(), pinned().end());
+    return lookup.count(setting) != 0;
 }
 
 const std::vector<std::string>& GitSettings::decorationFilterArguments() {

@@ -65,7 +65,7 @@ std::string buildDisplayCommand(const std::string& command,
         };
         if (isGit && (arg == vn::GitSettings::LiteralPathspecs ||
                       (startsWith(arg, "-c") && i + 1 < args.size() && quiet(args[i + 1])) ||
-                      (quiet(arg) && i > 0 && startsWith(args[i - 1], "-c")))) {
+                      (i > 0 && startsWith(args[i - 1], "-c") && quiet(arg)))) {
             continue;
         }
         if (arg.find(' ') != std::string::npos) {
