@@ -90,8 +90,10 @@ std::string relativeToWorkingCopy(const std::string& path, const std::string& fi
     return error || relative.empty() ? file : relative.generic_string();
 }
 
-// The largest file blamed: its lines as records take some 20 times its size.
+// The largest file blamed, in bytes and in lines: each line becomes a record of some 600
+// bytes, and git takes minutes over files this large.
 constexpr uint64_t BlameSizeLimit = uint64_t(32) << 20;
+constexpr uint64_t BlameLineLimit = 500000;
 
 // 1980-01-01 00:00 local time: git's dates before it are not worth searching.
 vn::Value::Date earliestSearchDate() {
@@ -529,8 +531,10 @@ std::vector<vn::Record> VNRepoHandlerGit::blame(const std::string& path, const s
     // Each line of a blame becomes a record of several hundred bytes, so a huge file would
     // exhaust the memory; such a file is refused before git spends minutes on it.
     std::optional<uint64_t> size;
-    if (revision && !revision->empty()) {
-        auto sizeTask = gitTask(*this, path, "cat-file", {"-s", *revision + ":" + relative});
+    bool atRevision = revision && !revision->empty();
+    std::string blob = atRevision ? *revision + ":" + relative : std::string();
+    if (atRevision) {
+        auto sizeTask = gitTask(*this, path, "cat-file", {"-s", blob});
         std::string text = sizeTask->run() ? firstLine(sizeTask->output()) : "";
         uint64_t bytes = 0;
         auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), bytes);
@@ -544,14 +548,34 @@ std::vector<vn::Record> VNRepoHandlerGit::blame(const std::string& path, const s
             size = bytes;
         }
     }
+    auto refuse = [&](const std::string& why) {
+        handleGitFailure("git blame", -1,
+                         "fatal: " + relative + " is too large to blame (" + why + ")", true);
+        return std::vector<vn::Record>();
+    };
     if (size && *size > BlameSizeLimit) {
-        handleGitFailure(
-            "git blame", -1,
-            vn::format("fatal: %@ is too large to blame (%llu MB; the limit is %llu MB)", relative,
-                       static_cast<unsigned long long>(*size >> 20),
-                       static_cast<unsigned long long>(BlameSizeLimit >> 20)),
-            true);
-        return {};
+        return refuse(vn::format("%llu MB; the limit is %llu MB",
+                                 static_cast<unsigned long long>(*size >> 20),
+                                 static_cast<unsigned long long>(BlameSizeLimit >> 20)));
+    }
+    if (size) {
+        std::optional<std::string> content;
+        if (atRevision) {
+            auto contentTask = gitTask(*this, path, "cat-file", {"blob", blob});
+            if (contentTask->run()) {
+                content = contentTask->output();
+            }
+        } else {
+            content = vn::fs::readFile(vn::fs::appendPathComponent(path, relative));
+        }
+        if (content) {
+            auto lines = static_cast<uint64_t>(std::count(content->begin(), content->end(), '\n'));
+            if (lines > BlameLineLimit) {
+                return refuse(vn::format("%llu lines; the limit is %llu",
+                                         static_cast<unsigned long long>(lines),
+                                         static_cast<unsigned long long>(BlameLineLimit)));
+            }
+        }
     }
     auto task = gitTask(*this, path, "blame", std::move(args));
     task->setLossyUTF8Output(true);

@@ -216,8 +216,18 @@ TEST(VrnlErrors, BlameSaysWhyInGitsWords) {
     repo.write("big.txt", big);
     auto huge = vrnlIn(repo.path(), {"blame", "big.txt"});
     EXPECT_EQ(huge->exitCode(), 1);
-    EXPECT_NE(vrnlMessage(huge).find("too large to blame"), std::string::npos)
+    EXPECT_NE(vrnlMessage(huge).find("too large to blame (33 MB"), std::string::npos)
         << huge->errorOutput();
+    // Small in bytes, but lines enough for gigabytes of records; also at a revision.
+    repo.commitFile("many.txt", std::string(600000, '\n'), "many lines");
+    for (const std::vector<std::string>& args : std::vector<std::vector<std::string>>{
+             {"blame", "many.txt"}, {"blame", "many.txt", "--rev", "HEAD"}}) {
+        SCOPED_TRACE(::testing::PrintToString(args));
+        auto many = vrnlIn(repo.path(), args);
+        EXPECT_EQ(many->exitCode(), 1);
+        EXPECT_NE(vrnlMessage(many).find("too large to blame (600000 lines"), std::string::npos)
+            << many->errorOutput();
+    }
 }
 
 TEST(VrnlErrors, NumbersOutOfRangeAreUsageErrors) {
