@@ -247,6 +247,10 @@ TEST(VrnlErrors, NumbersOutOfRangeAreUsageErrors) {
         {"status", "--mask", "1024"},
         {"status", "--mask", "18446744073709551616"},
         {"status", "--mask", "0x2fe"},
+        {"diff", "--context", " -5"},
+        {"diff", "--context", "1048577"},
+        {"diff", "--context", "+3"},
+        {"diff", "--max-files", "4294967296"},
     };
     for (const auto& args : bad) {
         SCOPED_TRACE(::testing::PrintToString(args));
