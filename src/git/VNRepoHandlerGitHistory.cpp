@@ -132,13 +132,13 @@ std::vector<vn::Record> VNRepoHandlerGit::logRevisions(const std::string& path,
                                                        uint64_t skip, uint64_t limit,
                                                        const std::optional<std::string>& branch,
                                                        uint64_t options) {
-    // The annotations come from `for-each-ref`, which runs beside the log. With a branch and its
-    // remote the upstream must be known before the log starts, so it runs first instead.
     // Git counts skip and limit in an int; a larger skip is past the end of any history.
     if (skip > static_cast<uint64_t>(INT_MAX)) {
         return {};
     }
     limit = std::min<uint64_t>(limit, INT_MAX);
+    // The annotations come from `for-each-ref`, which runs beside the log. With a branch and its
+    // remote the upstream must be known before the log starts, so it runs first instead.
     vn::Record aheadBehind;
     std::optional<std::string> upstream;
     std::optional<SideBySide> annotations;
@@ -558,7 +558,8 @@ std::vector<vn::Record> VNRepoHandlerGit::blame(const std::string& path, const s
                                  static_cast<unsigned long long>(*size >> 20),
                                  static_cast<unsigned long long>(BlameSizeLimit >> 20)));
     }
-    if (size) {
+    // A file has at most one line per byte.
+    if (size && *size > BlameLineLimit) {
         std::optional<std::string> content;
         if (atRevision) {
             auto contentTask = gitTask(*this, path, "cat-file", {"blob", blob});

@@ -5,6 +5,7 @@
 #include "git/VNRepoHandlerGit.h"
 #include "handler/FailureCollector.h"
 #include "model/VNFileStatusEntity.h"
+#include "platform/CredentialStore.h"
 #include "platform/FileSystem.h"
 #include "platform/Log.h"
 #include "platform/Preferences.h"
@@ -175,7 +176,9 @@ vn::Record VNRepoHandlerGit::summary(const std::string& path) {
     if (!status->success()) {
         vn::Log::error(vn::format("Git summary failed: %@", status->errorOutput()), vn::Log::Git);
         // Not shown, but the caller learns why there is no summary.
-        vn::FailureCollector::report("git status", status->exitCode(), status->errorOutput());
+        vn::FailureCollector::report(
+            "git status", status->exitCode(),
+            vn::CredentialStore::redactURLPasswords(status->errorOutput()));
         return {};
     }
     bool merge = isMergeOutstanding(path);
