@@ -506,6 +506,17 @@ std::optional<std::string> VNRepoHandlerGit::getCommitSHA(const std::string& pat
         // of the repository (missing objects, dubious ownership) and no answer about the name.
         if (task->exitCode() != 1 || !task->errorOutput().empty()) {
             handleGitFailure("git rev-parse", task->exitCode(), task->errorOutput(), false);
+            return std::nullopt;
+        }
+        // A name that resolves to an object git cannot read (a missing commit) is a broken
+        // repository too, not an unknown name.
+        auto plain = gitTask(*this, path, "rev-parse",
+                             {"--verify", "--quiet", "--end-of-options", forLabel});
+        if (plain->run()) {
+            auto type = gitTask(*this, path, "cat-file", {"-t", firstLine(plain->output())});
+            if (!type->run()) {
+                handleGitFailure("git cat-file", type->exitCode(), type->errorOutput(), false);
+            }
         }
         return std::nullopt;
     }

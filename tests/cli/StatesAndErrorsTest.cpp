@@ -137,7 +137,7 @@ TEST(VrnlErrors, BrokenRepositoriesFailWithGitsReason) {
     const Case cases[] = {
         {"missing commit",
          [&](GitRepository& repo) { deleteObject(repo, "HEAD~1"); },
-         {{"log"}, {"overview"}, {"show"}, {"refs"}},
+         {{"log"}, {"overview"}, {"show"}, {"show", "HEAD~1"}, {"refs"}},
          ""},
         {"missing tree",
          [&](GitRepository& repo) { deleteObject(repo, "HEAD^{tree}"); },
