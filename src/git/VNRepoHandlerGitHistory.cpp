@@ -513,9 +513,14 @@ std::optional<std::string> VNRepoHandlerGit::getCommitSHA(const std::string& pat
         auto plain = gitTask(*this, path, "rev-parse",
                              {"--verify", "--quiet", "--end-of-options", forLabel});
         if (plain->run()) {
-            auto type = gitTask(*this, path, "cat-file", {"-t", firstLine(plain->output())});
+            std::string object = firstLine(plain->output());
+            auto type = gitTask(*this, path, "cat-file", {"-t", object});
             if (!type->run()) {
-                handleGitFailure("git cat-file", type->exitCode(), type->errorOutput(), false);
+                handleGitFailure(
+                    "git cat-file", type->exitCode(),
+                    "fatal: cannot read " + forLabel + " (" + object + "), " +
+                        vn::FailureCollector::reason(type->errorOutput(), type->exitCode()),
+                    false);
             }
         }
         return std::nullopt;
