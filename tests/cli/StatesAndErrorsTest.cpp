@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <filesystem>
+#include <functional>
 
 #include "base/Json.h"
 #include "base/Record.h"
@@ -345,6 +346,66 @@ TEST(VrnlStatusStates, SummaryLineNamesTheOperation) {
     auto value = vn::parseJson(refs->output());
     ASSERT_TRUE(value && value->record());
     EXPECT_EQ((*value->record())["branches"], vn::Value(vn::Value::Array{"HEAD", "main", "topic"}));
+}
+
+}  // namespace
+
+namespace {
+
+// A German locale in a private folder; empty when the system cannot build one.
+std::string germanLocaleFolder() {
+    static TempDir folder("varnel-locale");
+    static const bool built = [] {
+        auto task = VNTask::taskWithCommand(
+            vn::fs::findExecutable("localedef").value_or("localedef"), folder.path(),
+            {"-i", "de_DE", "-f", "UTF-8", folder.path() + "/de_DE.UTF-8"});
+        task->run();
+        return vn::fs::isDirectory(folder.path() + "/de_DE.UTF-8");
+    }();
+    return built ? folder.path() : "";
+}
+
+// Git words a detached HEAD and a rebase in the user's language; none of it becomes a branch.
+TEST(VrnlStatusStates, GermanLocaleGivesTheSameAnswers) {
+    std::string locales = germanLocaleFolder();
+    if (locales.empty()) {
+        GTEST_SKIP() << "localedef cannot build de_DE.UTF-8 here";
+    }
+    vn::Environment german{{"LOCPATH", locales},
+                           {"LC_ALL", "de_DE.UTF-8"},
+                           {"LANG", "de_DE.UTF-8"},
+                           {"LANGUAGE", "de"}};
+    GitRepository repo;
+    repo.commitFile("f.txt", "base\n", "base");
+    repo.git({"checkout", "-q", "-b", "topic"});
+    repo.commitFile("f.txt", "topic\n", "topic");
+    repo.git({"checkout", "-q", "main"});
+    repo.commitFile("f.txt", "main\n", "main");
+    repo.git({"checkout", "-q", "topic"});
+    const std::vector<std::pair<const char*, std::function<void()>>> states = {
+        {"detached HEAD",
+         [&] {
+             repo.git({"checkout", "-q", "--detach", "main"});
+         }},
+        {"rebase with a conflict",
+         [&] {
+             repo.git({"checkout", "-q", "topic"});
+             vn::test::tryGit(repo.path(), {"rebase", "main"});
+         }},
+    };
+    for (const auto& [name, make] : states) {
+        SCOPED_TRACE(name);
+        make();
+        for (const char* command : {"refs", "status"}) {
+            SCOPED_TRACE(command);
+            auto plain = vrnlIn(repo.path(), {command, "--json"});
+            auto translated = vrnlIn(repo.path(), {command, "--json"}, german);
+            ASSERT_TRUE(plain->success()) << plain->errorOutput();
+            EXPECT_EQ(translated->output(), plain->output());
+            EXPECT_EQ(translated->output().find("(HEAD"), std::string::npos);
+            EXPECT_EQ(translated->output().find("losgel"), std::string::npos);
+        }
+    }
 }
 
 }  // namespace
