@@ -5,6 +5,7 @@
 
 #include <charconv>
 #include <cmath>
+#include <cstdio>
 #include <ctime>
 #include <vector>
 
@@ -110,6 +111,19 @@ std::string isoDateString(const Value::Date& date) {
     gmtime_r(&t, &utc);
     char buffer[32];
     std::strftime(buffer, sizeof buffer, "%Y-%m-%dT%H:%M:%SZ", &utc);
+    return buffer;
+}
+
+std::string isoDateString(const Value::Date& date, int32_t offsetSeconds) {
+    std::time_t t = std::chrono::system_clock::to_time_t(date) + offsetSeconds;
+    struct tm wall;
+    gmtime_r(&t, &wall);
+    char buffer[48];
+    std::size_t length = std::strftime(buffer, sizeof buffer, "%Y-%m-%dT%H:%M:%S", &wall);
+    int32_t magnitude = offsetSeconds < 0 ? -offsetSeconds : offsetSeconds;
+    std::snprintf(buffer + length, sizeof buffer - length, "%c%02d:%02d",
+                  offsetSeconds < 0 ? '-' : '+', static_cast<int>(magnitude / 3600),
+                  static_cast<int>(magnitude / 60 % 60));
     return buffer;
 }
 
@@ -250,7 +264,11 @@ void JsonWriter::value(const Value& value) {
             string(*value.string());
             break;
         case Value::Type::Date:
-            string(isoDateString(*value.date()));
+            if (std::optional<int32_t> offset = value.dateOffset()) {
+                string(isoDateString(*value.date(), *offset));
+            } else {
+                string(isoDateString(*value.date()));
+            }
             break;
         case Value::Type::Array:
             beginArray();

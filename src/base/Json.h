@@ -78,5 +78,7 @@ std::optional<Value> parseJson(std::string_view text, std::string* error = nullp
 
 // "2026-11-21T09:36:37Z" for a point in time.
 std::string isoDateString(const Value::Date& date);
+// "2024-03-01T14:05:00+05:30": the wall-clock time at `offsetSeconds` east of UTC, and the offset.
+std::string isoDateString(const Value::Date& date, int32_t offsetSeconds);
 
 }  // namespace vn

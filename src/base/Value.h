@@ -3,6 +3,7 @@
 #include <chrono>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <variant>
@@ -46,7 +47,10 @@ class Value {
     Value(const char* s) : data_(std::string(s)) {}
     Value(std::string s) : data_(std::move(s)) {}
     Value(std::string_view s) : data_(std::string(s)) {}
-    Value(Date d) : data_(d) {}
+    Value(Date d) : data_(Moment{d, {}}) {}
+    // A point in time with the UTC offset of the clock that recorded it, in seconds east of UTC
+    // (a commit's "+05:30" is 19800): the instant and the wall-clock time both survive.
+    Value(Date d, int32_t offsetSeconds) : data_(Moment{d, offsetSeconds}) {}
     Value(Array a);
     Value(Record r);
     Value(std::shared_ptr<const Object> o) : data_(std::move(o)) {}
@@ -69,7 +73,16 @@ class Value {
     // Text as stored; numbers and bools are written out; anything else gives `fallback`.
     std::string toString(std::string_view fallback = {}) const;
     const std::string* string() const { return std::get_if<std::string>(&data_); }
-    const Date* date() const { return std::get_if<Date>(&data_); }
+    const Date* date() const {
+        const Moment* moment = std::get_if<Moment>(&data_);
+        return moment ? &moment->time : nullptr;
+    }
+    // The recorded offset of a point in time; nothing for other values and for points in time
+    // stored without one.
+    std::optional<int32_t> dateOffset() const {
+        const Moment* moment = std::get_if<Moment>(&data_);
+        return moment ? moment->offset : std::nullopt;
+    }
     const Array* array() const;
     const Record* record() const;
     const std::shared_ptr<const Object>* object() const {
@@ -86,7 +99,12 @@ class Value {
     bool operator==(const Value& other) const;
 
   private:
-    std::variant<std::monostate, bool, int64_t, uint64_t, double, std::string, Date,
+    struct Moment {
+        Date time;
+        std::optional<int32_t> offset;
+        bool operator==(const Moment&) const = default;
+    };
+    std::variant<std::monostate, bool, int64_t, uint64_t, double, std::string, Moment,
                  std::shared_ptr<const Array>, std::shared_ptr<const Record>,
                  std::shared_ptr<const Object>>
         data_;

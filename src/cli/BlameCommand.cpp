@@ -5,6 +5,7 @@
 #include "cli/Cli.h"
 #include "cli/HistoryCli.h"
 #include "git/VNRepoHandlerGit.h"
+#include "handler/FailureCollector.h"
 
 namespace vn::cli {
 
@@ -42,11 +43,19 @@ int runBlame(Arguments& args) {
         return 1;
     }
     auto& handler = *workingCopy->handler;
+    FailureCollector failures;
     if (revision && !handler.revisionIsValid(workingCopy->path, *revision)) {
+        if (!failures.empty()) {
+            return history::reportFailure(failures);
+        }
         std::cerr << "vrnl: no commit \"" << *revision << "\"\n";
         return 1;
     }
     std::vector<Record> lines = handler.blame(workingCopy->path, relative, revision);
+    if (!failures.empty()) {
+        // Git's own reason: an untracked file, a missing object, a file too large.
+        return history::reportFailure(failures);
+    }
     if (lines.empty()) {
         // Only an empty working file has no lines to show; anything else is git's refusal.
         bool emptyFile = !revision && std::filesystem::is_regular_file(file, error) &&

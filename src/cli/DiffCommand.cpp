@@ -210,21 +210,20 @@ std::optional<std::string> readPatch(const std::string& path) {
     return fs::readFile(path);
 }
 
-// Reads a count option; nothing when it is absent, and `error` set when it is no count.
-std::optional<uint64_t> countOption(Arguments& args, std::string_view name, std::string& error) {
+// Reads a count option of at most `highest`; nothing when it is absent, and `error` set when it
+// is no count or out of range.
+std::optional<uint64_t> countOption(Arguments& args, std::string_view name, std::string& error,
+                                    uint64_t highest) {
     std::optional<std::string> text = args.option(name);
     if (!text) {
         return std::nullopt;
     }
-    std::size_t used = 0;
     uint64_t value = 0;
-    try {
-        value = std::stoull(*text, &used);
-    } catch (...) {
-        used = 0;
-    }
-    if (used == 0 || used != text->size() || (*text)[0] == '-') {
-        error = std::string(name) + " needs a number";
+    const char* end = text->data() + text->size();
+    auto [rest, failure] = std::from_chars(text->data(), end, value);
+    if (text->empty() || failure != std::errc() || rest != end || value > highest) {
+        error = std::string(name) + " needs a number from 0 to " + std::to_string(highest) +
+                ", not \"" + *text + "\"";
         return std::nullopt;
     }
     return value;
@@ -311,8 +310,10 @@ int runDiff(Arguments& args) {
     std::optional<std::string> patchFile = args.option("--patch-file");
     std::optional<std::string> revision = args.option("--rev");
     std::string error;
-    std::optional<uint64_t> maxFilesOption = countOption(args, "--max-files", error);
-    std::optional<uint64_t> context = countOption(args, "--context", error);
+    std::optional<uint64_t> maxFilesOption =
+        countOption(args, "--max-files", error, std::numeric_limits<uint32_t>::max());
+    // More context than any file has lines makes no difference.
+    std::optional<uint64_t> context = countOption(args, "--context", error, 1u << 20);
     if (!error.empty()) {
         return usageError(error);
     }

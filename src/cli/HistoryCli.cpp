@@ -1,6 +1,8 @@
 #include "cli/HistoryCli.h"
 
 #include <charconv>
+#include <cstdio>
+#include <cstdlib>
 #include <ctime>
 #include <filesystem>
 #include <iostream>
@@ -8,16 +10,43 @@
 #include "app/VNApplication.h"
 #include "cli/Cli.h"
 #include "git/VNRepoHandlerGit.h"
+#include "handler/FailureCollector.h"
 #include "model/VNLogDescriptionEntry.h"
 #include "model/VNLogLabel.h"
 
 namespace vn::cli::history {
 
+std::string resolvedForMessage(const std::string& given) {
+    std::error_code error;
+    std::filesystem::path path(given.empty() ? "." : given);
+    std::filesystem::path resolved = std::filesystem::weakly_canonical(path, error);
+    if (!error && resolved.is_absolute()) {
+        return resolved.string();
+    }
+    if (path.is_absolute()) {
+        return path.lexically_normal().string();
+    }
+    // Without a current folder (it was deleted) the shell's record of it still names it.
+    const char* pwd = std::getenv("PWD");
+    std::filesystem::path base =
+        pwd && *pwd == '/' ? std::filesystem::path(pwd) : std::filesystem::current_path(error);
+    std::string joined = (base / path).lexically_normal().string();
+    while (joined.size() > 1 && joined.back() == '/') {
+        joined.pop_back();
+    }
+    return joined;
+}
+
+int reportFailure(const FailureCollector& failures) {
+    std::cerr << "vrnl: " << failures.message() << "\n";
+    return 1;
+}
+
 std::optional<GitWorkingCopy> findGitWorkingCopy(const std::string& start) {
     std::error_code error;
     std::filesystem::path folder = std::filesystem::canonical(start, error);
     if (error) {
-        std::cerr << "vrnl: " << start << ": " << error.message() << "\n";
+        std::cerr << "vrnl: " << resolvedForMessage(start) << ": " << error.message() << "\n";
         return std::nullopt;
     }
     if (!std::filesystem::is_directory(folder, error)) {
@@ -43,15 +72,15 @@ std::optional<GitWorkingCopy> findGitWorkingCopy(const std::string& start) {
         }
         folder = folder.parent_path();
     }
-    std::cerr << "vrnl: not inside a Git repository: " << start << "\n";
+    std::cerr << "vrnl: not inside a Git repository: " << resolvedForMessage(start) << "\n";
     return std::nullopt;
 }
 
-std::optional<uint64_t> parseCount(const std::string& text) {
+std::optional<uint64_t> parseCount(const std::string& text, uint64_t lowest, uint64_t highest) {
     uint64_t value = 0;
     const char* end = text.data() + text.size();
     auto [rest, error] = std::from_chars(text.data(), end, value);
-    if (text.empty() || error != std::errc() || rest != end) {
+    if (text.empty() || error != std::errc() || rest != end || value < lowest || value > highest) {
         return std::nullopt;
     }
     return value;
@@ -84,10 +113,22 @@ std::string shortDate(const Value& date) {
         return {};
     }
     std::time_t time = std::chrono::system_clock::to_time_t(*point);
-    std::tm local{};
-    ::localtime_r(&time, &local);
-    char buffer[32];
-    std::strftime(buffer, sizeof buffer, "%Y-%m-%d %H:%M", &local);
+    std::tm wall{};
+    std::optional<int32_t> offset = date.dateOffset();
+    if (offset) {
+        time += *offset;
+        ::gmtime_r(&time, &wall);
+    } else {
+        ::localtime_r(&time, &wall);
+    }
+    char buffer[48];
+    std::size_t length = std::strftime(buffer, sizeof buffer, "%Y-%m-%d %H:%M", &wall);
+    if (offset) {
+        int32_t magnitude = *offset < 0 ? -*offset : *offset;
+        std::snprintf(buffer + length, sizeof buffer - length, " %c%02d%02d",
+                      *offset < 0 ? '-' : '+', static_cast<int>(magnitude / 3600),
+                      static_cast<int>(magnitude / 60 % 60));
+    }
     return buffer;
 }
 

@@ -12,6 +12,10 @@ class VNLogLabel;
 class VNRepoHandlerGit;
 
 // What the history commands (log, show, refs, blame, search) share.
+namespace vn {
+class FailureCollector;
+}
+
 namespace vn::cli::history {
 
 struct GitWorkingCopy {
@@ -23,12 +27,24 @@ struct GitWorkingCopy {
 // answers nothing outside one.
 std::optional<GitWorkingCopy> findGitWorkingCopy(const std::string& start);
 
-// A count given on the command line ("--skip 100"); nothing unless it is a plain number.
-std::optional<uint64_t> parseCount(const std::string& text);
+// A count given on the command line ("--skip 100"); nothing unless it is a plain number from
+// `lowest` to `highest`.
+std::optional<uint64_t> parseCount(const std::string& text, uint64_t lowest = 0,
+                                   uint64_t highest = UINT64_MAX);
+// The most git counts in a skip or limit.
+constexpr uint64_t MaximumCount = 2147483647;
+
+// A path the user gave, made absolute for messages, also when the current folder is gone.
+std::string resolvedForMessage(const std::string& given);
+// Prints the collected failures' sentence ("vrnl: git log failed: <git's reason>") to standard
+// error and answers the exit status 1.
+int reportFailure(const FailureCollector& failures);
 // "YYYY-MM-DD" as local midnight.
 std::optional<Value::Date> parseDay(const std::string& text);
 
-// "2024-01-02 03:04" in local time; empty for a value that is not a point in time.
+// "2024-01-02 03:04 +0530": the wall-clock time of whoever recorded it, with their offset, as
+// git shows it (so the same in every time zone); a point in time without a recorded offset in
+// local time, without one. Empty for a value that is not a point in time.
 std::string shortDate(const Value& date);
 // "Name" of "Name <address>".
 std::string nameOnly(const std::string& user);

@@ -6,6 +6,7 @@
 #include "cli/GraphRenderer.h"
 #include "cli/HistoryCli.h"
 #include "git/VNRepoHandlerGit.h"
+#include "handler/FailureCollector.h"
 #include "model/VNLogDescriptionEntry.h"
 #include "model/VNLogGraphEntry.h"
 #include "model/VNLogRowData.h"
@@ -106,18 +107,27 @@ int runLog(Arguments& args) {
     uint64_t skip = 0;
     uint64_t limit = DefaultPageSize;
     if (skipText) {
-        auto value = history::parseCount(*skipText);
+        auto value = history::parseCount(*skipText, 0, history::MaximumCount);
         if (!value) {
-            return usageError("--skip needs a number");
+            return usageError("--skip takes a number from 0 to 2147483647, not \"" + *skipText +
+                              "\"");
         }
         skip = *value;
     }
     if (limitText) {
-        auto value = history::parseCount(*limitText);
-        if (!value || *value == 0) {
-            return usageError("--limit needs a number above 0");
+        auto value = history::parseCount(*limitText, 1, history::MaximumCount);
+        if (!value) {
+            return usageError("--limit takes a number from 1 to 2147483647, not \"" + *limitText +
+                              "\"");
         }
         limit = *value;
+    }
+    if (skip + limit > history::MaximumCount) {
+        // The next page would start past what git can skip.
+        limit = history::MaximumCount - skip;
+        if (limit == 0) {
+            return usageError("--skip 2147483647 leaves no room for a page");
+        }
     }
     if (branch && branch->empty()) {
         return usageError("--branch needs a branch name");
@@ -128,7 +138,11 @@ int runLog(Arguments& args) {
         return 1;
     }
     auto& handler = *workingCopy->handler;
+    FailureCollector failures;
     if (branch && !handler.revisionIsValid(workingCopy->path, *branch)) {
+        if (!failures.empty()) {
+            return history::reportFailure(failures);
+        }
         std::cerr << "vrnl: no branch or revision \"" << *branch << "\"\n";
         return 1;
     }
@@ -148,6 +162,9 @@ int runLog(Arguments& args) {
     }
     page->setBaseGraphState(graphStateBefore(handler, workingCopy->path, *page));
     handler.fillLogPage(workingCopy->path, *page);
+    if (!failures.empty()) {
+        return history::reportFailure(failures);
+    }
 
     if (svgFile) {
         std::string error;

@@ -1,3 +1,4 @@
+#include <functional>
 #include <iostream>
 #include <string>
 
@@ -5,6 +6,7 @@
 #include "cli/HistoryCli.h"
 #include "git/VNGitLogParser.h"
 #include "git/VNRepoHandlerGit.h"
+#include "handler/FailureCollector.h"
 #include "model/VNLogLabel.h"
 #include "platform/CredentialStore.h"
 #include "platform/WorkQueue.h"
@@ -38,18 +40,25 @@ int runRefs(Arguments& args) {
     // Independent listings, run side by side.
     std::vector<std::string> branches, tags;
     std::vector<std::shared_ptr<VNLogLabel>> labels;
-    std::vector<Record> stashes;
-    Record aheadBehind, upstreams, remotes;
+    std::vector<Record> stashes, remoteUrls;
+    Record aheadBehind, upstreams;
+    FailureCollector failures;
     WorkGroup group;
     WorkQueue& queue = WorkQueue::global();
-    queue.async(group, [&] { branches = handler.branches(path); });
-    queue.async(group, [&] { labels = handler.allRevisionLabels(path, 0); });
-    queue.async(group, [&] { tags = handler.tags(path); });
-    queue.async(group, [&] { stashes = handler.listStashes(path); });
-    queue.async(group, [&] { remotes = handler.remoteRepositories(path); });
-    queue.async(group, [&] { aheadBehind = handler.branchesWithCommitsAheadBehind(path); });
+    auto async = [&](std::function<void()> work) {
+        queue.async(group, FailureCollector::bind(std::move(work)));
+    };
+    async([&] { branches = handler.branches(path); });
+    async([&] { labels = handler.allRevisionLabels(path, 0); });
+    async([&] { tags = handler.tags(path); });
+    async([&] { stashes = handler.listStashes(path); });
+    async([&] { remoteUrls = handler.remoteUrls(path); });
+    async([&] { aheadBehind = handler.branchesWithCommitsAheadBehind(path); });
     upstreams = handler.trackingBranchesForPull(path);
     group.wait();
+    if (!failures.empty()) {
+        return history::reportFailure(failures);
+    }
 
     std::string current;
     for (const auto& label : labels) {
@@ -57,9 +66,20 @@ int runRefs(Arguments& args) {
             current = label->label();
         }
     }
-    for (auto& [name, url] :
-         std::vector<std::pair<std::string, Value>>(remotes.begin(), remotes.end())) {
-        remotes.set(name, CredentialStore::redactURLPasswords(url.toString()));
+    // A remote's URL is where it fetches from; where pushes go apart from that is kept beside.
+    Record remotes, pushUrls;
+    for (const Record& remote : remoteUrls) {
+        std::string fetch = CredentialStore::redactURLPasswords(remote.string("fetchUrl"));
+        remotes.set(remote.string("name"), fetch);
+        Value::Array pushes;
+        if (const Value::Array* urls = remote["pushUrls"].array()) {
+            for (const Value& url : *urls) {
+                pushes.emplace_back(CredentialStore::redactURLPasswords(url.toString()));
+            }
+        }
+        if (!(pushes.size() == 1 && pushes.front().toString() == fetch) && !pushes.empty()) {
+            pushUrls.set(remote.string("name"), std::move(pushes));
+        }
     }
 
     if (json) {
@@ -70,6 +90,7 @@ int runRefs(Arguments& args) {
             {"trackingBranches", upstreams},
             {"tags", Value::Array(tags.begin(), tags.end())},
             {"remotes", remotes},
+            {"remotePushUrls", pushUrls},
             {"stashes", Value::Array(stashes.begin(), stashes.end())},
         });
         return 0;
@@ -109,6 +130,12 @@ int runRefs(Arguments& args) {
         for (const auto& [name, url] : remotes) {
             out.append("  ").append(colour(name, "31")).append("  ").append(url.toString());
             out.append("\n");
+            if (const Value* pushes = pushUrls.find(name); pushes && pushes->array()) {
+                for (const Value& push : *pushes->array()) {
+                    out.append("  ").append(std::string(name.size(), ' ')).append("  ");
+                    out.append(push.toString()).append(" (push)\n");
+                }
+            }
         }
     }
     if (!stashes.empty()) {

@@ -6,6 +6,7 @@
 #include "cli/Cli.h"
 #include "cli/HistoryCli.h"
 #include "git/VNRepoHandlerGit.h"
+#include "handler/FailureCollector.h"
 #include "platform/NotificationCenter.h"
 
 namespace vn::cli {
@@ -143,11 +144,8 @@ int runSearch(Arguments& args) {
     observation.reset();
     std::size_t hits = printer.finish();
     if (!ok) {
-        std::string message = task->errorOutput();
-        while (!message.empty() && message.back() == '\n') {
-            message.pop_back();
-        }
-        std::cerr << "vrnl: " << (message.empty() ? "git log failed" : message) << "\n";
+        std::cerr << "vrnl: git log failed: "
+                  << FailureCollector::reason(task->errorOutput(), task->exitCode()) << "\n";
         return 1;
     }
     return hits > 0 ? 0 : 1;

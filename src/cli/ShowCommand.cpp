@@ -4,6 +4,7 @@
 #include "cli/Cli.h"
 #include "cli/HistoryCli.h"
 #include "git/VNRepoHandlerGit.h"
+#include "handler/FailureCollector.h"
 #include "model/VNFileStatusEntity.h"
 #include "model/VNLogDescriptionEntry.h"
 
@@ -51,17 +52,27 @@ int runShow(Arguments& args) {
         return 1;
     }
     auto& handler = *workingCopy->handler;
+    FailureCollector failures;
     auto sha = handler.getCommitSHA(workingCopy->path, revision);
     if (!sha) {
+        if (!failures.empty()) {
+            return history::reportFailure(failures);
+        }
         std::cerr << "vrnl: no commit \"" << revision << "\"\n";
         return 1;
     }
     Record details = handler.revisionDetails(workingCopy->path, *sha);
+    std::vector<Record> files;
+    if (!details.empty()) {
+        files = handler.revisionFileChanges(workingCopy->path, *sha);
+    }
+    if (!failures.empty()) {
+        return history::reportFailure(failures);
+    }
     if (details.empty()) {
         std::cerr << "vrnl: cannot read commit " << *sha << "\n";
         return 1;
     }
-    std::vector<Record> files = handler.revisionFileChanges(workingCopy->path, *sha);
 
     if (json) {
         details.set("files", Value::Array(files.begin(), files.end()));

@@ -2,6 +2,7 @@
 #include <filesystem>
 #include <iostream>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include <sys/ioctl.h>
@@ -9,7 +10,9 @@
 
 #include "app/VNApplication.h"
 #include "cli/Cli.h"
+#include "cli/HistoryCli.h"
 #include "git/VNRepoHandlerGit.h"
+#include "handler/FailureCollector.h"
 #include "handler/VNRepoHandler.h"
 #include "model/VNFileStatusEntity.h"
 #include "model/VNLogRowData.h"
@@ -40,11 +43,19 @@ std::optional<Location> findWorkingCopy(const std::filesystem::path& start) {
     }
 }
 
+// Every status bit a backend reports.
+constexpr uint64_t KnownStatusBits =
+    VNFileStatusClean | VNFileStatusModified | VNFileStatusAdded | VNFileStatusRemoved |
+    VNFileStatusConflicted | 32 | VNFileStatusMissing | VNFileStatusUnknown | VNFileStatusIgnored |
+    VNFileStatusRenamed | VNFileStatusSubmoduleModified;
+
+// A mask of known status bits, at least one of them.
 std::optional<uint64_t> parseMask(const std::string& text) {
     uint64_t mask = 0;
     const char* end = text.data() + text.size();
     auto [rest, error] = std::from_chars(text.data(), end, mask);
-    if (text.empty() || error != std::errc() || rest != end) {
+    if (text.empty() || error != std::errc() || rest != end || mask == 0 ||
+        (mask & ~KnownStatusBits) != 0) {
         return std::nullopt;
     }
     return mask;
@@ -111,8 +122,18 @@ std::string summaryLine(const Record& summary) {
             line.append(" ").append(std::to_string(others->array()->size() + 1)).append(" heads");
         }
     }
-    if (summary.boolean("isrebase")) {
-        line.append(", rebasing");
+    std::string original = summary.string("originalbranch");
+    for (auto [key, text, namesBranch] : {std::tuple{"isrebase", ", rebasing", true},
+                                          {"isam", ", applying patches (am)", false},
+                                          {"isbisect", ", bisecting", true},
+                                          {"ischerrypick", ", cherry-picking", false},
+                                          {"isrevert", ", reverting", false}}) {
+        if (summary.boolean(key)) {
+            line.append(text);
+            if (namesBranch && !original.empty()) {
+                line.append(" ").append(original);
+            }
+        }
     }
     line.append(":");
     bool any = false;
@@ -200,15 +221,20 @@ int runStatus(Arguments& args) {
     if (maskText) {
         auto parsed = parseMask(*maskText);
         if (!parsed) {
-            return usageError("--mask takes a number of status bits, such as 766");
+            return usageError(
+                "--mask takes a sum of the status bits 1, 2, 4, 8, 16, 32, 64, 128, "
+                "256, 512 and 8192, such as 766, not \"" +
+                *maskText + "\"");
         }
         mask = *parsed;
     }
 
     std::error_code error;
-    std::filesystem::path start = std::filesystem::canonical(rest.empty() ? "." : rest[0], error);
+    std::string given = rest.empty() ? "." : rest[0];
+    std::filesystem::path start = std::filesystem::canonical(given, error);
     if (error) {
-        std::cerr << "vrnl: " << (rest.empty() ? "." : rest[0]) << ": " << error.message() << "\n";
+        std::cerr << "vrnl: " << history::resolvedForMessage(given) << ": " << error.message()
+                  << "\n";
         return 1;
     }
     if (!std::filesystem::is_directory(start)) {
@@ -223,10 +249,15 @@ int runStatus(Arguments& args) {
 
     // The summary and the file list each run their own status; side by side they cost one.
     Record summary;
+    FailureCollector failures;
     WorkGroup group;
-    WorkQueue::global().async(group, [&] { summary = handler->summary(location->workingCopy); });
+    WorkQueue::global().async(
+        group, FailureCollector::bind([&] { summary = handler->summary(location->workingCopy); }));
     std::vector<Record> files = handler->fileStatus(location->workingCopy, mask);
     group.wait();
+    if (!failures.empty()) {
+        return history::reportFailure(failures);
+    }
     if (summary.empty()) {
         std::cerr << "vrnl: cannot read the status of " << location->workingCopy << "\n";
         return 1;
@@ -252,9 +283,11 @@ int runOverview(Arguments& args) {
         return usageError(args.error());
     }
     std::error_code error;
-    std::filesystem::path start = std::filesystem::canonical(rest.empty() ? "." : rest[0], error);
+    std::string given = rest.empty() ? "." : rest[0];
+    std::filesystem::path start = std::filesystem::canonical(given, error);
     if (error) {
-        std::cerr << "vrnl: " << (rest.empty() ? "." : rest[0]) << ": " << error.message() << "\n";
+        std::cerr << "vrnl: " << history::resolvedForMessage(given) << ": " << error.message()
+                  << "\n";
         return 1;
     }
     auto location = findWorkingCopy(start);
@@ -265,7 +298,15 @@ int runOverview(Arguments& args) {
     }
     auto handler = VNApplication::shared().handlerForType(location->type);
     auto git = std::dynamic_pointer_cast<VNRepoHandlerGit>(handler);
+    FailureCollector failures;
     Record summary = handler->summary(location->workingCopy);
+    if (!failures.empty()) {
+        return history::reportFailure(failures);
+    }
+    if (summary.empty()) {
+        std::cerr << "vrnl: cannot read the status of " << location->workingCopy << "\n";
+        return 1;
+    }
     if (!json) {
         std::cout << summaryLine(summary) << "\n";
     }
@@ -285,6 +326,9 @@ int runOverview(Arguments& args) {
     page->setLimit(rows);
     page->setLookForCurrentBranch(true);
     git->fillLogPage(location->workingCopy, *page);
+    if (!failures.empty()) {
+        return history::reportFailure(failures);
+    }
     if (page->firstRowIsWorkingDir() && page->logRows().size() > rows) {
         page->logRows().pop_back();
     }

@@ -6,6 +6,7 @@
 #include <chrono>
 #include <map>
 #include <set>
+#include <unordered_map>
 
 #include "git/VNGitStatusParser.h"
 #include "handler/VNRepoHandlerBase.h"
@@ -22,70 +23,26 @@ constexpr std::string_view TagsPrefix = "refs/tags/";
 constexpr std::string_view RemotesPrefix = "refs/remotes/";
 constexpr std::string_view RemoteTagsPrefix = "refs/remotes/tags/";
 
-// Splits `text` at the separator into at most `count` fields, the last keeping any further
-// separators; answers how many fields it found.
-std::size_t splitFields(std::string_view text, std::string_view* fields, std::size_t count) {
+// Splits a log line at NUL into exactly `count` fields; false for any other number.
+bool splitLogFields(std::string_view text, std::string_view* fields, std::size_t count) {
     std::size_t found = 0;
-    while (found + 1 < count) {
-        std::size_t at = text.find(Sep);
+    for (;;) {
+        std::size_t at = text.find(VNGitLogParser::LogFieldSeparator);
+        if (found == count) {
+            return false;
+        }
         if (at == std::string_view::npos) {
-            break;
+            fields[found++] = text;
+            return found == count;
         }
         fields[found++] = text.substr(0, at);
-        text.remove_prefix(at + Sep.size());
+        text.remove_prefix(at + 1);
     }
-    fields[found++] = text;
-    return found;
-}
-
-vn::Value dateValue(std::string_view text) {
-    if (auto date = vn::dateFromToolDateString(text)) {
-        return *date;
-    }
-    return {};
 }
 
 bool isDigit(char c) {
     return c >= '0' && c <= '9';
 }
-
-// Reads the dates of a listing through the shared reader once per hour of local time. Within an
-// hour local time runs evenly, and a page of history holds many commits of the same hour, while
-// each local-time conversion asks the system for the time zone again (a file check each time
-// unless TZ is set).
-class HourlyDates {
-  public:
-    vn::Value read(std::string_view text) {
-        // "YYYY-MM-DD HH:MM:SS" and an optional " +hhmm" or " -hhmm"; anything else goes to
-        // the reader as it is.
-        std::string_view zone = text.size() >= 19 ? text.substr(19) : std::string_view("?");
-        bool plainZone = zone.empty() || (zone.size() == 6 && zone[0] == ' ' &&
-                                          (zone[1] == '+' || zone[1] == '-') && isDigit(zone[2]) &&
-                                          isDigit(zone[3]) && isDigit(zone[4]) && isDigit(zone[5]));
-        if (!plainZone || text[13] != ':' || text[16] != ':' || !isDigit(text[14]) ||
-            !isDigit(text[15]) || !isDigit(text[17]) || !isDigit(text[18])) {
-            return dateValue(text);
-        }
-        int minutes = (text[14] - '0') * 10 + (text[15] - '0');
-        int seconds = (text[17] - '0') * 10 + (text[18] - '0');
-        if (minutes > 59 || seconds > 59) {
-            return dateValue(text);
-        }
-        std::string_view hour = text.substr(0, 13);
-        if (hour != hourText_) {
-            hourText_.assign(hour);
-            hourStart_ = vn::dateFromToolDateString(hourText_ + ":00:00");
-        }
-        if (!hourStart_) {
-            return {};
-        }
-        return *hourStart_ + std::chrono::seconds(minutes * 60 + seconds);
-    }
-
-  private:
-    std::string hourText_;
-    std::optional<vn::Value::Date> hourStart_;
-};
 
 // The parents field: first, second, and the rest as an array.
 void setParents(vn::Record& row, std::string_view parents) {
@@ -153,10 +110,69 @@ vn::Record makeRow(std::string_view hash, std::string_view shortHash, std::strin
 std::string VNGitLogParser::logFormatArgument(bool authorDate) {
     std::string format = "--format=%H";
     for (std::string_view field :
-         {"%h", "%P", authorDate ? "%ai" : "%ci", "%cn <%ce>", "%an <%ae>", "%d", "%s"}) {
-        format.append(Sep).append(field);
+         {"%h", "%P", authorDate ? "%at %aI" : "%ct %cI", "%cn <%ce>", "%an <%ae>", "%d", "%s"}) {
+        format.append("%x00").append(field);
     }
     return format;
+}
+
+vn::Value VNGitLogParser::gitDate(std::string_view seconds, std::string_view zone) {
+    bool negative = seconds.starts_with("-");
+    std::string_view digits = negative ? seconds.substr(1) : seconds;
+    if (digits.empty() || digits.size() > 4096 ||
+        digits.find_first_not_of("0123456789") != std::string_view::npos) {
+        return {};
+    }
+    using Seconds = std::chrono::seconds;
+    // A point in time counts nanoseconds: about 292 years either side of 1970.
+    const int64_t latest =
+        std::chrono::duration_cast<Seconds>(vn::Value::Date::max().time_since_epoch()).count();
+    const int64_t earliest =
+        std::chrono::duration_cast<Seconds>(vn::Value::Date::min().time_since_epoch()).count();
+    int64_t value = 0;
+    auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), value);
+    if (error == std::errc::result_out_of_range || value > latest) {
+        value = latest;
+    }
+    if (negative) {
+        value = std::max(-value, earliest);
+    }
+    vn::Value::Date date(std::chrono::duration_cast<vn::Value::Date::duration>(Seconds(value)));
+
+    // "+0530", "+05:30" or "Z", possibly at the end of a longer text.
+    if (zone.ends_with("Z")) {
+        return vn::Value(date, 0);
+    }
+    std::size_t sign = zone.find_last_of("+-");
+    if (sign == std::string_view::npos) {
+        return vn::Value(date);
+    }
+    std::string_view offset = zone.substr(sign + 1);
+    char hh[2], mm[2];
+    if (offset.size() == 5 && offset[2] == ':') {
+        hh[0] = offset[0], hh[1] = offset[1], mm[0] = offset[3], mm[1] = offset[4];
+    } else if (offset.size() == 4) {
+        hh[0] = offset[0], hh[1] = offset[1], mm[0] = offset[2], mm[1] = offset[3];
+    } else {
+        return vn::Value(date);
+    }
+    if (!isDigit(hh[0]) || !isDigit(hh[1]) || !isDigit(mm[0]) || !isDigit(mm[1])) {
+        return vn::Value(date);
+    }
+    int32_t minutes = (mm[0] - '0') * 10 + (mm[1] - '0');
+    if (minutes > 59) {
+        return vn::Value(date);
+    }
+    int32_t total = ((hh[0] - '0') * 10 + (hh[1] - '0')) * 3600 + minutes * 60;
+    return vn::Value(date, zone[sign] == '-' ? -total : total);
+}
+
+vn::Value VNGitLogParser::dateField(std::string_view field) {
+    std::size_t blank = field.find(' ');
+    if (blank == std::string_view::npos) {
+        return gitDate(field, {});
+    }
+    return gitDate(field.substr(0, blank), field.substr(blank + 1));
 }
 
 std::string VNGitLogParser::aheadBehindAnnotation(int64_t ahead, int64_t behind) {
@@ -242,12 +258,12 @@ std::vector<std::shared_ptr<VNLogLabel>> VNGitLogParser::labelsFromDecoration(
 namespace {
 
 std::optional<vn::Record> parseRow(std::string_view line, VNGitLogParser::LabelScan scan,
-                                   const vn::Record* aheadBehind, HourlyDates* dates) {
-    if (!line.empty() && line.back() == '\r') {
+                                   const vn::Record* aheadBehind) {
+    while (!line.empty() && (line.back() == '\r' || line.back() == '\n')) {
         line.remove_suffix(1);
     }
-    std::string_view fields[8];
-    if (splitFields(line, fields, 8) != 8) {
+    std::string_view fields[VNGitLogParser::LogFieldCount];
+    if (!splitLogFields(line, fields, VNGitLogParser::LogFieldCount)) {
         return std::nullopt;
     }
     std::string hash(fields[0]);
@@ -255,16 +271,15 @@ std::optional<vn::Record> parseRow(std::string_view line, VNGitLogParser::LabelS
     if (!fields[6].empty()) {
         labels = VNGitLogParser::labelsFromDecoration(fields[6], hash, scan, aheadBehind);
     }
-    return makeRow(hash, fields[1], fields[2],
-                   dates ? dates->read(fields[3]) : dateValue(fields[3]), fields[4], fields[5],
-                   fields[7], std::move(labels));
+    return makeRow(hash, fields[1], fields[2], VNGitLogParser::dateField(fields[3]), fields[4],
+                   fields[5], fields[7], std::move(labels));
 }
 
 }  // namespace
 
 std::optional<vn::Record> VNGitLogParser::parseLogLine(std::string_view line, LabelScan scan,
                                                        const vn::Record* aheadBehind) {
-    return parseRow(line, scan, aheadBehind, nullptr);
+    return parseRow(line, scan, aheadBehind);
 }
 
 std::vector<vn::Record> VNGitLogParser::parseLog(std::string_view output, LabelScan scan,
@@ -272,13 +287,12 @@ std::vector<vn::Record> VNGitLogParser::parseLog(std::string_view output, LabelS
     std::vector<vn::Record> rows;
     // Rows are about 200 bytes of output each; reserving avoids regrowing a long page.
     rows.reserve(std::min<std::size_t>(output.size() / 160 + 1, 1 << 20));
-    HourlyDates dates;
     std::size_t from = 0;
     while (from < output.size()) {
         std::size_t end = output.find('\n', from);
         std::string_view line = output.substr(
             from, end == std::string_view::npos ? std::string_view::npos : end - from);
-        if (auto row = parseRow(line, scan, aheadBehind, &dates)) {
+        if (auto row = parseRow(line, scan, aheadBehind)) {
             rows.push_back(std::move(*row));
         }
         if (end == std::string_view::npos) {
@@ -291,11 +305,10 @@ std::vector<vn::Record> VNGitLogParser::parseLog(std::string_view output, LabelS
 
 std::string VNGitLogParser::detailsFormatArgument() {
     std::string format = "--format=%H";
-    // No "%s": the subject is read from the message, so that a separator in it cannot shift
-    // the fields.
+    // No "%s": the subject is read from the message, which comes last and may hold anything.
     for (std::string_view field :
-         {"%h", "%P", "%ai", "%ci", "%an <%ae>", "%cn <%ce>", "%d", "%B"}) {
-        format.append(Sep).append(field);
+         {"%h", "%P", "%at %aI", "%ct %cI", "%an <%ae>", "%cn <%ce>", "%d", "%B"}) {
+        format.append("%x00").append(field);
     }
     return format;
 }
@@ -303,9 +316,16 @@ std::string VNGitLogParser::detailsFormatArgument() {
 std::optional<vn::Record> VNGitLogParser::parseDetails(std::string_view text, bool authorDate,
                                                        const vn::Record* aheadBehind) {
     std::string_view fields[9];
-    if (splitFields(text, fields, 9) != 9) {
-        return std::nullopt;
+    std::size_t found = 0;
+    for (; found < 8; ++found) {
+        std::size_t at = text.find(LogFieldSeparator);
+        if (at == std::string_view::npos) {
+            return std::nullopt;
+        }
+        fields[found] = text.substr(0, at);
+        text.remove_prefix(at + 1);
     }
+    fields[8] = text;
     std::string hash(fields[0]);
     std::string_view message = fields[8];
     while (!message.empty() && (message.back() == '\n' || message.back() == '\r')) {
@@ -333,7 +353,7 @@ std::optional<vn::Record> VNGitLogParser::parseDetails(std::string_view text, bo
         subject.append(line);
     }
     auto labels = labelsFromDecoration(fields[7], hash, LabelScan::Full, aheadBehind);
-    vn::Record details = makeRow(hash, fields[1], fields[2], dateValue(fields[authorDate ? 3 : 4]),
+    vn::Record details = makeRow(hash, fields[1], fields[2], dateField(fields[authorDate ? 3 : 4]),
                                  fields[6], fields[5], subject, labels);
     vn::Value::Array parents;
     for (std::string_view rest = fields[2]; !rest.empty();) {
@@ -344,8 +364,8 @@ std::optional<vn::Record> VNGitLogParser::parseDetails(std::string_view text, bo
         rest.remove_prefix(blank == std::string_view::npos ? rest.size() : blank + 1);
     }
     details.set("parents", std::move(parents));
-    details.set("authordate", dateValue(fields[3]));
-    details.set("committerdate", dateValue(fields[4]));
+    details.set("authordate", dateField(fields[3]));
+    details.set("committerdate", dateField(fields[4]));
     details.set("message", message);
     return details;
 }
@@ -437,12 +457,17 @@ std::vector<vn::Record> VNGitLogParser::parseNameStatus(std::string_view output)
 
 std::vector<vn::Record> VNGitLogParser::parseBlamePorcelain(std::string_view output) {
     struct Commit {
-        std::string author;
-        std::string mail;
+        std::string user;
+        std::string_view author;
+        std::string_view mail;
+        std::string_view time;
+        std::string_view zone;
         vn::Value date;
     };
-    std::map<std::string, Commit, std::less<>> commits;
+    // Keyed by the hash as it stands in the output, which outlives the parse.
+    std::unordered_map<std::string_view, Commit> commits;
     struct Line {
+        Commit* commit;
         std::string_view hash;
         int64_t number;
         std::string_view contents;
@@ -462,8 +487,8 @@ std::vector<vn::Record> VNGitLogParser::parseBlamePorcelain(std::string_view out
             if (!contents.empty() && contents.back() == '\r') {
                 contents.remove_suffix(1);
             }
-            if (!currentHash.empty()) {
-                lines.push_back({currentHash, currentLine, contents});
+            if (current) {
+                lines.push_back({current, currentHash, currentLine, contents});
             }
             continue;
         }
@@ -472,8 +497,8 @@ std::vector<vn::Record> VNGitLogParser::parseBlamePorcelain(std::string_view out
         std::string_view value =
             blank == std::string_view::npos ? std::string_view() : line.substr(blank + 1);
         // A line header: the commit, its line in the original file, its line here, and for the
-        // first line of a group the group's size.
-        if (word.size() >= 40 &&
+        // first line of a group the group's size. Hashes are 40 (SHA-1) or 64 (SHA-256) digits.
+        if ((word.size() == 40 || word.size() == 64) &&
             word.find_first_not_of("0123456789abcdef") == std::string_view::npos) {
             currentHash = word;
             std::string_view rest = value;
@@ -482,32 +507,42 @@ std::vector<vn::Record> VNGitLogParser::parseBlamePorcelain(std::string_view out
                 second == std::string_view::npos ? std::string_view() : rest.substr(second + 1);
             finalLine = finalLine.substr(0, finalLine.find(' '));
             currentLine = 0;
-            std::from_chars(finalLine.data(), finalLine.data() + finalLine.size(), currentLine);
-            current = &commits[std::string(word)];
+            auto [end, error] =
+                std::from_chars(finalLine.data(), finalLine.data() + finalLine.size(), currentLine);
+            if (error != std::errc()) {
+                currentLine = 0;
+            }
+            current = &commits[word];
             continue;
         }
         if (!current) {
             continue;
         }
         if (word == "author") {
-            current->author = std::string(value);
+            current->author = value;
         } else if (word == "author-mail") {
-            current->mail = std::string(value);
+            current->mail = value;
         } else if (word == "author-time") {
-            int64_t seconds = 0;
-            auto [end, error] = std::from_chars(value.data(), value.data() + value.size(), seconds);
-            if (error == std::errc() && end == value.data() + value.size()) {
-                current->date =
-                    std::chrono::system_clock::time_point(std::chrono::seconds(seconds));
-            }
+            current->time = value;
+        } else if (word == "author-tz") {
+            current->zone = value;
         }
+    }
+    for (auto& [hash, commit] : commits) {
+        commit.user = std::string(commit.author);
+        if (!commit.mail.empty()) {
+            commit.user.append(" ").append(commit.mail);
+        }
+        commit.date = commit.time.empty() ? vn::Value() : gitDate(commit.time, commit.zone);
     }
     // The shortest abbreviation, at least 7 characters, that tells this blame's commits apart.
     std::size_t width = 7;
     std::vector<std::string_view> hashes;
+    hashes.reserve(commits.size());
     for (const auto& entry : commits) {
         hashes.push_back(entry.first);
     }
+    std::sort(hashes.begin(), hashes.end());
     for (std::size_t i = 1; i < hashes.size(); ++i) {
         std::size_t common = 0;
         while (common < hashes[i].size() && common < hashes[i - 1].size() &&
@@ -519,19 +554,14 @@ std::vector<vn::Record> VNGitLogParser::parseBlamePorcelain(std::string_view out
     std::vector<vn::Record> records;
     records.reserve(lines.size());
     for (const Line& line : lines) {
-        const Commit& commit = commits.find(line.hash)->second;
-        std::string user = commit.author;
-        if (!commit.mail.empty()) {
-            user += " " + commit.mail;
-        }
-        vn::Record record;
-        record.set("line", line.number);
-        record.set("rev", line.hash);
-        record.set("changesetshort", line.hash.substr(0, width));
-        record.set("user", std::move(user));
-        record.set("date", commit.date);
-        record.set("linecontents", line.contents);
-        records.push_back(std::move(record));
+        records.push_back(vn::Record{
+            {"line", line.number},
+            {"rev", line.hash},
+            {"changesetshort", line.hash.substr(0, width)},
+            {"user", line.commit->user},
+            {"date", line.commit->date},
+            {"linecontents", line.contents},
+        });
     }
     return records;
 }

@@ -20,8 +20,23 @@ class VNGitLogParser {
     // unlikely in names and subjects.
     static constexpr std::string_view FieldSeparator = "\xE2\x90\x9E";
 
-    // "--format=%H<sep>%h<sep>%P<sep>%ai|%ci<sep>%cn <%ce><sep>%an <%ae><sep>%d<sep>%s".
+    // Fields of a log line are separated by NUL, which git never prints inside a field (it ends
+    // names and messages at a NUL byte); the line ends with a newline, which no field can hold
+    // either (the subject joins its lines). So no name, address or subject can shift a field.
+    static constexpr char LogFieldSeparator = '\0';
+    static constexpr std::size_t LogFieldCount = 8;
+
+    // "--format=%H%x00%h%x00%P%x00<date>%x00%cn <%ce>%x00%an <%ae>%x00%d%x00%s", the date being
+    // "%at %aI" or "%ct %cI" (seconds since the epoch and the strict ISO form, which carries the
+    // offset). Independent of any "--date" option.
     static std::string logFormatArgument(bool authorDate);
+
+    // A date as git records it: seconds since the epoch and the recorder's offset ("+0530",
+    // "+05:30", "Z", or the end of an ISO 8601 text that holds one). Seconds beyond what a point
+    // in time holds are clamped to its range; no number gives null.
+    static vn::Value gitDate(std::string_view seconds, std::string_view zone);
+    // The "%at %aI" field of the log format.
+    static vn::Value dateField(std::string_view field);
 
     // Which references become labels: all of them, or (for single lines) no remote branches and
     // no ahead/behind annotations.
@@ -39,16 +54,17 @@ class VNGitLogParser {
         std::string_view decoration, const std::string& hash, LabelScan scan,
         const vn::Record* aheadBehind);
 
-    // One log row from one line in the log format; nothing when the line does not split into 8
-    // fields (the subject, last, keeps any further separators). A trailing CR is dropped.
+    // One log row from one line in the log format; nothing when the line does not hold exactly
+    // the 8 fields. A trailing CR or newline is dropped.
     static std::optional<vn::Record> parseLogLine(std::string_view line, LabelScan scan,
                                                   const vn::Record* aheadBehind);
-    // Every row of a listing, lines that do not parse skipped.
+    // Every row of a listing, lines that do not parse skipped. Any run of whole lines can be
+    // given at a time, so a listing can be read as it arrives.
     static std::vector<vn::Record> parseLog(std::string_view output, LabelScan scan,
                                             const vn::Record* aheadBehind);
 
-    // "--format=" for revision details: hash, short hash, parents, author and committer with
-    // their dates, decorations, then the whole message.
+    // "--format=" for revision details, NUL-separated: hash, short hash, parents, author and
+    // committer dates, author, committer, decorations, then the whole message.
     static std::string detailsFormatArgument();
     // The details record from one commit in the details format: the log row's keys ("rev",
     // "changeset", "changesetshort", "parentid1", "parentid2", "otherparentids", "date", "user",
@@ -66,6 +82,7 @@ class VNGitLogParser {
     static std::vector<vn::Record> parseNameStatus(std::string_view output);
 
     // `git blame --porcelain`: records "line" (final line number), "rev", "changesetshort",
-    // "user" ("Name <address>"), "date" (author time), "linecontents", in line order.
+    // "user" ("Name <address>"), "date" (author time with its offset), "linecontents", in line
+    // order. Linear in the output.
     static std::vector<vn::Record> parseBlamePorcelain(std::string_view output);
 };

@@ -228,6 +228,77 @@ vn::Record VNGitRefsParser::trackingBranchesFromBranchVerbose(std::string_view o
     return result;
 }
 
+std::string VNGitRefsParser::branchRefsFormatArgument() {
+    return "--format=%(HEAD)%00%(refname)%00%(upstream)%00%(upstream:track,nobracket)";
+}
+
+std::vector<VNGitRefsParser::BranchLine> VNGitRefsParser::parseBranchRefs(std::string_view output) {
+    std::vector<BranchLine> result;
+    for (std::string_view text : lines(output)) {
+        std::string_view fields[4];
+        std::size_t count = 0;
+        for (; count < 4; ++count) {
+            std::size_t at = text.find('\0');
+            fields[count] = text.substr(0, at);
+            if (at == std::string_view::npos) {
+                ++count;
+                break;
+            }
+            text.remove_prefix(at + 1);
+        }
+        if (count != 4 || !fields[1].starts_with(HeadsPrefix)) {
+            continue;
+        }
+        BranchLine line;
+        line.current = fields[0] == "*";
+        line.name = std::string(fields[1].substr(HeadsPrefix.size()));
+        std::string_view upstream = fields[2];
+        if (upstream.starts_with("refs/remotes/")) {
+            line.upstream = std::string(upstream.substr(13));
+            line.upstreamIsRemote = true;
+        } else {
+            line.upstream = std::string(withoutPrefix(upstream, HeadsPrefix));
+        }
+        // "ahead 1, behind 2", "ahead 1", "behind 2", "gone" or nothing.
+        std::string_view track = fields[3];
+        while (!track.empty()) {
+            std::size_t comma = track.find(", ");
+            std::string_view part = track.substr(0, comma);
+            track.remove_prefix(comma == std::string_view::npos ? track.size() : comma + 2);
+            std::string_view rest = part;
+            std::string_view word = takeWord(rest);
+            std::optional<int64_t> number = integer(trimmed(rest));
+            if (word == "ahead" && number && *number >= 0) {
+                line.ahead = *number;
+            } else if (word == "behind" && number && *number >= 0) {
+                line.behind = *number;
+            }
+        }
+        result.push_back(std::move(line));
+    }
+    return result;
+}
+
+vn::Record VNGitRefsParser::aheadBehindFromBranchRefs(std::string_view output) {
+    vn::Record result;
+    for (const BranchLine& line : parseBranchRefs(output)) {
+        if (line.ahead > 0 || line.behind > 0) {
+            result.set(line.name, vn::Value::Array{line.ahead, line.behind});
+        }
+    }
+    return result;
+}
+
+vn::Record VNGitRefsParser::trackingBranchesFromBranchRefs(std::string_view output) {
+    vn::Record result;
+    for (const BranchLine& line : parseBranchRefs(output)) {
+        if (line.upstreamIsRemote && !line.upstream.empty()) {
+            result.set(line.name, line.upstream);
+        }
+    }
+    return result;
+}
+
 // ---- Plain listings ----------------------------------------------------------------------------
 
 std::vector<std::string> VNGitRefsParser::parseBranchList(std::string_view output) {
@@ -253,22 +324,44 @@ std::vector<std::string> VNGitRefsParser::parseNameList(std::string_view output,
     return result;
 }
 
-vn::Record VNGitRefsParser::parseRemoteVerbose(std::string_view output) {
-    vn::Record result;
+std::vector<VNGitRefsParser::RemoteUrls> VNGitRefsParser::parseRemoteUrls(std::string_view output) {
+    std::vector<RemoteUrls> result;
     for (std::string_view line : lines(output)) {
-        std::vector<std::string_view> parts = words(line);
-        if (parts.size() < 2) {
+        // "name<TAB>url (fetch)": a remote name holds no tab, and the marker ends the line.
+        std::size_t tab = line.find('\t');
+        if (tab == std::string_view::npos || tab == 0) {
             continue;
         }
-        std::string url;
-        std::size_t last = parts.size() == 2 ? 2 : parts.size() - 1;
-        for (std::size_t i = 1; i < last; ++i) {
-            if (!url.empty()) {
-                url.push_back(' ');
-            }
-            url.append(parts[i]);
+        std::string_view name = line.substr(0, tab);
+        std::string_view rest = line.substr(tab + 1);
+        bool fetch = rest.ends_with(" (fetch)");
+        if (!fetch && !rest.ends_with(" (push)")) {
+            continue;
         }
-        result.set(parts[0], url);
+        std::string_view url = rest.substr(0, rest.size() - (fetch ? 8 : 7));
+        auto remote = std::find_if(result.begin(), result.end(),
+                                   [&](const RemoteUrls& known) { return known.name == name; });
+        if (remote == result.end()) {
+            result.push_back({std::string(name), {}, {}});
+            remote = result.end() - 1;
+        }
+        if (fetch) {
+            if (remote->fetchUrl.empty()) {
+                remote->fetchUrl = std::string(url);
+            }
+        } else {
+            remote->pushUrls.emplace_back(url);
+        }
+    }
+    return result;
+}
+
+vn::Record VNGitRefsParser::parseRemoteVerbose(std::string_view output) {
+    vn::Record result;
+    for (const RemoteUrls& remote : parseRemoteUrls(output)) {
+        result.set(remote.name, remote.fetchUrl.empty() && !remote.pushUrls.empty()
+                                    ? remote.pushUrls.front()
+                                    : remote.fetchUrl);
     }
     return result;
 }
@@ -320,6 +413,10 @@ std::vector<vn::Record> VNGitRefsParser::parseStashList(std::string_view output)
 
 // ---- Labels ------------------------------------------------------------------------------------
 
+std::string VNGitRefsParser::refLabelsFormatArgument() {
+    return "--format=%(HEAD)%00%(refname)%00%(objectname)%00%(*objectname)%00%(symref)";
+}
+
 std::vector<std::shared_ptr<VNLogLabel>> VNGitRefsParser::parseRefLabels(std::string_view output,
                                                                          bool includeRemotes) {
     std::vector<std::shared_ptr<VNLogLabel>> result;
@@ -328,12 +425,12 @@ std::vector<std::shared_ptr<VNLogLabel>> VNGitRefsParser::parseRefLabels(std::st
         std::size_t count = 0;
         std::string_view rest = line;
         while (count < 4) {
-            std::size_t separator = rest.find(VNGitLogParser::FieldSeparator);
+            std::size_t separator = rest.find('\0');
             if (separator == std::string_view::npos) {
                 break;
             }
             fields[count++] = rest.substr(0, separator);
-            rest.remove_prefix(separator + VNGitLogParser::FieldSeparator.size());
+            rest.remove_prefix(separator + 1);
         }
         if (count != 4) {
             continue;

@@ -27,7 +27,23 @@ class VNGitRefsParser {
         int64_t ahead = 0;
         int64_t behind = 0;
         bool current = false;
+        // The upstream is a remote-tracking branch (not a local branch).
+        bool upstreamIsRemote = false;
     };
+    // ---- for-each-ref over local branches ----
+    // "--format=%(HEAD)%00%(refname)%00%(upstream)%00%(upstream:track,nobracket)" over
+    // "refs/heads/". These are fields, not text for people: no commit subject can pass for an
+    // upstream, and for-each-ref, being plumbing, writes the tracking counts in English whatever
+    // the locale.
+    static std::string branchRefsFormatArgument();
+    // One entry per local branch, in git's order; `upstream` is "origin/main" for a
+    // remote-tracking branch and the branch name for a local one.
+    static std::vector<BranchLine> parseBranchRefs(std::string_view output);
+    // Branch name to [ahead, behind] for the branches that are ahead or behind their upstream.
+    static vn::Record aheadBehindFromBranchRefs(std::string_view output);
+    // Branch name to upstream, for upstreams that are remote-tracking branches ("origin/main").
+    static vn::Record trackingBranchesFromBranchRefs(std::string_view output);
+
     // One entry per local branch; the detached HEAD line is left out. Only a bracket right
     // after the hash (or after the folder of another worktree) is read, so "ahead 3" in a
     // subject is not taken for a count. A branch without upstream whose subject starts with
@@ -45,9 +61,17 @@ class VNGitRefsParser {
     // `stripPrefix` is removed from names that start with it.
     static std::vector<std::string> parseNameList(std::string_view output,
                                                   std::string_view stripPrefix = {});
-    // `git remote -v`: remote name to URL, the push URL winning over the fetch URL. The URL is
-    // the words between the name and the "(fetch)"/"(push)" marker, joined by single blanks.
+    // `git remote -v`: remote name to its fetch URL, as written (blanks kept). A separate push
+    // URL is kept by parseRemoteUrls.
     static vn::Record parseRemoteVerbose(std::string_view output);
+    struct RemoteUrls {
+        std::string name;
+        std::string fetchUrl;
+        // Every URL `git push` sends to, in git's order (the fetch URL when none is set apart).
+        std::vector<std::string> pushUrls;
+    };
+    // `git remote -v`: each remote once, in git's order, with its fetch and push URLs.
+    static std::vector<RemoteUrls> parseRemoteUrls(std::string_view output);
     // `git remote -v` as records "name" and "path" (the fetch URL as written, blanks kept), in
     // git's order.
     static std::vector<vn::Record> parseRemotePaths(std::string_view output);
@@ -57,10 +81,11 @@ class VNGitRefsParser {
     static std::vector<vn::Record> parseStashList(std::string_view output);
 
     // ---- Labels ----
-    // Separated lines of `for-each-ref --format=%(HEAD)<sep>%(refname)<sep>%(objectname)<sep>
-    // %(*objectname)<sep>%(symref)`: a label for each branch, tag and (with `includeRemotes`)
-    // remote branch, pointing at the commit (an annotated tag's target). Symbolic references
-    // such as "origin/HEAD" are left out.
+    // NUL-separated fields: HEAD marker, reference, object, peeled object, symbolic target.
+    static std::string refLabelsFormatArgument();
+    // Lines of `for-each-ref` in refLabelsFormatArgument's format: a label for each branch, tag and
+    // (with `includeRemotes`) remote branch, pointing at the commit (an annotated tag's target).
+    // Symbolic references such as "origin/HEAD" are left out.
     static std::vector<std::shared_ptr<VNLogLabel>> parseRefLabels(std::string_view output,
                                                                    bool includeRemotes);
 

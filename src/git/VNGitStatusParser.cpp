@@ -90,6 +90,10 @@ uint64_t VNGitStatusParser::summariseStatus(char x, char y) {
     if (x == 'R') {
         return VNFileStatusRenamed;
     }
+    // A type change (a file become a symbolic link) changes what is committed.
+    if (x == 'T' || y == 'T') {
+        return VNFileStatusModified;
+    }
     return VNFileStatusClean;
 }
 
@@ -103,6 +107,7 @@ uint64_t translateSide(char letter, uint64_t deleted) {
         case 'C':
             return VNFileStatusAdded;
         case 'M':
+        case 'T':
             return VNFileStatusModified;
         case 'R':
             return VNFileStatusRenamed;

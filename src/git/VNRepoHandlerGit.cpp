@@ -280,7 +280,21 @@ void VNRepoHandlerGit::addTemplateArguments(std::vector<std::string>& args) {
 // ---- Repositories ------------------------------------------------------------------------------
 
 bool VNRepoHandlerGit::validateWorkingDirectory(const std::string& path) {
-    return !path.empty() && vn::fs::exists(vn::fs::appendPathComponent(path, ".git"));
+    if (path.empty()) {
+        return false;
+    }
+    if (vn::fs::exists(vn::fs::appendPathComponent(path, ".git"))) {
+        return true;
+    }
+    // A bare repository, found as git finds one: HEAD, objects and refs. A ".git" folder, and
+    // what it holds (the git folders of submodules), is the metadata of the working copy around
+    // it, not a repository of its own.
+    std::string name = vn::fs::lastPathComponent(path);
+    return name != ".git" && path.find("/.git/") == std::string::npos &&
+           vn::fs::exists(vn::fs::appendPathComponent(path, "HEAD")) &&
+           !vn::fs::isDirectory(vn::fs::appendPathComponent(path, "HEAD")) &&
+           vn::fs::isDirectory(vn::fs::appendPathComponent(path, "objects")) &&
+           vn::fs::isDirectory(vn::fs::appendPathComponent(path, "refs"));
 }
 
 bool VNRepoHandlerGit::validatePathOrURL(const std::string& pathOrURL,

@@ -92,8 +92,25 @@ class VNRepoHandlerGit : public VNRepoHandlerBase {
     bool isClean(const std::string& path) override;
     bool isMergeOutstanding(const std::string& path) override;
     bool isRebaseInProgress(const std::string& path) override;
-    // The checked-out branch; "HEAD" when detached, "master" before the first commit.
+    // What HEAD names, from `git symbolic-ref`: a branch (also one without commits yet) or a
+    // detached commit. `known` is false when git could not tell (the failure is reported).
+    struct HeadState {
+        bool known = false;
+        bool detached = false;
+        std::string branch;
+    };
+    HeadState headState(const std::string& path);
+    // The checked-out branch, also before its first commit; "HEAD" when detached; empty when git
+    // could not tell.
     std::string currentBranch(const std::string& path);
+    // Operations in progress, read from their markers in the git folder. A rebase of either
+    // kind (not `git am`, which shares the "rebase-apply" folder).
+    bool isAmInProgress(const std::string& path);
+    bool isBisectInProgress(const std::string& path);
+    bool isCherryPickInProgress(const std::string& path);
+    bool isRevertInProgress(const std::string& path);
+    // The branch a rebase or bisect started from; empty without one.
+    std::string originalBranch(const std::string& path);
     // The working copy's git folder: ".git", or where a ".git" file ("gitdir: ...") points
     // (worktrees and submodules).
     std::string gitMetadataFolder(const std::string& path);
@@ -192,8 +209,10 @@ class VNRepoHandlerGit : public VNRepoHandlerBase {
     std::vector<std::shared_ptr<VNLogLabel>> allRevisionLabels(const std::string& path,
                                                                uint64_t options) override;
     std::vector<vn::Record> listStashes(const std::string& path) override;
-    // Remote name to URL (the push URL where it differs).
+    // Remote name to its fetch URL.
     vn::Record remoteRepositories(const std::string& path) override;
+    // Each remote as "name", "fetchUrl" and "pushUrls" (every URL pushes go to), in git's order.
+    std::vector<vn::Record> remoteUrls(const std::string& path);
     // "name" and "path" (the fetch URL) of each remote.
     std::vector<vn::Record> remotePaths(const std::string& path) override;
     // Adds the remotes that are new and gives existing ones their new path; remotes not listed

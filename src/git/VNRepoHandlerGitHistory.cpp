@@ -2,7 +2,9 @@
 // commit details and file changes, blame, searches, branches, tags, stashes and remotes.
 
 #include <algorithm>
+#include <charconv>
 #include <chrono>
+#include <climits>
 #include <cstdio>
 #include <ctime>
 #include <filesystem>
@@ -14,6 +16,7 @@
 #include "git/VNGitRefsParser.h"
 #include "git/VNGitRemoteInfo.h"
 #include "git/VNRepoHandlerGit.h"
+#include "handler/FailureCollector.h"
 #include "handler/GitSettings.h"
 #include "model/VNLogDescriptionEntry.h"
 #include "model/VNLogGraphEntry.h"
@@ -73,7 +76,8 @@ std::string firstLine(const std::string& text) {
 class SideBySide {
   public:
     explicit SideBySide(std::function<void()> work) {
-        vn::WorkQueue::global().async(group_, std::move(work));
+        // Failures on the other thread belong to the same request.
+        vn::WorkQueue::global().async(group_, vn::FailureCollector::bind(std::move(work)));
     }
     ~SideBySide() { group_.wait(); }
     void wait() { group_.wait(); }
@@ -93,6 +97,11 @@ std::string relativeToWorkingCopy(const std::string& path, const std::string& fi
         std::filesystem::relative(given, std::filesystem::path(path), error);
     return error || relative.empty() ? file : relative.generic_string();
 }
+
+// The largest file blamed, in bytes and in lines: each line becomes a record of some 600
+// bytes, and git takes minutes over files this large.
+constexpr uint64_t BlameSizeLimit = uint64_t(32) << 20;
+constexpr uint64_t BlameLineLimit = 500000;
 
 // 1980-01-01 00:00 local time: git's dates before it are not worth searching.
 vn::Value::Date earliestSearchDate() {
@@ -131,19 +140,24 @@ std::vector<vn::Record> VNRepoHandlerGit::logRevisions(const std::string& path,
                                                        uint64_t skip, uint64_t limit,
                                                        const std::optional<std::string>& branch,
                                                        uint64_t options) {
-    // The annotations come from `branch -vv`, which runs beside the log. With a branch and its
+    // Git counts skip and limit in an int; a larger skip is past the end of any history.
+    if (skip > static_cast<uint64_t>(INT_MAX)) {
+        return {};
+    }
+    limit = std::min<uint64_t>(limit, INT_MAX);
+    // The annotations come from `for-each-ref`, which runs beside the log. With a branch and its
     // remote the upstream must be known before the log starts, so it runs first instead.
     vn::Record aheadBehind;
     std::optional<std::string> upstream;
     std::optional<SideBySide> annotations;
     bool haveBranch = branch && !branch->empty();
     if (haveBranch && (options & LogIncludeRemotes)) {
-        if (auto task = runGit(*this, path, "branch", {"-vv"})) {
-            aheadBehind = VNGitRefsParser::aheadBehindFromBranchVerbose(task->output());
-            vn::Record tracking =
-                VNGitRefsParser::trackingBranchesFromBranchVerbose(task->output());
+        if (auto task = runGit(*this, path, "for-each-ref",
+                               {VNGitRefsParser::branchRefsFormatArgument(), "refs/heads/"})) {
+            aheadBehind = VNGitRefsParser::aheadBehindFromBranchRefs(task->output());
+            vn::Record tracking = VNGitRefsParser::trackingBranchesFromBranchRefs(task->output());
             if (const vn::Value* value = tracking.find(*branch)) {
-                upstream = value->toString();
+                upstream = "refs/remotes/" + value->toString();
             }
         }
     } else {
@@ -268,11 +282,19 @@ std::vector<std::string> withArgs(std::vector<std::string> base,
 }  // namespace
 
 std::optional<vn::Record> VNRepoHandlerGit::workingCopyRow(const std::string& path) {
+    // A bare repository has no working copy to have changes in.
+    if (!vn::fs::exists(vn::fs::appendPathComponent(path, ".git"))) {
+        return std::nullopt;
+    }
     // Tracked and untracked changes both count: either is something to commit.
     auto status = VNTask::taskWithCommand(
         gitPath(), path,
         withArgs(defaultArgsForPath(path, "status"), {"--porcelain", "--ignore-submodules=dirty"}));
-    if (!status->run() || status->output().empty()) {
+    if (!status->run()) {
+        handleGitFailure("git status", status->exitCode(), status->errorOutput(), false);
+        return std::nullopt;
+    }
+    if (status->output().empty()) {
         return std::nullopt;
     }
     auto head = VNTask::taskWithCommand(
@@ -493,6 +515,27 @@ std::optional<std::string> VNRepoHandlerGit::getCommitSHA(const std::string& pat
     auto task = gitTask(*this, path, "rev-parse",
                         {"--verify", "--quiet", "--end-of-options", forLabel + "^{commit}"});
     if (!task->run()) {
+        // Quietly, git answers 1 for a revision it does not know; anything else is a failure
+        // of the repository (missing objects, dubious ownership) and no answer about the name.
+        if (task->exitCode() != 1 || !task->errorOutput().empty()) {
+            handleGitFailure("git rev-parse", task->exitCode(), task->errorOutput(), false);
+            return std::nullopt;
+        }
+        // A name that resolves to an object git cannot read (a missing commit) is a broken
+        // repository too, not an unknown name.
+        auto plain = gitTask(*this, path, "rev-parse",
+                             {"--verify", "--quiet", "--end-of-options", forLabel});
+        if (plain->run()) {
+            std::string object = firstLine(plain->output());
+            auto type = gitTask(*this, path, "cat-file", {"-t", object});
+            if (!type->run()) {
+                handleGitFailure(
+                    "git cat-file", type->exitCode(),
+                    "fatal: cannot read " + forLabel + " (" + object + "), " +
+                        vn::FailureCollector::reason(type->errorOutput(), type->exitCode()),
+                    false);
+            }
+        }
         return std::nullopt;
     }
     std::string sha = firstLine(task->output());
@@ -511,14 +554,72 @@ std::vector<vn::Record> VNRepoHandlerGit::blame(const std::string& path, const s
         args.push_back(*revision);
     }
     args.push_back("--");
-    args.push_back(relativeToWorkingCopy(path, file));
+    std::string relative = relativeToWorkingCopy(path, file);
+    args.push_back(relative);
+
+    // Each line of a blame becomes a record of several hundred bytes, so a huge file would
+    // exhaust the memory; such a file is refused before git spends minutes on it.
+    std::optional<uint64_t> size;
+    bool atRevision = revision && !revision->empty();
+    std::string blob = atRevision ? *revision + ":" + relative : std::string();
+    if (atRevision) {
+        auto sizeTask = gitTask(*this, path, "cat-file", {"-s", blob});
+        std::string text = sizeTask->run() ? firstLine(sizeTask->output()) : "";
+        uint64_t bytes = 0;
+        auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), bytes);
+        if (!text.empty() && error == std::errc() && end == text.data() + text.size()) {
+            size = bytes;
+        }
+    } else {
+        std::error_code error;
+        auto bytes = std::filesystem::file_size(vn::fs::appendPathComponent(path, relative), error);
+        if (!error) {
+            size = bytes;
+        }
+    }
+    auto refuse = [&](const std::string& why) {
+        handleGitFailure("git blame", -1,
+                         "fatal: " + relative + " is too large to blame (" + why + ")", true);
+        return std::vector<vn::Record>();
+    };
+    if (size && *size > BlameSizeLimit) {
+        return refuse(vn::format("%llu MB; the limit is %llu MB",
+                                 static_cast<unsigned long long>(*size >> 20),
+                                 static_cast<unsigned long long>(BlameSizeLimit >> 20)));
+    }
+    // A file has at most one line per byte.
+    if (size && *size > BlameLineLimit) {
+        std::optional<std::string> content;
+        if (atRevision) {
+            auto contentTask = gitTask(*this, path, "cat-file", {"blob", blob});
+            if (contentTask->run()) {
+                content = contentTask->output();
+            }
+        } else {
+            content = vn::fs::readFile(vn::fs::appendPathComponent(path, relative));
+        }
+        if (content) {
+            auto lines = static_cast<uint64_t>(std::count(content->begin(), content->end(), '\n'));
+            if (lines > BlameLineLimit) {
+                return refuse(vn::format("%llu lines; the limit is %llu",
+                                         static_cast<unsigned long long>(lines),
+                                         static_cast<unsigned long long>(BlameLineLimit)));
+            }
+        }
+    }
     auto task = gitTask(*this, path, "blame", std::move(args));
     task->setLossyUTF8Output(true);
     if (!task->run()) {
         handleGitFailure("git blame", task->exitCode(), task->errorOutput(), true);
         return {};
     }
-    return VNGitLogParser::parseBlamePorcelain(task->output());
+    try {
+        return VNGitLogParser::parseBlamePorcelain(task->output());
+    } catch (const std::bad_alloc&) {
+        handleGitFailure("git blame", -1, "fatal: not enough memory for the blame of " + relative,
+                         true);
+        return {};
+    }
 }
 
 bool VNRepoHandlerGit::exportFileContentAtRevision(const std::string& path, const std::string& file,
@@ -581,8 +682,18 @@ uint64_t VNRepoHandlerGit::revisionCount(const std::string& path) {
 // ---- References --------------------------------------------------------------------------------
 
 std::vector<std::string> VNRepoHandlerGit::branches(const std::string& path) {
-    auto task = runGit(*this, path, "branch", {}, true);
-    return task ? VNGitRefsParser::parseBranchList(task->output()) : std::vector<std::string>();
+    // The reference names, never `git branch`'s text, which names a detached HEAD or a rebase
+    // in the user's language.
+    auto task = runGit(*this, path, "for-each-ref", {"--format=%(refname)", "refs/heads/"}, true);
+    if (!task) {
+        return {};
+    }
+    std::vector<std::string> names = VNGitRefsParser::parseNameList(task->output(), "refs/heads/");
+    HeadState head = headState(path);
+    if (head.known && head.detached) {
+        names.insert(names.begin(), "HEAD");
+    }
+    return names;
 }
 
 std::vector<std::string> VNRepoHandlerGit::branchesSortedByMostRecentFirst(
@@ -608,11 +719,8 @@ std::vector<std::string> VNRepoHandlerGit::tagsSortedByMostRecentFirst(const std
 
 std::vector<std::shared_ptr<VNLogLabel>> VNRepoHandlerGit::allRevisionLabels(
     const std::string& path, uint64_t options) {
-    std::string sep(VNGitLogParser::FieldSeparator);
-    std::vector<std::string> args = {"--format=%(HEAD)" + sep + "%(refname)" + sep +
-                                         "%(objectname)" + sep + "%(*objectname)" + sep +
-                                         "%(symref)",
-                                     "refs/heads/", "refs/tags/"};
+    std::vector<std::string> args = {VNGitRefsParser::refLabelsFormatArgument(), "refs/heads/",
+                                     "refs/tags/"};
     if (options & LogIncludeRemotes) {
         args.push_back("refs/remotes/");
     }
@@ -624,18 +732,18 @@ std::vector<std::shared_ptr<VNLogLabel>> VNRepoHandlerGit::allRevisionLabels(
 }
 
 std::vector<vn::Record> VNRepoHandlerGit::listStashes(const std::string& path) {
+    // Stashes belong to a working copy; a bare repository has none.
+    if (!vn::fs::exists(vn::fs::appendPathComponent(path, ".git"))) {
+        return {};
+    }
     std::string format = "--format=%gd" + std::string(VNGitLogParser::FieldSeparator) + "%gs";
     auto task = runGit(*this, path, "stash", {"list", format}, true);
     return task ? VNGitRefsParser::parseStashList(task->output()) : std::vector<vn::Record>();
 }
 
 std::vector<std::string> VNRepoHandlerGit::remoteBranches(const std::string& path) {
-    std::string sep(VNGitLogParser::FieldSeparator);
     auto task = runGit(*this, path, "for-each-ref",
-                       {"--format=%(HEAD)" + sep + "%(refname)" + sep + "%(objectname)" + sep +
-                            "%(*objectname)" + sep + "%(symref)",
-                        "refs/remotes/"},
-                       true);
+                       {VNGitRefsParser::refLabelsFormatArgument(), "refs/remotes/"}, true);
     std::vector<std::string> names;
     if (!task) {
         return names;
@@ -647,13 +755,15 @@ std::vector<std::string> VNRepoHandlerGit::remoteBranches(const std::string& pat
 }
 
 vn::Record VNRepoHandlerGit::branchesWithCommitsAheadBehind(const std::string& path) {
-    auto task = runGit(*this, path, "branch", {"-vv"}, true);
-    return task ? VNGitRefsParser::aheadBehindFromBranchVerbose(task->output()) : vn::Record();
+    auto task = runGit(*this, path, "for-each-ref",
+                       {VNGitRefsParser::branchRefsFormatArgument(), "refs/heads/"}, true);
+    return task ? VNGitRefsParser::aheadBehindFromBranchRefs(task->output()) : vn::Record();
 }
 
 vn::Record VNRepoHandlerGit::trackingBranchesForPull(const std::string& path) {
-    auto task = runGit(*this, path, "branch", {"-vv"}, true);
-    return task ? VNGitRefsParser::trackingBranchesFromBranchVerbose(task->output()) : vn::Record();
+    auto task = runGit(*this, path, "for-each-ref",
+                       {VNGitRefsParser::branchRefsFormatArgument(), "refs/heads/"}, true);
+    return task ? VNGitRefsParser::trackingBranchesFromBranchRefs(task->output()) : vn::Record();
 }
 
 // ---- Remotes -----------------------------------------------------------------------------------
@@ -661,6 +771,22 @@ vn::Record VNRepoHandlerGit::trackingBranchesForPull(const std::string& path) {
 vn::Record VNRepoHandlerGit::remoteRepositories(const std::string& path) {
     auto task = runGit(*this, path, "remote", {"-v"});
     return task ? VNGitRefsParser::parseRemoteVerbose(task->output()) : vn::Record();
+}
+
+std::vector<vn::Record> VNRepoHandlerGit::remoteUrls(const std::string& path) {
+    auto task = runGit(*this, path, "remote", {"-v"});
+    std::vector<vn::Record> result;
+    if (!task) {
+        return result;
+    }
+    for (const auto& remote : VNGitRefsParser::parseRemoteUrls(task->output())) {
+        result.push_back(vn::Record{
+            {"name", remote.name},
+            {"fetchUrl", remote.fetchUrl},
+            {"pushUrls", vn::Value::Array(remote.pushUrls.begin(), remote.pushUrls.end())},
+        });
+    }
+    return result;
 }
 
 std::vector<vn::Record> VNRepoHandlerGit::remotePaths(const std::string& path) {
@@ -741,6 +867,16 @@ std::shared_ptr<VNGitRemoteInfo> VNRepoHandlerGit::remoteInfo(const std::string&
     VNGitRefsParser::RemoteShow parsed = VNGitRefsParser::parseRemoteShow(show->output());
     info->setFetchUrl(parsed.fetchUrl);
     info->setPushUrl(parsed.pushUrl);
+    // `remote show` words its URL lines in the user's language; `remote -v` marks them plainly.
+    if (auto urls = runGit(*this, path, "remote", {"-v"})) {
+        for (const auto& remote : VNGitRefsParser::parseRemoteUrls(urls->output())) {
+            if (remote.name == remoteName) {
+                info->setFetchUrl(remote.fetchUrl);
+                info->setPushUrl(remote.pushUrls.empty() ? remote.fetchUrl
+                                                         : remote.pushUrls.front());
+            }
+        }
+    }
     info->setHeadBranch(parsed.headBranch);
     info->setRemoteBranches(parsed.remoteBranches);
     for (const auto& [local, remote] : parsed.pull) {

@@ -3,7 +3,9 @@
 #include "base/Format.h"
 #include "git/VNGitStatusParser.h"
 #include "git/VNRepoHandlerGit.h"
+#include "handler/FailureCollector.h"
 #include "model/VNFileStatusEntity.h"
+#include "platform/CredentialStore.h"
 #include "platform/FileSystem.h"
 #include "platform/Log.h"
 #include "platform/Preferences.h"
@@ -173,10 +175,15 @@ vn::Record VNRepoHandlerGit::summary(const std::string& path) {
     auto status = summaryStatusTask(*this, path);
     if (!status->success()) {
         vn::Log::error(vn::format("Git summary failed: %@", status->errorOutput()), vn::Log::Git);
+        // Not shown, but the caller learns why there is no summary.
+        vn::FailureCollector::report(
+            "git status", status->exitCode(),
+            vn::CredentialStore::redactURLPasswords(status->errorOutput()));
         return {};
     }
     bool merge = isMergeOutstanding(path);
     bool rebase = isRebaseInProgress(path);
+    HeadState head = headState(path);
     VNGitStatusParser::Counts counts = VNGitStatusParser::countStatuses(status->output());
 
     vn::Record record;
@@ -185,6 +192,11 @@ vn::Record VNRepoHandlerGit::summary(const std::string& path) {
     record.set("isrebase", rebase);
     record.set("isgraft", false);
     record.set("isnewbranch", false);
+    record.set("isam", isAmInProgress(path));
+    record.set("isbisect", isBisectInProgress(path));
+    record.set("ischerrypick", isCherryPickInProgress(path));
+    record.set("isrevert", isRevertInProgress(path));
+    record.set("isdetached", head.known && head.detached);
     std::string gitFolder = gitMetadataFolder(path);
     record.set("hasLargeFiles", configuredForGitLfs(path, gitFolder));
     record.set("numfilesadded", counts.added);
@@ -205,7 +217,8 @@ vn::Record VNRepoHandlerGit::summary(const std::string& path) {
     } else {
         record.set("parent2", "");
     }
-    record.set("branch", currentBranch(path));
+    record.set("branch", !head.known ? "" : head.detached ? "HEAD" : head.branch);
+    record.set("originalbranch", originalBranch(path));
     return record;
 }
 
@@ -222,20 +235,79 @@ bool VNRepoHandlerGit::isMergeOutstanding(const std::string& path) {
     return vn::fs::exists(vn::fs::appendPathComponent(gitMetadataFolder(path), "MERGE_HEAD"));
 }
 
+namespace {
+
+bool gitFolderHas(VNRepoHandlerGit& handler, const std::string& path, const char* marker) {
+    return vn::fs::exists(vn::fs::appendPathComponent(handler.gitMetadataFolder(path), marker));
+}
+
+}  // namespace
+
 bool VNRepoHandlerGit::isRebaseInProgress(const std::string& path) {
+    return gitFolderHas(*this, path, "rebase-merge") ||
+           (gitFolderHas(*this, path, "rebase-apply") && !isAmInProgress(path));
+}
+
+bool VNRepoHandlerGit::isAmInProgress(const std::string& path) {
+    // `git am` marks its "rebase-apply" folder with "applying"; `git rebase --apply` does not.
+    return gitFolderHas(*this, path, "rebase-apply/applying");
+}
+
+bool VNRepoHandlerGit::isBisectInProgress(const std::string& path) {
+    return gitFolderHas(*this, path, "BISECT_LOG");
+}
+
+bool VNRepoHandlerGit::isCherryPickInProgress(const std::string& path) {
+    return gitFolderHas(*this, path, "CHERRY_PICK_HEAD");
+}
+
+bool VNRepoHandlerGit::isRevertInProgress(const std::string& path) {
+    return gitFolderHas(*this, path, "REVERT_HEAD");
+}
+
+std::string VNRepoHandlerGit::originalBranch(const std::string& path) {
     std::string gitFolder = gitMetadataFolder(path);
-    return vn::fs::exists(vn::fs::appendPathComponent(gitFolder, "rebase-apply")) ||
-           vn::fs::exists(vn::fs::appendPathComponent(gitFolder, "rebase-merge"));
+    // A rebase keeps the full reference name ("detached HEAD" when it started detached); a
+    // bisect the branch name or the commit it started from.
+    for (const char* file : {"rebase-merge/head-name", "rebase-apply/head-name"}) {
+        if (auto text = vn::fs::readFile(vn::fs::appendPathComponent(gitFolder, file))) {
+            std::string name = firstLine(*text);
+            return name.starts_with("refs/heads/") ? name.substr(11) : "";
+        }
+    }
+    if (isBisectInProgress(path)) {
+        if (auto text = vn::fs::readFile(vn::fs::appendPathComponent(gitFolder, "BISECT_START"))) {
+            return firstLine(*text);
+        }
+    }
+    return "";
+}
+
+VNRepoHandlerGit::HeadState VNRepoHandlerGit::headState(const std::string& path) {
+    // symbolic-ref answers 1 for a detached HEAD; it names a branch without commits as well.
+    auto args = defaultArgsForPath(path, "symbolic-ref");
+    args.insert(args.end(), {"-q", "HEAD"});
+    auto task = VNTask::taskWithCommand(gitPath(), path, std::move(args));
+    HeadState state;
+    if (task->run()) {
+        std::string ref = firstLine(task->output());
+        state.known = true;
+        state.branch = ref.starts_with("refs/heads/") ? ref.substr(11) : ref;
+    } else if (task->exitCode() == 1 && task->errorOutput().empty()) {
+        state.known = true;
+        state.detached = true;
+    } else {
+        handleGitFailure("git symbolic-ref", task->exitCode(), task->errorOutput(), false);
+    }
+    return state;
 }
 
 std::string VNRepoHandlerGit::currentBranch(const std::string& path) {
-    auto task = VNTask::taskWithCommand(gitPath(), path, defaultArgsForPath(path, "branch"));
-    if (!task->run()) {
-        handleGitFailure("git branch", task->exitCode(), task->errorOutput(), false);
+    HeadState head = headState(path);
+    if (!head.known) {
         return "";
     }
-    // Before the first commit git lists no branch at all.
-    return VNGitStatusParser::currentBranchFromBranchOutput(task->output()).value_or("master");
+    return head.detached ? "HEAD" : head.branch;
 }
 
 std::string VNRepoHandlerGit::gitMetadataFolder(const std::string& path) {

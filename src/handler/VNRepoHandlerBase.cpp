@@ -7,6 +7,7 @@
 #include "base/Format.h"
 #include "base/Regex.h"
 #include "base/TextEncoding.h"
+#include "handler/FailureCollector.h"
 #include "handler/ToolPaths.h"
 #include "handler/VNTemplateDocument.h"
 #include "model/VNDiffParser.h"
@@ -291,6 +292,8 @@ void VNRepoHandlerBase::reportTaskFailure(const std::string& command, int64_t ex
     std::string message = vn::CredentialStore::redactURLPasswords(
         vn::format("'%@' failed with code %ld:'%@'", command, exitCode, errorOutput));
     vn::Log::error(message, logContext);
+    vn::FailureCollector::report(command, exitCode,
+                                 vn::CredentialStore::redactURLPasswords(errorOutput));
     if (!displayToUser) {
         return;
     }

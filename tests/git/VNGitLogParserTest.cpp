@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <ctime>
 
+#include "base/Json.h"
 #include "model/VNFileStatusEntity.h"
 #include "model/VNLogDescriptionEntry.h"
 #include "model/VNLogLabel.h"
@@ -15,6 +16,8 @@ namespace {
 using Scan = VNGitLogParser::LabelScan;
 
 const std::string S(VNGitLogParser::FieldSeparator);
+// The log format's field separator.
+const std::string N(1, '\0');
 const std::string H1 = "1111111111111111111111111111111111111111";
 const std::string H2 = "2222222222222222222222222222222222222222";
 const std::string H3 = "3333333333333333333333333333333333333333";
@@ -22,9 +25,9 @@ const std::string H4 = "4444444444444444444444444444444444444444";
 
 std::string logLine(const std::string& parents, const std::string& decoration,
                     const std::string& subject, const std::string& author = "Ann Author <a@x>",
-                    const std::string& date = "2024-01-02 03:04:05 +0000") {
-    return H1 + S + "1111111" + S + parents + S + date + S + "Cid Committer <c@x>" + S + author +
-           S + decoration + S + subject;
+                    const std::string& date = "1704164645 2024-01-02T03:04:05+00:00") {
+    return H1 + N + "1111111" + N + parents + N + date + N + "Cid Committer <c@x>" + N + author +
+           N + decoration + N + subject;
 }
 
 struct LabelView {
@@ -52,24 +55,10 @@ std::shared_ptr<const VNLogDescriptionEntry> entryOf(const vn::Record& row) {
     return row["descriptionentry"].objectAs<VNLogDescriptionEntry>();
 }
 
-// A local time as the shared date reader gives it.
-vn::Value::Date localTime(int year, int month, int day, int hour, int minute, int second) {
-    std::tm fields{};
-    fields.tm_year = year - 1900;
-    fields.tm_mon = month - 1;
-    fields.tm_mday = day;
-    fields.tm_hour = hour;
-    fields.tm_min = minute;
-    fields.tm_sec = second;
-    fields.tm_isdst = -1;
-    return std::chrono::system_clock::from_time_t(std::mktime(&fields));
-}
-
 TEST(VNGitLogParserTest, FormatArgumentNamesTheFieldsInOrder) {
-    EXPECT_EQ(VNGitLogParser::logFormatArgument(false), "--format=%H" + S + "%h" + S + "%P" + S +
-                                                            "%ci" + S + "%cn <%ce>" + S +
-                                                            "%an <%ae>" + S + "%d" + S + "%s");
-    EXPECT_NE(VNGitLogParser::logFormatArgument(true).find(S + "%ai" + S), std::string::npos);
+    EXPECT_EQ(VNGitLogParser::logFormatArgument(false),
+              "--format=%H%x00%h%x00%P%x00%ct %cI%x00%cn <%ce>%x00%an <%ae>%x00%d%x00%s");
+    EXPECT_NE(VNGitLogParser::logFormatArgument(true).find("%x00%at %aI%x00"), std::string::npos);
 }
 
 TEST(VNGitLogParserTest, DecorationsBecomeLabels) {
@@ -196,11 +185,14 @@ TEST(VNGitLogParserTest, LinesThatDoNotSplitIntoEightFieldsAreSkipped) {
     EXPECT_FALSE(VNGitLogParser::parseLogLine("", Scan::Full, nullptr));
     EXPECT_FALSE(VNGitLogParser::parseLogLine("plain text", Scan::Full, nullptr));
     // Seven fields: the subject field is missing.
-    std::string seven = H1 + S + "1" + S + "" + S + "d" + S + "c" + S + "a" + S + "deco";
+    std::string seven = H1 + N + "1" + N + "" + N + "d" + N + "c" + N + "a" + N + "deco";
     EXPECT_FALSE(VNGitLogParser::parseLogLine(seven, Scan::Full, nullptr));
-    auto rows = VNGitLogParser::parseLog(
-        "garbage\n" + logLine("", "", "kept") + "\n" + seven + "\n\n" + logLine("", "", "too"),
-        Scan::Full, nullptr);
+    // Nine: a field cannot hold the separator, so the line is no row rather than a shifted one.
+    std::string nine = logLine("", "", "s") + N + "more";
+    EXPECT_FALSE(VNGitLogParser::parseLogLine(nine, Scan::Full, nullptr));
+    auto rows = VNGitLogParser::parseLog("garbage\n" + logLine("", "", "kept") + "\n" + seven +
+                                             "\n" + nine + "\n\n" + logLine("", "", "too"),
+                                         Scan::Full, nullptr);
     ASSERT_EQ(rows.size(), 2u);
     EXPECT_EQ(entryOf(rows[0])->description(), "kept");
     EXPECT_EQ(entryOf(rows[1])->description(), "too");
@@ -214,7 +206,10 @@ TEST(VNGitLogParserTest, SubjectKeepsSeparatorsAndOddCharacters) {
         std::string expectedSubject;
     };
     const Case cases[] = {
-        {"separator in the subject", "a " + S + " b " + S, "Ann <a@x>", "a " + S + " b " + S},
+        {"record separator symbol in the subject", "a " + S + " b " + S, "Ann <a@x>",
+         "a " + S + " b " + S},
+        {"record separator symbol in the author", "s", "A" + S + "B " + S + " <a" + S + "@x>", "s"},
+        {"control bytes", "\x01\x1b[31mred\x7f", "\x1e\x1f <x@y>", "\x01\x1b[31mred\x7f"},
         {"quotes and backslashes", "say \"hi\" \\n C:\\dir\\", "O'Brien \"OB\" <o\\b@x>",
          "say \"hi\" \\n C:\\dir\\"},
         {"blanks and tabs", "  lead\tand trail  ", "Ann  Lee <a@x>", "  lead\tand trail  "},
@@ -242,47 +237,54 @@ TEST(VNGitLogParserTest, CrlfOutputParsesLikeLf) {
     EXPECT_EQ(entryOf(rows[1])->description(), "second");
 }
 
-TEST(VNGitLogParserTest, DateIsReadAsLocalTimeIgnoringTheOffset) {
-    auto row = VNGitLogParser::parseLogLine(
-        logLine("", "", "s", "A <a@x>", "2023-07-08 09:10:11 +0530"), Scan::Full, nullptr);
-    ASSERT_TRUE(row);
-    ASSERT_TRUE((*row)["date"].date());
-    EXPECT_EQ(*(*row)["date"].date(), localTime(2023, 7, 8, 9, 10, 11));
-    auto broken = VNGitLogParser::parseLogLine(logLine("", "", "s", "A <a@x>", "yesterday"),
-                                               Scan::Full, nullptr);
-    ASSERT_TRUE(broken);
-    EXPECT_TRUE((*broken)["date"].isNull());
-}
-
-// A listing reads its dates once per hour; the rows must carry what the shared reader gives
-// for each line on its own, also across daylight-saving changes.
-TEST(VNGitLogParserTest, ListingDatesEqualSingleLineDates) {
-    const char* dates[] = {
-        "2024-03-31 01:59:59 +0100", "2024-03-31 02:30:00 +0200",
-        "2024-03-31 03:00:01 +0200", "2024-10-27 02:15:00 +0200",
-        "2024-10-27 02:45:00 +0100", "2024-10-27 03:00:00 +0100",
-        "2024-10-27 02:15:00 +0100", "2016-12-31 23:59:60 +0000",
-        "2024-01-02 03:04:05",       "2024-01-02 03:04:05 +05:30",
-        "2024-01-02 03:61:05 +0000", "2024-13-02 03:04:05 +0000",
-        "2024-01-02 03:04:05 junk",  "yesterday",
+// Dates are an instant and the recorder's offset, the same in every time zone of the reader.
+TEST(VNGitLogParserTest, DatesKeepTheirOffsetInEveryTimeZone) {
+    struct Case {
+        const char* field;
+        int64_t seconds;
+        std::optional<int32_t> offset;
+        const char* json;
+    };
+    const Case cases[] = {
+        {"1709282100 2024-03-01T14:05:00+05:30", 1709282100, 19800,
+         "\"2024-03-01T14:05:00+05:30\""},
+        {"1709282100 2024-03-01T00:35:00-08:00", 1709282100, -28800,
+         "\"2024-03-01T00:35:00-08:00\""},
+        {"1709282100 2024-03-01T22:35:00+14:00", 1709282100, 50400,
+         "\"2024-03-01T22:35:00+14:00\""},
+        {"1709282100 2024-02-29T20:35:00-12:00", 1709282100, -43200,
+         "\"2024-02-29T20:35:00-12:00\""},
+        {"1709282100 2024-03-01T08:35:00Z", 1709282100, 0, "\"2024-03-01T08:35:00+00:00\""},
+        {"0 1970-01-01T00:00:00+00:00", 0, 0, "\"1970-01-01T00:00:00+00:00\""},
+        // Beyond what a point in time holds: clamped, never wrapped.
+        {"99999999999999999999 1970-01-01T00:00:00+00:00", 9223372036, 0,
+         "\"2262-04-11T23:47:16+00:00\""},
+        {"300000000000 11476-08-15T19:20:00+14:00", 9223372036, 50400,
+         "\"2262-04-12T13:47:16+14:00\""},
+        // No offset to be read: the instant alone, in UTC.
+        {"1709282100", 1709282100, std::nullopt, "\"2024-03-01T08:35:00Z\""},
+        {"1709282100 junk", 1709282100, std::nullopt, "\"2024-03-01T08:35:00Z\""},
     };
     const char* previous = std::getenv("TZ");
     std::string saved = previous ? previous : "";
-    for (const char* zone : {"Europe/Berlin", "America/New_York", "Australia/Lord_Howe", "UTC"}) {
+    for (const char* zone : {"UTC", "Asia/Kolkata", "America/Los_Angeles", "Pacific/Kiritimati",
+                             "Etc/GMT+12", "Australia/Lord_Howe"}) {
         SCOPED_TRACE(zone);
         ::setenv("TZ", zone, 1);
         ::tzset();
-        std::string text;
-        for (const char* date : dates) {
-            text += logLine("", "", date, "A <a@x>", date) + "\n";
-        }
-        auto rows = VNGitLogParser::parseLog(text, Scan::Full, nullptr);
-        ASSERT_EQ(rows.size(), std::size(dates));
-        for (std::size_t i = 0; i < rows.size(); ++i) {
-            SCOPED_TRACE(dates[i]);
-            auto single = VNGitLogParser::parseLogLine(logLine("", "", "s", "A <a@x>", dates[i]),
-                                                       Scan::Full, nullptr);
-            EXPECT_EQ(rows[i]["date"], (*single)["date"]);
+        for (const Case& c : cases) {
+            SCOPED_TRACE(c.field);
+            auto row = VNGitLogParser::parseLogLine(logLine("", "", "s", "A <a@x>", c.field),
+                                                    Scan::Full, nullptr);
+            ASSERT_TRUE(row);
+            const vn::Value& date = (*row)["date"];
+            ASSERT_TRUE(date.date());
+            EXPECT_EQ(
+                std::chrono::duration_cast<std::chrono::seconds>(date.date()->time_since_epoch())
+                    .count(),
+                c.seconds);
+            EXPECT_EQ(date.dateOffset(), c.offset);
+            EXPECT_EQ(vn::toJson(date), c.json);
         }
     }
     if (previous) {
@@ -291,6 +293,17 @@ TEST(VNGitLogParserTest, ListingDatesEqualSingleLineDates) {
         ::unsetenv("TZ");
     }
     ::tzset();
+    for (const char* broken : {"", "yesterday", "-5 1969-12-31T23:59:55+00:00", "12x4 +0000"}) {
+        SCOPED_TRACE(broken);
+        auto row = VNGitLogParser::parseLogLine(logLine("", "", "s", "A <a@x>", broken), Scan::Full,
+                                                nullptr);
+        ASSERT_TRUE(row);
+        if (std::string_view(broken).starts_with("-5")) {
+            EXPECT_EQ(std::chrono::system_clock::to_time_t(*(*row)["date"].date()), -5);
+        } else {
+            EXPECT_TRUE((*row)["date"].isNull());
+        }
+    }
 }
 
 TEST(VNGitLogParserTest, Annotation) {
@@ -301,9 +314,10 @@ TEST(VNGitLogParserTest, Annotation) {
 }
 
 TEST(VNGitLogParserTest, Details) {
-    std::string text = H1 + S + "1111111" + S + H2 + " " + H3 + S + "2024-01-02 03:04:05 +0000" +
-                       S + "2024-02-03 04:05:06 +0000" + S + "Ann <a@x>" + S + "Cid <c@x>" + S +
-                       " (HEAD -> refs/heads/main, tag: refs/tags/v1)" + S + "Subject " + S +
+    std::string text = H1 + N + "1111111" + N + H2 + " " + H3 + N +
+                       "1704164645 2024-01-02T08:34:05+05:30" + N +
+                       "1706933106 2024-02-02T20:05:06-08:00" + N + "Ann <a@x>" + N + "Cid <c@x>" +
+                       N + " (HEAD -> refs/heads/main, tag: refs/tags/v1)" + N + "Subject " + S +
                        "\n  continued\n\nBody line 1\nBody line 2\n\n";
     auto details = VNGitLogParser::parseDetails(text, false, nullptr);
     ASSERT_TRUE(details);
@@ -317,11 +331,11 @@ TEST(VNGitLogParserTest, Details) {
     EXPECT_EQ(view(entryOf(*details)->labels()),
               (std::vector<LabelView>{{"main", 0, "", true}, {"v1", 1, "", false}}));
     ASSERT_EQ((*details)["parents"].array()->size(), 2u);
-    EXPECT_EQ(*details->find("authordate")->date(), localTime(2024, 1, 2, 3, 4, 5));
-    EXPECT_EQ(*details->find("committerdate")->date(), localTime(2024, 2, 3, 4, 5, 6));
-    EXPECT_EQ(*details->find("date")->date(), localTime(2024, 2, 3, 4, 5, 6));
+    EXPECT_EQ(vn::toJson(*details->find("authordate")), "\"2024-01-02T08:34:05+05:30\"");
+    EXPECT_EQ(vn::toJson(*details->find("committerdate")), "\"2024-02-02T20:05:06-08:00\"");
+    EXPECT_EQ(vn::toJson(*details->find("date")), "\"2024-02-02T20:05:06-08:00\"");
     auto byAuthor = VNGitLogParser::parseDetails(text, true, nullptr);
-    EXPECT_EQ(*byAuthor->find("date")->date(), localTime(2024, 1, 2, 3, 4, 5));
+    EXPECT_EQ(vn::toJson(*byAuthor->find("date")), "\"2024-01-02T08:34:05+05:30\"");
     EXPECT_FALSE(VNGitLogParser::parseDetails("not a commit", false, nullptr));
 }
 
@@ -416,6 +430,9 @@ TEST(VNGitLogParserTest, BlamePorcelain) {
     EXPECT_EQ(lines[0].string("linecontents"), "line one");
     ASSERT_TRUE(lines[0]["date"].date());
     EXPECT_EQ(std::chrono::system_clock::to_time_t(*lines[0]["date"].date()), 1704164645);
+    EXPECT_EQ(lines[0]["date"].dateOffset(), 0);
+    // No "author-tz": the instant alone.
+    EXPECT_EQ(lines[2]["date"].dateOffset(), std::nullopt);
     // The second line of a group repeats no headers but has the same commit's author.
     EXPECT_EQ(lines[1].string("user"), "Ann Author <ann@x>");
     EXPECT_EQ(lines[1].string("linecontents"), "\tindented");

@@ -11,6 +11,7 @@ namespace {
 using namespace std::string_literals;
 using Pairs = std::map<std::string, std::string>;
 
+const std::string N(1, '\0');
 const std::string S(VNGitLogParser::FieldSeparator);
 
 std::vector<int64_t> counts(const vn::Record& record, const std::string& branch) {
@@ -110,17 +111,27 @@ TEST(VNGitRefsParserTest, RemoteVerbose) {
         "spaced\t/srv/my  repos/r (fetch)\n"
         "spaced\t/srv/my  repos/r (push)\n"
         "bare\n"
-        "odd\turl-without-marker\n";
+        "odd\turl-without-marker\n"
+        "mirror\thttps://a.example/r (fetch)\n"
+        "mirror\thttps://a.example/r (push)\n"
+        "mirror\thttps://b.example/r (fetch) (push)\n";
     vn::Record remotes = VNGitRefsParser::parseRemoteVerbose(output);
-    EXPECT_EQ(remotes.keys(), (std::vector<std::string>{"origin", "spaced", "odd"}));
-    // The push URL, printed last, wins.
-    EXPECT_EQ(remotes.string("origin"), "ssh://git@example.com/r.git");
-    // Words are joined by single blanks.
-    EXPECT_EQ(remotes.string("spaced"), "/srv/my repos/r");
-    EXPECT_EQ(remotes.string("odd"), "url-without-marker");
+    EXPECT_EQ(remotes.keys(), (std::vector<std::string>{"origin", "spaced", "mirror"}));
+    // The fetch URL is the remote's; blanks inside it are kept.
+    EXPECT_EQ(remotes.string("origin"), "https://example.com/r.git");
+    EXPECT_EQ(remotes.string("spaced"), "/srv/my  repos/r");
+    EXPECT_EQ(remotes.string("mirror"), "https://a.example/r");
+
+    auto urls = VNGitRefsParser::parseRemoteUrls(output);
+    ASSERT_EQ(urls.size(), 3u);
+    EXPECT_EQ(urls[0].fetchUrl, "https://example.com/r.git");
+    EXPECT_EQ(urls[0].pushUrls, (std::vector<std::string>{"ssh://git@example.com/r.git"}));
+    // Several push URLs, one of them ending like a marker.
+    EXPECT_EQ(urls[2].pushUrls,
+              (std::vector<std::string>{"https://a.example/r", "https://b.example/r (fetch)"}));
 
     auto paths = VNGitRefsParser::parseRemotePaths(output);
-    ASSERT_EQ(paths.size(), 2u);
+    ASSERT_EQ(paths.size(), 3u);
     EXPECT_EQ(paths[0].string("name"), "origin");
     EXPECT_EQ(paths[0].string("path"), "https://example.com/r.git");
     // Here the path is kept exactly, because it is written back.
@@ -152,12 +163,12 @@ TEST(VNGitRefsParserTest, StashList) {
 TEST(VNGitRefsParserTest, RefLabels) {
     std::string c1(40, '1'), c2(40, '2'), tagObject(40, 't');
     std::string output =
-        "*" + S + "refs/heads/main" + S + c1 + S + "" + S + "\n" + " " + S + "refs/heads/Zeta" + S +
-        c2 + S + "" + S + "\n" + " " + S + "refs/tags/annotated" + S + tagObject + S + c1 + S +
-        "\n" + " " + S + "refs/tags/light" + S + c2 + S + "" + S + "\n" + " " + S +
-        "refs/remotes/origin/HEAD" + S + c1 + S + "" + S + "refs/remotes/origin/main\n" + " " + S +
-        "refs/remotes/origin/main" + S + c1 + S + "" + S + "\n" + " " + S + "refs/stash" + S + c2 +
-        S + "" + S + "\n";
+        "*" + N + "refs/heads/main" + N + c1 + N + "" + N + "\n" + " " + N + "refs/heads/Zeta" + N +
+        c2 + N + "" + N + "\n" + " " + N + "refs/tags/annotated" + N + tagObject + N + c1 + N +
+        "\n" + " " + N + "refs/tags/light" + N + c2 + N + "" + N + "\n" + " " + N +
+        "refs/remotes/origin/HEAD" + N + c1 + N + "" + N + "refs/remotes/origin/main\n" + " " + N +
+        "refs/remotes/origin/main" + N + c1 + N + "" + N + "\n" + " " + N + "refs/stash" + N + c2 +
+        S + "" + N + "\n";
     auto labels = VNGitRefsParser::parseRefLabels(output, true);
     ASSERT_EQ(labels.size(), 5u);
     EXPECT_EQ(labels[0]->label(), "main");
@@ -435,6 +446,45 @@ TEST(VNGitRefsParserTest, PushMappingFromRefspecsExpandsPatterns) {
     VNGitRefsParser::completePushMapping(info, show, settings);
     EXPECT_EQ(info.localToRemoteBranchPush(),
               (Pairs{{"feature/a", "feature/a"}, {"main", "main"}, {"topic", "topic"}}));
+}
+
+}  // namespace
+
+namespace {
+
+TEST(VNGitRefsParserTest, BranchRefsFields) {
+    auto line = [](const std::string& head, const std::string& ref, const std::string& upstream,
+                   const std::string& track) {
+        return head + N + ref + N + upstream + N + track + "\n";
+    };
+    std::string output =
+        line("*", "refs/heads/main", "refs/remotes/origin/main", "ahead 2, behind 7") +
+        line(" ", "refs/heads/ahead", "refs/remotes/up/stream/x", "ahead 3") +
+        line(" ", "refs/heads/behind", "refs/remotes/origin/behind", "behind 4") +
+        line(" ", "refs/heads/gone", "refs/remotes/origin/gone", "gone") +
+        line(" ", "refs/heads/local", "refs/heads/main", "ahead 1") +
+        line(" ", "refs/heads/feature/x", "refs/heads/main", "") +
+        // A subject never reaches these fields; a branch without upstream has none.
+        line(" ", "refs/heads/[origin/fake: ahead 99, behind 7]", "", "") +
+        line(" ", "refs/heads/same", "refs/remotes/origin/same", "") + "garbage\n" +
+        line(" ", "refs/tags/not-a-branch", "", "");
+    auto branches = VNGitRefsParser::parseBranchRefs(output);
+    ASSERT_EQ(branches.size(), 8u);
+    EXPECT_TRUE(branches[0].current);
+    EXPECT_EQ(branches[0].upstream, "origin/main");
+    EXPECT_EQ(branches[6].name, "[origin/fake: ahead 99, behind 7]");
+    EXPECT_EQ(branches[6].upstream, "");
+
+    vn::Record counts = VNGitRefsParser::aheadBehindFromBranchRefs(output);
+    EXPECT_EQ(counts.keys(), (std::vector<std::string>{"main", "ahead", "behind", "local"}));
+    EXPECT_EQ(counts["main"], vn::Value(vn::Value::Array{2, 7}));
+    EXPECT_EQ(counts["ahead"], vn::Value(vn::Value::Array{3, 0}));
+    EXPECT_EQ(counts["behind"], vn::Value(vn::Value::Array{0, 4}));
+
+    vn::Record tracking = VNGitRefsParser::trackingBranchesFromBranchRefs(output);
+    EXPECT_EQ(tracking.keys(),
+              (std::vector<std::string>{"main", "ahead", "behind", "gone", "same"}));
+    EXPECT_EQ(tracking.string("ahead"), "up/stream/x");
 }
 
 }  // namespace

@@ -45,8 +45,10 @@ TEST(VNGitStatusParser, StatusLettersOfEveryPairGitPrints) {
         {"RD", 64, 512, 64},
         {"C ", 4, 4, 1},
         {"CM", 2, 4, 2},
-        {" T", 1, 1, 1},
-        {"T ", 1, 1, 1},
+        // A type change (file to symbolic link) is a change.
+        {" T", 2, 1, 2},
+        {"T ", 2, 2, 1},
+        {"RT", 512, 512, 2},
         // Intent to add: the tree side "A" alone is no addition.
         {" A", 1, 1, 4},
         {"!!", 1, 1, 1},
@@ -257,7 +259,8 @@ TEST(VNGitStatusParser, SummaryCounts) {
                                                    "RM \"a b\" -> c\n"
                                                    "?? \"quoted folder/\"\n"
                                                    " T typechange\n");
-    EXPECT_EQ(counts.modified, 5u) << "changed, staged, sub, back\\slash, the renamed-and-changed";
+    EXPECT_EQ(counts.modified, 6u)
+        << "changed, staged, sub, back\\slash, the renamed-and-changed, the type change";
     EXPECT_EQ(counts.added, 1u);
     EXPECT_EQ(counts.removed, 1u);
     EXPECT_EQ(counts.missing, 1u);
@@ -266,9 +269,10 @@ TEST(VNGitStatusParser, SummaryCounts) {
     EXPECT_EQ(counts.unknown, 1u) << "folders are not counted";
     EXPECT_FALSE(counts.isClean());
 
-    auto untrackedOnly = VNGitStatusParser::countStatuses("?? a\n?? b\n T c\n");
+    auto untrackedOnly = VNGitStatusParser::countStatuses("?? a\n?? b\n");
     EXPECT_EQ(untrackedOnly.unknown, 2u);
     EXPECT_TRUE(untrackedOnly.isClean());
+    EXPECT_FALSE(VNGitStatusParser::countStatuses("?? a\n T c\n").isClean());
     EXPECT_TRUE(VNGitStatusParser::countStatuses("").isClean());
 }
 

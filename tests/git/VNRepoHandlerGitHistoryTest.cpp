@@ -635,7 +635,12 @@ TEST_F(HistoryTest, RemotesAddChangeAndRemove) {
     const std::string& path = remote.clone;
     EXPECT_EQ(git->remoteRepositories(path).string("origin"), remote.url());
     gitIn(path, {"remote", "set-url", "--push", "origin", "/somewhere/else"});
-    EXPECT_EQ(git->remoteRepositories(path).string("origin"), "/somewhere/else");
+    // The remote's URL stays where it fetches from; the push URL is kept beside it.
+    EXPECT_EQ(git->remoteRepositories(path).string("origin"), remote.url());
+    auto urls = git->remoteUrls(path);
+    ASSERT_EQ(urls.size(), 1u);
+    EXPECT_EQ(urls[0].string("fetchUrl"), remote.url());
+    EXPECT_EQ(urls[0]["pushUrls"], vn::Value(vn::Value::Array{"/somewhere/else"}));
     auto paths = git->remotePaths(path);
     ASSERT_EQ(paths.size(), 1u);
     EXPECT_EQ(paths[0].string("path"), remote.url());

@@ -205,10 +205,13 @@ TEST(VNRepoHandlerGitStatus, SummaryCountsAndCleanness) {
     std::string head = trimmed(fixture.repo.git({"rev-parse", "HEAD"}));
     vn::Record summary = handler->summary(fixture.repo.path());
     EXPECT_EQ(summary.keys(),
-              (std::vector<std::string>{"isclean", "ismerge", "isrebase", "isgraft", "isnewbranch",
-                                        "hasLargeFiles", "numfilesadded", "numfilesmodified",
-                                        "numfilesremoved", "numfilesunresolved", "numfilesunknown",
-                                        "numfilesmissing", "parent1", "parent2", "branch"}));
+              (std::vector<std::string>{"isclean",          "ismerge",         "isrebase",
+                                        "isgraft",          "isnewbranch",     "isam",
+                                        "isbisect",         "ischerrypick",    "isrevert",
+                                        "isdetached",       "hasLargeFiles",   "numfilesadded",
+                                        "numfilesmodified", "numfilesremoved", "numfilesunresolved",
+                                        "numfilesunknown",  "numfilesmissing", "parent1",
+                                        "parent2",          "branch",          "originalbranch"}));
     EXPECT_FALSE(summary.boolean("isclean"));
     EXPECT_FALSE(summary.boolean("ismerge"));
     EXPECT_FALSE(summary.boolean("isrebase"));
@@ -286,7 +289,7 @@ TEST(VNRepoHandlerGitStatus, EmptyRepository) {
     EXPECT_TRUE(handler->fileStatus(repo.path(), 1023).empty());
     vn::Record empty = handler->summary(repo.path());
     EXPECT_TRUE(empty.boolean("isclean"));
-    EXPECT_EQ(empty.string("branch"), "master") << "git lists no branch before the first commit";
+    EXPECT_EQ(empty.string("branch"), "main") << "the branch HEAD names, before its first commit";
     EXPECT_EQ(empty.string("parent1"), "");
 
     repo.write("staged.txt", "s\n");
@@ -299,7 +302,7 @@ TEST(VNRepoHandlerGitStatus, EmptyRepository) {
     EXPECT_EQ(summary.integer("numfilesadded"), 1);
     EXPECT_EQ(summary.integer("numfilesunknown"), 1);
     EXPECT_EQ(summary.string("parent1"), "");
-    EXPECT_EQ(handler->currentBranch(repo.path()), "master");
+    EXPECT_EQ(handler->currentBranch(repo.path()), "main");
     EXPECT_TRUE(alerts.alerts().empty()) << "a repository without commits is no error";
 }
 
