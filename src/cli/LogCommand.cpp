@@ -1,15 +1,23 @@
 #include <cstdlib>
+#include <functional>
 #include <iostream>
 #include <string>
+#include <tuple>
 
+#include "base/Format.h"
+#include "base/Json.h"
 #include "cli/Cli.h"
 #include "cli/GraphRenderer.h"
 #include "cli/HistoryCli.h"
 #include "git/VNRepoHandlerGit.h"
 #include "model/VNLogDescriptionEntry.h"
 #include "model/VNLogGraphEntry.h"
+#include "model/VNLogGraphLayout.h"
+#include "model/VNLogGraphStateCache.h"
+#include "model/VNLogLabel.h"
 #include "model/VNLogRowData.h"
 #include "platform/FileSystem.h"
+#include "platform/WorkQueue.h"
 
 namespace vn::cli {
 
@@ -42,27 +50,160 @@ std::vector<GraphRow> graphRowsOf(const std::vector<Record>& rows) {
     return graphRows;
 }
 
-// The graph state of the row before `skip`, laid out from the top, so that a later page joins
-// the lines of the pages before it.
-std::shared_ptr<const VNLogGraphEntry> graphStateBefore(VNRepoHandlerGit& handler,
-                                                        const std::string& path,
-                                                        const VNLogRowData& page) {
-    if (page.skip() == 0) {
-        return nullptr;
+// States are kept at this spacing while a deep page is reached, so that other deep pages start
+// near one.
+constexpr uint64_t StateSpacing = 10000;
+
+// The rows of one page as git prints them: the working-copy row first on a first page, each
+// batch laid out when the graph is asked for, then handed on. Nothing is kept.
+class PageReader {
+  public:
+    PageReader(VNRepoHandlerGit& handler, std::string path, VNLogRowData& page, bool graph)
+        : handler_(handler), path_(std::move(path)), page_(page), graph_(graph) {}
+
+    // The identity of the listing for the cache of graph states: the repository's refs, the
+    // options that change which rows come in which order, and whether the working-copy row
+    // leads the listing.
+    std::string identity(bool dirty) {
+        std::string refs = handler_.historyIdentity(path_);
+        if (refs.empty()) {
+            return {};
+        }
+        return vn::format("log graph v1 options=%llu branch=%@ all=%u dirty=%u\n",
+                          static_cast<unsigned long long>(page_.logOptions()),
+                          page_.selectedBranch(), static_cast<unsigned>(page_.allBranches()),
+                          static_cast<unsigned>(dirty)) +
+               refs;
     }
-    VNLogRowData before;
-    before.setLimit(page.skip());
-    before.setShowRemotes(page.showRemotes());
-    before.setAllBranches(page.allBranches());
-    before.setSelectedBranch(page.selectedBranch());
-    before.setFollowFirst(page.followFirst());
-    before.setOrderingOption(page.orderingOption());
-    handler.fillLogPage(path, before);
-    if (before.logRows().empty()) {
-        return nullptr;
+
+    // Lays out the rows before the page: from the nearest state the cache knows, else from the
+    // top. The states passed on the way are remembered.
+    std::shared_ptr<const VNLogGraphEntry> stateBefore(VNLogGraphStateCache* cache,
+                                                       const std::optional<Record>& workingCopy) {
+        uint64_t skip = page_.skip();
+        uint64_t from = 0;
+        std::shared_ptr<const VNLogGraphEntry> state;
+        if (cache) {
+            if (auto known = cache->nearest(skip)) {
+                std::tie(from, state) = *known;
+            }
+        }
+        if (from == skip) {
+            return state;
+        }
+        VNLogGraphLayout layout(state, page_.followFirst());
+        if (from == 0 && workingCopy) {
+            Record row = *workingCopy;
+            layout.addRow(row);
+        }
+        uint64_t done = from;
+        bool ok = handler_.streamLogRevisions(path_, from, skip - from, branch(),
+                                              page_.logOptions(), [&](std::vector<Record>& rows) {
+                                                  for (Record& row : rows) {
+                                                      layout.addRow(row);
+                                                      if (++done % StateSpacing == 0 && cache) {
+                                                          cache->remember(done, layout.state());
+                                                      }
+                                                  }
+                                              });
+        return ok ? layout.state() : nullptr;
     }
-    return before.logRows().back()["graph"].objectAs<VNLogGraphEntry>();
-}
+
+    // Reads the page, handing each batch to `emit`; answers whether git succeeded.
+    bool read(std::shared_ptr<const VNLogGraphEntry> base, std::optional<Record> workingCopy,
+              const std::function<void(std::vector<Record>&)>& emit) {
+        VNLogGraphLayout layout(std::move(base), page_.followFirst());
+        uint64_t count = 0;
+        bool found = false;
+        auto take = [&](std::vector<Record>& rows) {
+            count += rows.size();
+            if (workingCopy) {
+                rows.insert(rows.begin(), std::move(*workingCopy));
+                workingCopy.reset();
+            }
+            if (graph_) {
+                layout.addRows(rows);
+            }
+            for (const Record& row : rows) {
+                if (auto entry = row["descriptionentry"].objectAs<VNLogDescriptionEntry>()) {
+                    for (const auto& label : entry->labels()) {
+                        if (label->currentMarker()) {
+                            found = true;
+                            if (page_.currentBranch().empty()) {
+                                page_.setCurrentBranch(label->label());
+                            }
+                        }
+                    }
+                }
+            }
+            emit(rows);
+        };
+        page_.setFirstRowIsWorkingDir(workingCopy.has_value());
+        bool ok = handler_.streamLogRevisions(path_, page_.skip(), page_.limit(), branch(),
+                                              page_.logOptions(), take);
+        if (workingCopy) {
+            // An empty listing still shows the uncommitted changes.
+            std::vector<Record> rows;
+            take(rows);
+        }
+        page_.setMoreRevisions(ok && page_.limit() != 0 && count >= page_.limit());
+        page_.setCurrentBranchFound(found);
+        rowCount_ = count;
+        endState_ = layout.state();
+        return ok;
+    }
+
+    uint64_t rowCount() const { return rowCount_; }
+    const std::shared_ptr<const VNLogGraphEntry>& endState() const { return endState_; }
+
+  private:
+    std::optional<std::string> branch() const {
+        if (!page_.allBranches() && !page_.selectedBranch().empty()) {
+            return page_.selectedBranch();
+        }
+        return std::nullopt;
+    }
+
+    VNRepoHandlerGit& handler_;
+    std::string path_;
+    VNLogRowData& page_;
+    bool graph_;
+    uint64_t rowCount_ = 0;
+    std::shared_ptr<const VNLogGraphEntry> endState_;
+};
+
+// A page written as JSON while it is read from git.
+class StreamedPage : public vn::Object {
+  public:
+    using Reader = std::function<void(const std::function<void(std::vector<Record>&)>&)>;
+    StreamedPage(const VNLogRowData& page, Reader reader)
+        : page_(page), reader_(std::move(reader)) {}
+
+    Value jsonValue() const override {
+        std::vector<Record> all;
+        reader_([&](std::vector<Record>& rows) {
+            all.insert(all.end(), std::make_move_iterator(rows.begin()),
+                       std::make_move_iterator(rows.end()));
+        });
+        Value value = page_.jsonValue();
+        Record record = value.record() ? *value.record() : Record();
+        record.set("logRows", Value::Array(all.begin(), all.end()));
+        return record;
+    }
+    void writeJson(JsonWriter& writer) const override {
+        page_.writeJsonRequest(writer);
+        reader_([&](std::vector<Record>& rows) {
+            for (const Record& row : rows) {
+                VNLogRowData::writeJsonRow(writer, row);
+            }
+        });
+        page_.writeJsonResult(writer);
+    }
+
+  private:
+    const VNLogRowData& page_;
+    Reader reader_;
+};
 
 }  // namespace
 
@@ -114,8 +255,8 @@ int runLog(Arguments& args) {
     }
     if (limitText) {
         auto value = history::parseCount(*limitText);
-        if (!value || *value == 0) {
-            return usageError("--limit needs a number above 0");
+        if (!value) {
+            return usageError("--limit needs a number (0 for the whole history)");
         }
         limit = *value;
     }
@@ -146,29 +287,76 @@ int runLog(Arguments& args) {
     if (svgFile && !graph) {
         return usageError("--svg goes with --graph");
     }
-    page->setBaseGraphState(graphStateBefore(handler, workingCopy->path, *page));
-    handler.fillLogPage(workingCopy->path, *page);
+
+    // The working-copy row leads a first page; its status runs beside the rest.
+    std::optional<Record> workingCopyRow;
+    vn::WorkGroup statusGroup;
+    bool wantWorkingCopy = skip == 0 || graph;
+    if (wantWorkingCopy) {
+        vn::WorkQueue::global().async(
+            statusGroup, [&] { workingCopyRow = handler.workingCopyRow(workingCopy->path); });
+    }
+    auto waitForStatus = [&] {
+        statusGroup.wait();
+        return workingCopyRow;
+    };
+
+    PageReader reader(handler, workingCopy->path, *page, graph);
+    std::optional<VNLogGraphStateCache> cache;
+    if (graph && (skip > 0 || limit != 0)) {
+        std::string identity = reader.identity(waitForStatus().has_value());
+        if (!identity.empty()) {
+            cache.emplace(VNLogGraphStateCache::defaultFolder(), std::move(identity));
+        }
+    }
+    if (graph && skip > 0) {
+        auto state = reader.stateBefore(cache ? &*cache : nullptr, waitForStatus());
+        page->setBaseGraphState(state);
+        if (cache && state) {
+            cache->remember(skip, state);
+        }
+    }
+    auto base = std::dynamic_pointer_cast<const VNLogGraphEntry>(page->baseGraphState());
+    auto readPage = [&](const std::function<void(std::vector<Record>&)>& emit) {
+        std::optional<Record> first = skip == 0 ? waitForStatus() : std::nullopt;
+        reader.read(base, std::move(first), emit);
+        if (cache && page->moreRevisions() && reader.endState()) {
+            cache->remember(skip + reader.rowCount(), reader.endState());
+        }
+        if (cache) {
+            cache->save();
+        }
+    };
 
     if (svgFile) {
+        readPage([&](std::vector<Record>& rows) {
+            page->logRows().insert(page->logRows().end(), std::make_move_iterator(rows.begin()),
+                                   std::make_move_iterator(rows.end()));
+        });
         std::string error;
         if (!fs::writeFileAtomically(*svgFile, drawGraphSvg(graphRowsOf(page->logRows())),
                                      &error)) {
             std::cerr << "vrnl: " << error << "\n";
             return 1;
         }
-    }
-    if (json) {
-        printJson(Value(page));
+        if (json) {
+            printJson(Value(page));
+            return 0;
+        }
+        printHistoryRows(page->logRows(), graph);
+    } else if (json) {
+        printJson(Value(std::make_shared<StreamedPage>(*page, readPage)));
         return 0;
+    } else {
+        readPage([&](std::vector<Record>& rows) { printHistoryRows(rows, graph); });
     }
-    printHistoryRows(page->logRows(), graph);
     if (page->moreRevisions()) {
         // The command for the next page, with the options of this one.
         std::string next = "vrnl log";
         if (!rest.empty()) {
             next.append(" ").append(rest[0]);
         }
-        next.append(" --skip ").append(std::to_string(skip + limit));
+        next.append(" --skip ").append(std::to_string(skip + reader.rowCount()));
         if (limitText) {
             next.append(" --limit ").append(std::to_string(limit));
         }

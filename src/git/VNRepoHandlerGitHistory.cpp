@@ -49,6 +49,12 @@ std::shared_ptr<VNTask> runGit(VNRepoHandlerGit& handler, const std::string& pat
     return task;
 }
 
+std::vector<std::string> withArgs(std::vector<std::string> base,
+                                  std::initializer_list<const char*> more) {
+    base.insert(base.end(), more.begin(), more.end());
+    return base;
+}
+
 bool authorDatePreferred() {
     return vn::Preferences::standard().boolForKey("gitLogUseAuthorDate");
 }
@@ -123,6 +129,22 @@ std::vector<vn::Record> VNRepoHandlerGit::logRevisions(const std::string& path,
                                                        uint64_t skip, uint64_t limit,
                                                        const std::optional<std::string>& branch,
                                                        uint64_t options) {
+    std::vector<vn::Record> all;
+    bool ok = streamLogRevisions(
+        path, skip, limit, branch, options, [&all](std::vector<vn::Record>& rows) {
+            if (all.empty()) {
+                all = std::move(rows);
+            } else {
+                all.insert(all.end(), std::make_move_iterator(rows.begin()),
+                           std::make_move_iterator(rows.end()));
+            }
+        });
+    return ok ? std::move(all) : std::vector<vn::Record>();
+}
+
+bool VNRepoHandlerGit::streamLogRevisions(const std::string& path, uint64_t skip, uint64_t limit,
+                                          const std::optional<std::string>& branch,
+                                          uint64_t options, const LogRowsReceiver& receive) {
     // The annotations come from `branch -vv`, which runs beside the log. With a branch and its
     // remote the upstream must be known before the log starts, so it runs first instead.
     vn::Record aheadBehind;
@@ -142,7 +164,6 @@ std::vector<vn::Record> VNRepoHandlerGit::logRevisions(const std::string& path,
         annotations.emplace(
             [this, &path, &aheadBehind] { aheadBehind = branchesWithCommitsAheadBehind(path); });
     }
-
     std::vector<std::string> args;
     if (skip != 0) {
         args.push_back(vn::format("--skip=%llu", static_cast<unsigned long long>(skip)));
@@ -183,15 +204,60 @@ std::vector<vn::Record> VNRepoHandlerGit::logRevisions(const std::string& path,
 
     auto task = gitTask(*this, path, "log", std::move(args));
     task->setLossyUTF8Output(true);
+    // Whole lines are parsed as they arrive; a line cut at a chunk's end waits for the rest.
+    std::string partial;
+    std::vector<vn::Record> rows;
+    auto parseLines = [&](std::string_view text) {
+        if (annotations) {
+            annotations->wait();  // the labels need the ahead/behind counts
+        }
+        rows = VNGitLogParser::parseLog(text, LabelScan::Full, &aheadBehind);
+        if (!rows.empty()) {
+            receive(rows);
+        }
+    };
+    task->setOutputConsumer([&](std::string_view chunk) {
+        std::size_t lastLine = chunk.rfind('\n');
+        if (lastLine == std::string_view::npos) {
+            partial.append(chunk);
+            return;
+        }
+        if (partial.empty()) {
+            parseLines(chunk.substr(0, lastLine + 1));
+        } else {
+            partial.append(chunk.substr(0, lastLine + 1));
+            parseLines(partial);
+            partial.clear();
+        }
+        partial.assign(chunk.substr(lastLine + 1));
+    });
     bool ok = task->run();
+    if (!partial.empty()) {
+        parseLines(partial);
+    }
     if (annotations) {
         annotations->wait();
     }
     if (!ok) {
         handleGitFailure("git log", task->exitCode(), task->errorOutput(), true);
+        return false;
+    }
+    return true;
+}
+
+std::string VNRepoHandlerGit::historyIdentity(const std::string& path) {
+    auto refs = runGit(*this, path, "for-each-ref", {"--format=%(objectname) %(refname)"});
+    auto heads = VNTask::taskWithCommand(
+        gitPath(), path,
+        withArgs(defaultArgsForPath(path, "rev-parse"),
+                 {"--absolute-git-dir", "HEAD", "--symbolic-full-name", "HEAD"}));
+    if (!refs || !heads->run()) {
         return {};
     }
-    return VNGitLogParser::parseLog(task->output(), LabelScan::Full, &aheadBehind);
+    std::string mergeHead;
+    std::vector<std::string> others;
+    parseMergeHeadFileParents(path, mergeHead, others);
+    return heads->output() + "merge " + mergeHead + "\n" + refs->output();
 }
 
 std::vector<vn::Record> VNRepoHandlerGit::logRevisions(
@@ -245,16 +311,6 @@ std::vector<vn::Record> VNRepoHandlerGit::logRevisions(
     }
     return VNGitLogParser::parseLog(task->output(), LabelScan::Full, &aheadBehind);
 }
-
-namespace {
-
-std::vector<std::string> withArgs(std::vector<std::string> base,
-                                  std::initializer_list<const char*> more) {
-    base.insert(base.end(), more.begin(), more.end());
-    return base;
-}
-
-}  // namespace
 
 std::optional<vn::Record> VNRepoHandlerGit::workingCopyRow(const std::string& path) {
     // Tracked and untracked changes both count: either is something to commit.

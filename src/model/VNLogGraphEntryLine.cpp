@@ -1,6 +1,7 @@
 #include "model/VNLogGraphEntryLine.h"
 
 #include "base/Format.h"
+#include "base/Json.h"
 #include "base/Record.h"
 
 VNLogGraphEntryLine::VNLogGraphEntryLine(uint32_t col) : endCol(col), startCol(col) {}
@@ -43,4 +44,18 @@ vn::Value VNLogGraphEntryLine::jsonValue() const {
         {"sharedStart", sharedStart},
         {"isBlank", isBlank},
     };
+}
+
+void VNLogGraphEntryLine::writeJson(vn::JsonWriter& writer) const {
+    writer.beginObject();
+    writer.member("endCol", static_cast<uint64_t>(endCol));
+    writer.member("startCol", static_cast<uint64_t>(startCol));
+    writer.key("lineColour");
+    lineColour.writeJson(writer);
+    writer.member("lineContext", lineContext());
+    writer.member("terminates", terminates);
+    writer.member("originates", originates);
+    writer.member("sharedStart", sharedStart);
+    writer.member("isBlank", isBlank);
+    writer.endObject();
 }

@@ -43,6 +43,7 @@ class VNLogGraphEntryLine {
 
     std::string description() const;
     vn::Value jsonValue() const;
+    void writeJson(vn::JsonWriter& writer) const;
 
   private:
     std::shared_ptr<const std::string> context_;
