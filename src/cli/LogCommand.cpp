@@ -53,6 +53,8 @@ std::vector<GraphRow> graphRowsOf(const std::vector<Record>& rows) {
 // States are kept at this spacing while a deep page is reached, so that other deep pages start
 // near one.
 constexpr uint64_t StateSpacing = 10000;
+// The largest page read beside the layout of the rows above it.
+constexpr uint64_t PrefetchLimit = 10000;
 
 // The rows of one page as git prints them: the working-copy row first on a first page, each
 // batch laid out when the graph is asked for, then handed on. Nothing is kept.
@@ -97,19 +99,31 @@ class PageReader {
             layout.addRow(row);
         }
         uint64_t done = from;
-        bool ok = handler_.streamLogRevisions(path_, from, skip - from, branch(),
-                                              page_.logOptions(), [&](std::vector<Record>& rows) {
-                                                  for (Record& row : rows) {
-                                                      layout.addRow(row);
-                                                      if (++done % StateSpacing == 0 && cache) {
-                                                          cache->remember(done, layout.state());
-                                                      }
-                                                  }
-                                              });
+        // Only the hashes and parents of these rows: they are laid out, never shown.
+        bool ok = handler_.streamLogTopology(
+            path_, from, skip - from, branch(), page_.logOptions(),
+            [&](std::string_view rev, const std::vector<std::string_view>& parents) {
+                layout.addRevision(rev, parents);
+                if (++done % StateSpacing == 0 && cache) {
+                    cache->remember(done, layout.state());
+                }
+            });
         return ok ? layout.state() : nullptr;
     }
 
-    // Reads the page, handing each batch to `emit`; answers whether git succeeded.
+    // Reads the page's rows without laying them out, to be handed to `read` later.
+    void prefetch() {
+        prefetchOk_ = handler_.streamLogRevisions(
+            path_, page_.skip(), page_.limit(), branch(), page_.logOptions(),
+            [&](std::vector<Record>& rows) {
+                prefetched_.insert(prefetched_.end(), std::make_move_iterator(rows.begin()),
+                                   std::make_move_iterator(rows.end()));
+            });
+        hasPrefetched_ = true;
+    }
+
+    // Reads the page (or takes the rows `prefetch` read), handing each batch to `emit`; answers
+    // whether git succeeded.
     bool read(std::shared_ptr<const VNLogGraphEntry> base, std::optional<Record> workingCopy,
               const std::function<void(std::vector<Record>&)>& emit) {
         VNLogGraphLayout layout(std::move(base), page_.followFirst());
@@ -139,8 +153,15 @@ class PageReader {
             emit(rows);
         };
         page_.setFirstRowIsWorkingDir(workingCopy.has_value());
-        bool ok = handler_.streamLogRevisions(path_, page_.skip(), page_.limit(), branch(),
-                                              page_.logOptions(), take);
+        bool ok;
+        if (hasPrefetched_) {
+            ok = prefetchOk_;
+            take(prefetched_);
+            prefetched_.clear();
+        } else {
+            ok = handler_.streamLogRevisions(path_, page_.skip(), page_.limit(), branch(),
+                                             page_.logOptions(), take);
+        }
         if (workingCopy) {
             // An empty listing still shows the uncommitted changes.
             std::vector<Record> rows;
@@ -170,6 +191,9 @@ class PageReader {
     bool graph_;
     uint64_t rowCount_ = 0;
     std::shared_ptr<const VNLogGraphEntry> endState_;
+    std::vector<Record> prefetched_;
+    bool hasPrefetched_ = false;
+    bool prefetchOk_ = false;
 };
 
 // A page written as JSON while it is read from git.
@@ -208,21 +232,25 @@ class StreamedPage : public vn::Object {
 }  // namespace
 
 void printHistoryRows(const std::vector<Record>& rows, bool graph) {
-    std::vector<std::string> graphText;
-    if (graph) {
-        graphText = drawGraphText(graphRowsOf(rows), useColour(), terminalTakesTrueColour());
-    }
+    const bool coloured = useColour();
+    const bool trueColour = coloured && terminalTakesTrueColour();
     std::string out;
-    for (std::size_t i = 0; i < rows.size(); ++i) {
+    for (const Record& row : rows) {
+        const bool workingCopyRow = row.string("rev") == "-1";
         if (graph) {
-            out.append(graphText[i]).append(" ");
+            // Each row as wide as its own graph: rows are printed as they come, before the
+            // widest is known.
+            if (auto entry = row["graph"].objectAs<VNLogGraphEntry>()) {
+                appendGraphText(out, *entry, workingCopyRow, coloured, trueColour);
+            }
+            out += ' ';
         }
-        if (rows[i].string("rev") == "-1") {
+        if (workingCopyRow) {
             out.append(colour("Uncommitted changes", "1"));
         } else {
-            out += history::rowLine(rows[i]);
+            out += history::rowLine(row);
         }
-        out += "\n";
+        out += '\n';
     }
     std::cout << out << std::flush;
 }
@@ -310,7 +338,15 @@ int runLog(Arguments& args) {
         }
     }
     if (graph && skip > 0) {
+        // While the rows above the page are laid out, git reads the page itself beside it (a
+        // page of bounded size: it is held until its graph can start).
+        vn::WorkGroup pageGroup;
+        auto known = cache ? cache->nearest(skip) : std::nullopt;
+        if ((!known || known->first != skip) && limit != 0 && limit <= PrefetchLimit) {
+            vn::WorkQueue::global().async(pageGroup, [&reader] { reader.prefetch(); });
+        }
         auto state = reader.stateBefore(cache ? &*cache : nullptr, waitForStatus());
+        pageGroup.wait();
         page->setBaseGraphState(state);
         if (cache && state) {
             cache->remember(skip, state);

@@ -144,6 +144,13 @@ class VNRepoHandlerGit : public VNRepoHandlerBase {
     bool streamLogRevisions(const std::string& path, uint64_t skip, uint64_t limit,
                             const std::optional<std::string>& branch, uint64_t options,
                             const LogRowsReceiver& receive);
+    // The same listing reduced to each revision's hash and parents (first parent first), for
+    // laying out the graph of rows that are not shown.
+    using LogTopologyReceiver =
+        std::function<void(std::string_view rev, const std::vector<std::string_view>& parents)>;
+    bool streamLogTopology(const std::string& path, uint64_t skip, uint64_t limit,
+                           const std::optional<std::string>& branch, uint64_t options,
+                           const LogTopologyReceiver& receive);
     // Text that changes whenever the rows of a log listing in this working copy could: the
     // repository's folder, every reference with its commit, HEAD and the merge in progress.
     // Empty when it cannot be told.

@@ -8,7 +8,11 @@ VNLogGraphEntryLine::VNLogGraphEntryLine(uint32_t col) : endCol(col), startCol(c
 
 VNLogGraphEntryLine::VNLogGraphEntryLine(uint32_t col, VNLogGraphColour colour,
                                          std::shared_ptr<const std::string> context)
-    : endCol(col), startCol(col), lineColour(colour), context_(std::move(context)) {
+    : endCol(col),
+      startCol(col),
+      lineColour(colour),
+      context_(std::move(context)),
+      contextKey_(contextKey(lineContext())) {
     originates = lineContext().empty();
 }
 
@@ -19,9 +23,9 @@ VNLogGraphEntryLine VNLogGraphEntryLine::newHead(uint32_t col, VNLogGraphColour 
     return line;
 }
 
-const std::string& VNLogGraphEntryLine::lineContext() const {
+const std::string& VNLogGraphEntryLine::noContext() {
     static const std::string none;
-    return context_ ? *context_ : none;
+    return none;
 }
 
 std::string VNLogGraphEntryLine::description() const {

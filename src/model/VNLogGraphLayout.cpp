@@ -3,10 +3,28 @@
 #include <algorithm>
 #include <cctype>
 #include <cstdlib>
+#include <cstring>
 
 namespace {
 
 using Line = VNLogGraphEntryLine;
+
+// Contexts are mostly hashes that already differ in their first bytes: those are compared
+// inline, which is most of the work of walking a wide row.
+bool sameText(const std::string& a, std::string_view b) {
+    if (a.size() != b.size()) {
+        return false;
+    }
+    if (a.size() >= 8) {
+        uint64_t x, y;
+        std::memcpy(&x, a.data(), 8);
+        std::memcpy(&y, b.data(), 8);
+        if (x != y) {
+            return false;
+        }
+    }
+    return std::memcmp(a.data(), b.data(), a.size()) == 0;
+}
 
 const std::string& textOf(const vn::Record& row, std::string_view key) {
     static const std::string empty;
@@ -81,10 +99,10 @@ VNLogGraphColour VNLogGraphLayout::newColour(const VNLogGraphEntry& entry) {
     // mask per colour instead.
     uint32_t taken = entry.commitColour.similarCandidates();
     for (const Segment& segment : segments_) {
-        taken |= segment.colour.similarCandidates();
+        taken |= segment.colour->similarCandidates();
     }
     for (const Segment& segment : pending_) {
-        taken |= segment.colour.similarCandidates();
+        taken |= segment.colour->similarCandidates();
     }
     if (const VNLogGraphEntry* previous = previous_.get()) {
         taken |=
@@ -107,6 +125,7 @@ std::shared_ptr<const VNLogGraphEntry> VNLogGraphLayout::layout(std::string_view
                                                                 bool workingCopy) {
     const VNLogGraphColour grey = VNLogGraphColour::grey();
     const VNLogGraphEntry* prev = previous_.get();
+    const uint64_t revKey = Line::contextKey(rev);
     auto entry = std::make_shared<VNLogGraphEntry>();
     segments_.clear();
     pending_.clear();
@@ -115,7 +134,22 @@ std::shared_ptr<const VNLogGraphEntry> VNLogGraphLayout::layout(std::string_view
 
     auto mergeColour = [&] { return workingCopy ? grey : newColour(*entry); };
     auto findInPrevious = [&](const std::string& context) -> const Line* {
-        return prev ? vn::graph::findCommonContextLine(context, prev->lineColumns) : nullptr;
+        if (prev) {
+            for (const Line& line : prev->lineColumns) {
+                if (sameText(line.lineContext(), context)) {
+                    return &line;
+                }
+            }
+        }
+        return nullptr;
+    };
+
+    // Colours chosen for merge lines, kept where the segments can point at them.
+    colours_.clear();
+    colours_.reserve(mergeParents_.size());
+    auto kept = [&](const VNLogGraphColour& colour) {
+        colours_.push_back(colour);
+        return &colours_.back();
     };
 
     if (prev) {
@@ -123,24 +157,27 @@ std::shared_ptr<const VNLogGraphEntry> VNLogGraphLayout::layout(std::string_view
             if (old.originates || old.sharedStart) {
                 continue;  // ended in the previous row
             }
-            const std::string& context = old.lineContext();
-            Segment segment{old.startCol, old.startCol,    old.lineColour, &old.sharedLineContext(),
-                            false,        context.empty(), false};
-            if (context != rev) {
+            Segment& segment = segments_.emplace_back();
+            segment.endCol = old.startCol;
+            segment.colour = &old.lineColour;
+            segment.context = &old.sharedLineContext();
+            segment.terminates = false;
+            segment.originates = old.lineContextKey() == 0;  // no context
+            segment.sharedStart = false;
+            if (old.lineContextKey() != revKey || !sameText(old.lineContext(), rev)) {
                 segment.startCol = lane++;
-                segments_.push_back(segment);
             } else if (arrived) {
                 // A second line converging on this revision ends at its dot.
                 segment.originates = true;
                 segment.startCol = entry->commitColumn;
-                segments_.push_back(segment);
             } else {
                 entry->commitColumn = lane;
                 // The carrying line is in the row, in its old colour, while a new one is chosen.
-                segments_.push_back(segment);
+                segment.startCol = old.startCol;
+                std::size_t carried = segments_.size() - 1;
                 entry->commitColour = old.lineColour.isGrey() ? newColour(*entry) : old.lineColour;
-                Segment& line = segments_.back();
-                line.colour = entry->commitColour;
+                Segment& line = segments_[carried];
+                line.colour = &entry->commitColour;
                 line.startCol = entry->commitColumn;
                 line.context = &parent1_;
                 if (parent1_->empty()) {
@@ -148,8 +185,8 @@ std::shared_ptr<const VNLogGraphEntry> VNLogGraphLayout::layout(std::string_view
                 }
                 for (const auto& parent : mergeParents_) {
                     const Line* found = findInPrevious(*parent);
-                    VNLogGraphColour colour =
-                        found ? (workingCopy ? grey : found->lineColour) : mergeColour();
+                    const VNLogGraphColour* colour =
+                        found ? (workingCopy ? &grey : &found->lineColour) : kept(mergeColour());
                     pending_.push_back({entry->commitColumn, entry->commitColumn, colour, &parent,
                                         true, parent->empty(), found != nullptr});
                 }
@@ -163,15 +200,15 @@ std::shared_ptr<const VNLogGraphEntry> VNLogGraphLayout::layout(std::string_view
         entry->commitColumn = lane;
         entry->commitColour = workingCopy ? grey : newColour(*entry);
         segments_.push_back(
-            {lane, lane, entry->commitColour, &parent1_, true, parent1_->empty(), false});
+            {lane, lane, &entry->commitColour, &parent1_, true, parent1_->empty(), false});
         for (const auto& parent : mergeParents_) {
             if (const Line* found = findInPrevious(*parent)) {
                 // Joins the parent's line at the lane it had at the previous row's lower edge.
                 segments_.push_back({entry->commitColumn, found->startCol,
-                                     workingCopy ? grey : found->lineColour, &parent, true,
+                                     workingCopy ? &grey : &found->lineColour, &parent, true,
                                      parent->empty(), true});
             } else {
-                pending_.push_back({entry->commitColumn, entry->commitColumn, mergeColour(),
+                pending_.push_back({entry->commitColumn, entry->commitColumn, kept(mergeColour()),
                                     &parent, true, parent->empty(), false});
             }
         }
@@ -181,8 +218,9 @@ std::shared_ptr<const VNLogGraphEntry> VNLogGraphLayout::layout(std::string_view
     for (Segment& line : pending_) {
         if (line.sharedStart) {
             const std::string& context = **line.context;
-            auto target = std::find_if(segments_.begin(), segments_.end(),
-                                       [&](const Segment& s) { return **s.context == context; });
+            auto target = std::find_if(segments_.begin(), segments_.end(), [&](const Segment& s) {
+                return sameText(**s.context, context);
+            });
             line.startCol = target != segments_.end() ? target->startCol : 0;
         } else {
             line.startCol = lane++;
@@ -219,7 +257,7 @@ void VNLogGraphLayout::build(VNLogGraphEntry& entry) {
                                       line.terminates == segment.terminates &&
                                       line.originates == segment.originates &&
                                       line.sharedStart == segment.sharedStart && !line.isBlank &&
-                                      line.lineColour == segment.colour;
+                                      line.lineColour == *segment.colour;
                            })) {
                 entry.lineColumns.appendRun((*above)[index]);
                 continue;
@@ -229,12 +267,12 @@ void VNLogGraphLayout::build(VNLogGraphEntry& entry) {
         run->lines.reserve(length);
         for (std::size_t i = 0; i < length; ++i) {
             const Segment& segment = segments[i];
-            Line& line = run->lines.emplace_back(segment.endCol, segment.colour, *segment.context);
+            Line& line = run->lines.emplace_back(segment.endCol, *segment.colour, *segment.context);
             line.startCol = segment.startCol;
             line.terminates = segment.terminates;
             line.originates = segment.originates;
             line.sharedStart = segment.sharedStart;
-            run->similarColours |= segment.colour.similarCandidates();
+            run->similarColours |= segment.colour->similarCandidates();
         }
         entry.lineColumns.appendRun(std::move(run));
     }

@@ -43,7 +43,7 @@ class VNLogGraphLayout {
     struct Segment {
         uint32_t endCol;
         uint32_t startCol;
-        VNLogGraphColour colour;
+        const VNLogGraphColour* colour;
         const SharedText* context;
         bool terminates;
         bool originates;
@@ -63,5 +63,6 @@ class VNLogGraphLayout {
     std::vector<SharedText> mergeParents_;
     std::vector<Segment> segments_;
     std::vector<Segment> pending_;
+    std::vector<VNLogGraphColour> colours_;
     uint64_t randomState_;
 };
