@@ -29,9 +29,11 @@ export XDG_CACHE_HOME="$scratch/cache" GIT_CONFIG_NOSYSTEM=1
 mkdir -p "$HOME" "$XDG_CONFIG_HOME" "$XDG_DATA_HOME" "$XDG_CACHE_HOME"
 cd "$repo"
 
-# The argument vector of the `git log` that vrnl starts, NUL-separated.
+# The argument vector of the `git log` that vrnl starts for the whole history, NUL-separated
+# (builds that take no limit of 0 are given a limit above any history, then left without it).
 strace -f -qq -e trace=execve -s 65536 -o "$scratch/trace" "$vrnl" log --limit 0 > /dev/null \
-    2>&1 || true
+    2>&1 || strace -f -qq -e trace=execve -s 65536 -o "$scratch/trace" "$vrnl" log \
+    --limit 1000000000 > /dev/null 2>&1 || true
 python3 - "$scratch/trace" > "$scratch/gitlog.args" <<'EOF'
 import ast, re, sys
 for line in open(sys.argv[1], encoding="latin-1"):
@@ -42,7 +44,8 @@ for line in open(sys.argv[1], encoding="latin-1"):
     out = []
     for w in words:
         raw = ast.literal_eval('b"' + w + '"')
-        out.append(raw)
+        if not raw.startswith(b"--max-count="):
+            out.append(raw)
     sys.stdout.buffer.write(b"\0".join(out[1:]) + b"\0")
     break
 EOF
