@@ -91,6 +91,59 @@ uint32_t lanesOf(const VNLogGraphEntry& entry) {
 
 }  // namespace
 
+namespace {
+
+// One row's drawing `width` lanes wide, appended to `out`; `cells` is scratch space.
+void appendRowText(std::string& out, const VNLogGraphEntry& entry, bool workingCopy, uint32_t width,
+                   bool colour, bool trueColour, std::vector<Cell>& cells) {
+    cells.assign(2 * std::size_t(width), Cell{});
+    for (const auto& line : entry.lineColumns) {
+        if (line.isBlank) {
+            continue;
+        }
+        Path path = pathOf(line, entry.commitColumn);
+        std::size_t top = 2 * std::size_t(path.top), bottom = 2 * std::size_t(path.bottom);
+        if (path.hasUpper) {
+            cells[top].directions |= Up;
+            cells[top].colour = &line.lineColour;
+        }
+        if (path.hasLower) {
+            cells[bottom].directions |= Down;
+            cells[bottom].colour = &line.lineColour;
+        }
+        if (top != bottom) {
+            std::size_t left = std::min(top, bottom), right = std::max(top, bottom);
+            cells[left].directions |= Right;
+            cells[right].directions |= Left;
+            for (std::size_t x = left; x <= right; ++x) {
+                if (x != left && x != right) {
+                    cells[x].directions |= Left | Right;
+                }
+                cells[x].colour = &line.lineColour;
+            }
+        }
+    }
+    Cell& dot = cells[2 * std::size_t(entry.commitColumn)];
+    dot.dot = true;
+    dot.colour = &entry.commitColour;
+
+    const VNLogGraphColour* current = nullptr;
+    for (const Cell& cell : cells) {
+        const char* g = glyph(cell, workingCopy);
+        bool blank = g[0] == ' ';
+        if (colour && !blank && cell.colour && cell.colour != current) {
+            out += colourEscape(*cell.colour, trueColour);
+            current = cell.colour;
+        }
+        out += g;
+    }
+    if (colour && current) {
+        out += "\x1b[0m";
+    }
+}
+
+}  // namespace
+
 std::vector<std::string> drawGraphText(const std::vector<GraphRow>& rows, bool colour,
                                        bool trueColour) {
     uint32_t width = 1;
@@ -101,60 +154,23 @@ std::vector<std::string> drawGraphText(const std::vector<GraphRow>& rows, bool c
     }
     std::vector<std::string> out;
     out.reserve(rows.size());
+    std::vector<Cell> cells;
     for (const GraphRow& row : rows) {
-        std::vector<Cell> cells(2 * width);
         if (!row.graph) {
             out.emplace_back(2 * width, ' ');
             continue;
         }
-        const VNLogGraphEntry& entry = *row.graph;
-        for (const auto& line : entry.lineColumns) {
-            if (line.isBlank) {
-                continue;
-            }
-            Path path = pathOf(line, entry.commitColumn);
-            std::size_t top = 2 * path.top, bottom = 2 * path.bottom;
-            if (path.hasUpper) {
-                cells[top].directions |= Up;
-                cells[top].colour = &line.lineColour;
-            }
-            if (path.hasLower) {
-                cells[bottom].directions |= Down;
-                cells[bottom].colour = &line.lineColour;
-            }
-            if (top != bottom) {
-                std::size_t left = std::min(top, bottom), right = std::max(top, bottom);
-                cells[left].directions |= Right;
-                cells[right].directions |= Left;
-                for (std::size_t x = left; x <= right; ++x) {
-                    if (x != left && x != right) {
-                        cells[x].directions |= Left | Right;
-                    }
-                    cells[x].colour = &line.lineColour;
-                }
-            }
-        }
-        Cell& dot = cells[2 * entry.commitColumn];
-        dot.dot = true;
-        dot.colour = &entry.commitColour;
-
         std::string text;
-        const VNLogGraphColour* current = nullptr;
-        for (const Cell& cell : cells) {
-            const char* g = glyph(cell, row.workingCopy);
-            bool blank = g[0] == ' ';
-            if (colour && !blank && cell.colour && cell.colour != current) {
-                text += colourEscape(*cell.colour, trueColour);
-                current = cell.colour;
-            }
-            text += g;
-        }
-        if (colour && current) {
-            text += "\x1b[0m";
-        }
+        appendRowText(text, *row.graph, row.workingCopy, width, colour, trueColour, cells);
         out.push_back(std::move(text));
     }
     return out;
+}
+
+void appendGraphText(std::string& out, const VNLogGraphEntry& entry, bool workingCopy, bool colour,
+                     bool trueColour) {
+    thread_local std::vector<Cell> cells;
+    appendRowText(out, entry, workingCopy, lanesOf(entry), colour, trueColour, cells);
 }
 
 namespace {

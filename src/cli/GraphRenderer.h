@@ -23,6 +23,11 @@ struct GraphRow {
 std::vector<std::string> drawGraphText(const std::vector<GraphRow>& rows, bool colour,
                                        bool trueColour);
 
+// One row's drawing as above, appended to `out`, only as wide as the row itself: for listings
+// printed while they are read.
+void appendGraphText(std::string& out, const VNLogGraphEntry& entry, bool workingCopy, bool colour,
+                     bool trueColour);
+
 // The page as an SVG picture: 11.0 per lane, white 4.0 strokes under 2.0 coloured ones, 7.0 dots
 // (10.5 with a white inner dot for the working copy), bends near the row middle, labels and
 // subjects beside the graph.

@@ -1,7 +1,11 @@
 #include <cstdlib>
+#include <functional>
 #include <iostream>
 #include <string>
+#include <tuple>
 
+#include "base/Format.h"
+#include "base/Json.h"
 #include "cli/Cli.h"
 #include "cli/GraphRenderer.h"
 #include "cli/HistoryCli.h"
@@ -9,8 +13,12 @@
 #include "handler/FailureCollector.h"
 #include "model/VNLogDescriptionEntry.h"
 #include "model/VNLogGraphEntry.h"
+#include "model/VNLogGraphLayout.h"
+#include "model/VNLogGraphStateCache.h"
+#include "model/VNLogLabel.h"
 #include "model/VNLogRowData.h"
 #include "platform/FileSystem.h"
+#include "platform/WorkQueue.h"
 
 namespace vn::cli {
 
@@ -43,46 +51,207 @@ std::vector<GraphRow> graphRowsOf(const std::vector<Record>& rows) {
     return graphRows;
 }
 
-// The graph state of the row before `skip`, laid out from the top, so that a later page joins
-// the lines of the pages before it.
-std::shared_ptr<const VNLogGraphEntry> graphStateBefore(VNRepoHandlerGit& handler,
-                                                        const std::string& path,
-                                                        const VNLogRowData& page) {
-    if (page.skip() == 0) {
-        return nullptr;
+// States are kept at this spacing while a deep page is reached, so that other deep pages start
+// near one.
+constexpr uint64_t StateSpacing = 10000;
+// The largest page read beside the layout of the rows above it.
+constexpr uint64_t PrefetchLimit = 10000;
+
+// The rows of one page as git prints them: the working-copy row first on a first page, each
+// batch laid out when the graph is asked for, then handed on. Nothing is kept.
+class PageReader {
+  public:
+    PageReader(VNRepoHandlerGit& handler, std::string path, VNLogRowData& page, bool graph)
+        : handler_(handler), path_(std::move(path)), page_(page), graph_(graph) {}
+
+    // The identity of the listing for the cache of graph states: the repository's refs, the
+    // options that change which rows come in which order, and whether the working-copy row
+    // leads the listing.
+    std::string identity(bool dirty) {
+        std::string refs = handler_.historyIdentity(path_);
+        if (refs.empty()) {
+            return {};
+        }
+        return vn::format("log graph v1 options=%llu branch=%@ all=%u dirty=%u\n",
+                          static_cast<unsigned long long>(page_.logOptions()),
+                          page_.selectedBranch(), static_cast<unsigned>(page_.allBranches()),
+                          static_cast<unsigned>(dirty)) +
+               refs;
     }
-    VNLogRowData before;
-    before.setLimit(page.skip());
-    before.setShowRemotes(page.showRemotes());
-    before.setAllBranches(page.allBranches());
-    before.setSelectedBranch(page.selectedBranch());
-    before.setFollowFirst(page.followFirst());
-    before.setOrderingOption(page.orderingOption());
-    handler.fillLogPage(path, before);
-    if (before.logRows().empty()) {
-        return nullptr;
+
+    // Lays out the rows before the page: from the nearest state the cache knows, else from the
+    // top. The states passed on the way are remembered.
+    std::shared_ptr<const VNLogGraphEntry> stateBefore(VNLogGraphStateCache* cache,
+                                                       const std::optional<Record>& workingCopy) {
+        uint64_t skip = page_.skip();
+        uint64_t from = 0;
+        std::shared_ptr<const VNLogGraphEntry> state;
+        if (cache) {
+            if (auto known = cache->nearest(skip)) {
+                std::tie(from, state) = *known;
+            }
+        }
+        if (from == skip) {
+            return state;
+        }
+        VNLogGraphLayout layout(state, page_.followFirst());
+        if (from == 0 && workingCopy) {
+            Record row = *workingCopy;
+            layout.addRow(row);
+        }
+        uint64_t done = from;
+        // Only the hashes and parents of these rows: they are laid out, never shown.
+        bool ok = handler_.streamLogTopology(
+            path_, from, skip - from, branch(), page_.logOptions(),
+            [&](std::string_view rev, const std::vector<std::string_view>& parents) {
+                layout.addRevision(rev, parents);
+                if (++done % StateSpacing == 0 && cache) {
+                    cache->remember(done, layout.state());
+                }
+            });
+        return ok ? layout.state() : nullptr;
     }
-    return before.logRows().back()["graph"].objectAs<VNLogGraphEntry>();
-}
+
+    // Reads the page's rows without laying them out, to be handed to `read` later.
+    void prefetch() {
+        prefetchOk_ = handler_.streamLogRevisions(
+            path_, page_.skip(), page_.limit(), branch(), page_.logOptions(),
+            [&](std::vector<Record>& rows) {
+                prefetched_.insert(prefetched_.end(), std::make_move_iterator(rows.begin()),
+                                   std::make_move_iterator(rows.end()));
+            });
+        hasPrefetched_ = true;
+    }
+
+    // Reads the page (or takes the rows `prefetch` read), handing each batch to `emit`; answers
+    // whether git succeeded.
+    bool read(std::shared_ptr<const VNLogGraphEntry> base, std::optional<Record> workingCopy,
+              const std::function<void(std::vector<Record>&)>& emit) {
+        VNLogGraphLayout layout(std::move(base), page_.followFirst());
+        uint64_t count = 0;
+        bool found = false;
+        auto take = [&](std::vector<Record>& rows) {
+            count += rows.size();
+            if (workingCopy) {
+                rows.insert(rows.begin(), std::move(*workingCopy));
+                workingCopy.reset();
+            }
+            if (graph_) {
+                layout.addRows(rows);
+            }
+            for (const Record& row : rows) {
+                if (auto entry = row["descriptionentry"].objectAs<VNLogDescriptionEntry>()) {
+                    for (const auto& label : entry->labels()) {
+                        if (label->currentMarker()) {
+                            found = true;
+                            if (page_.currentBranch().empty()) {
+                                page_.setCurrentBranch(label->label());
+                            }
+                        }
+                    }
+                }
+            }
+            emit(rows);
+        };
+        page_.setFirstRowIsWorkingDir(workingCopy.has_value());
+        bool ok;
+        if (hasPrefetched_) {
+            ok = prefetchOk_;
+            take(prefetched_);
+            prefetched_.clear();
+        } else {
+            ok = handler_.streamLogRevisions(path_, page_.skip(), page_.limit(), branch(),
+                                             page_.logOptions(), take);
+        }
+        if (workingCopy) {
+            // An empty listing still shows the uncommitted changes.
+            std::vector<Record> rows;
+            take(rows);
+        }
+        page_.setMoreRevisions(ok && page_.limit() != 0 && count >= page_.limit());
+        page_.setCurrentBranchFound(found);
+        rowCount_ = count;
+        endState_ = layout.state();
+        return ok;
+    }
+
+    uint64_t rowCount() const { return rowCount_; }
+    const std::shared_ptr<const VNLogGraphEntry>& endState() const { return endState_; }
+
+  private:
+    std::optional<std::string> branch() const {
+        if (!page_.allBranches() && !page_.selectedBranch().empty()) {
+            return page_.selectedBranch();
+        }
+        return std::nullopt;
+    }
+
+    VNRepoHandlerGit& handler_;
+    std::string path_;
+    VNLogRowData& page_;
+    bool graph_;
+    uint64_t rowCount_ = 0;
+    std::shared_ptr<const VNLogGraphEntry> endState_;
+    std::vector<Record> prefetched_;
+    bool hasPrefetched_ = false;
+    bool prefetchOk_ = false;
+};
+
+// A page written as JSON while it is read from git.
+class StreamedPage : public vn::Object {
+  public:
+    using Reader = std::function<void(const std::function<void(std::vector<Record>&)>&)>;
+    StreamedPage(const VNLogRowData& page, Reader reader)
+        : page_(page), reader_(std::move(reader)) {}
+
+    Value jsonValue() const override {
+        std::vector<Record> all;
+        reader_([&](std::vector<Record>& rows) {
+            all.insert(all.end(), std::make_move_iterator(rows.begin()),
+                       std::make_move_iterator(rows.end()));
+        });
+        Value value = page_.jsonValue();
+        Record record = value.record() ? *value.record() : Record();
+        record.set("logRows", Value::Array(all.begin(), all.end()));
+        return record;
+    }
+    void writeJson(JsonWriter& writer) const override {
+        page_.writeJsonRequest(writer);
+        reader_([&](std::vector<Record>& rows) {
+            for (const Record& row : rows) {
+                VNLogRowData::writeJsonRow(writer, row);
+            }
+        });
+        page_.writeJsonResult(writer);
+    }
+
+  private:
+    const VNLogRowData& page_;
+    Reader reader_;
+};
 
 }  // namespace
 
 void printHistoryRows(const std::vector<Record>& rows, bool graph) {
-    std::vector<std::string> graphText;
-    if (graph) {
-        graphText = drawGraphText(graphRowsOf(rows), useColour(), terminalTakesTrueColour());
-    }
+    const bool coloured = useColour();
+    const bool trueColour = coloured && terminalTakesTrueColour();
     std::string out;
-    for (std::size_t i = 0; i < rows.size(); ++i) {
+    for (const Record& row : rows) {
+        const bool workingCopyRow = row.string("rev") == "-1";
         if (graph) {
-            out.append(graphText[i]).append(" ");
+            // Each row as wide as its own graph: rows are printed as they come, before the
+            // widest is known.
+            if (auto entry = row["graph"].objectAs<VNLogGraphEntry>()) {
+                appendGraphText(out, *entry, workingCopyRow, coloured, trueColour);
+            }
+            out += ' ';
         }
-        if (rows[i].string("rev") == "-1") {
+        if (workingCopyRow) {
             out.append(colour("Uncommitted changes", "1"));
         } else {
-            out += history::rowLine(rows[i]);
+            out += history::rowLine(row);
         }
-        out += "\n";
+        out += '\n';
     }
     std::cout << out << std::flush;
 }
@@ -115,14 +284,15 @@ int runLog(Arguments& args) {
         skip = *value;
     }
     if (limitText) {
-        auto value = history::parseCount(*limitText, 1, history::MaximumCount);
+        auto value = history::parseCount(*limitText, 0, history::MaximumCount);
         if (!value) {
-            return usageError("--limit takes a number from 1 to 2147483647, not \"" + *limitText +
-                              "\"");
+            return usageError(
+                "--limit takes a number from 0 (the whole history) to 2147483647, not \"" +
+                *limitText + "\"");
         }
         limit = *value;
     }
-    if (skip + limit > history::MaximumCount) {
+    if (limit != 0 && skip + limit > history::MaximumCount) {
         // The next page would start past what git can skip.
         limit = history::MaximumCount - skip;
         if (limit == 0) {
@@ -160,32 +330,93 @@ int runLog(Arguments& args) {
     if (svgFile && !graph) {
         return usageError("--svg goes with --graph");
     }
-    page->setBaseGraphState(graphStateBefore(handler, workingCopy->path, *page));
-    handler.fillLogPage(workingCopy->path, *page);
-    if (!failures.empty()) {
-        return history::reportFailure(failures);
+
+    // The working-copy row leads a first page; its status runs beside the rest.
+    std::optional<Record> workingCopyRow;
+    vn::WorkGroup statusGroup;
+    bool wantWorkingCopy = skip == 0 || graph;
+    if (wantWorkingCopy) {
+        vn::WorkQueue::global().async(statusGroup, FailureCollector::bind([&] {
+                                          workingCopyRow =
+                                              handler.workingCopyRow(workingCopy->path);
+                                      }));
     }
+    auto waitForStatus = [&] {
+        statusGroup.wait();
+        return workingCopyRow;
+    };
+
+    PageReader reader(handler, workingCopy->path, *page, graph);
+    std::optional<VNLogGraphStateCache> cache;
+    if (graph && (skip > 0 || limit != 0)) {
+        std::string identity = reader.identity(waitForStatus().has_value());
+        if (!identity.empty()) {
+            cache.emplace(VNLogGraphStateCache::defaultFolder(), std::move(identity));
+        }
+    }
+    if (graph && skip > 0) {
+        // While the rows above the page are laid out, git reads the page itself beside it (a
+        // page of bounded size: it is held until its graph can start).
+        vn::WorkGroup pageGroup;
+        auto known = cache ? cache->nearest(skip) : std::nullopt;
+        if ((!known || known->first != skip) && limit != 0 && limit <= PrefetchLimit) {
+            vn::WorkQueue::global().async(pageGroup,
+                                          FailureCollector::bind([&reader] { reader.prefetch(); }));
+        }
+        auto state = reader.stateBefore(cache ? &*cache : nullptr, waitForStatus());
+        pageGroup.wait();
+        page->setBaseGraphState(state);
+        if (cache && state) {
+            cache->remember(skip, state);
+        }
+    }
+    auto base = std::dynamic_pointer_cast<const VNLogGraphEntry>(page->baseGraphState());
+    auto readPage = [&](const std::function<void(std::vector<Record>&)>& emit) {
+        std::optional<Record> first = skip == 0 ? waitForStatus() : std::nullopt;
+        reader.read(base, std::move(first), emit);
+        if (cache && page->moreRevisions() && reader.endState()) {
+            cache->remember(skip + reader.rowCount(), reader.endState());
+        }
+        if (cache) {
+            cache->save();
+        }
+    };
 
     if (svgFile) {
+        readPage([&](std::vector<Record>& rows) {
+            page->logRows().insert(page->logRows().end(), std::make_move_iterator(rows.begin()),
+                                   std::make_move_iterator(rows.end()));
+        });
         std::string error;
         if (!fs::writeFileAtomically(*svgFile, drawGraphSvg(graphRowsOf(page->logRows())),
                                      &error)) {
             std::cerr << "vrnl: " << error << "\n";
             return 1;
         }
+        if (json) {
+            printJson(Value(page));
+        } else {
+            printHistoryRows(page->logRows(), graph);
+        }
+    } else if (json) {
+        printJson(Value(std::make_shared<StreamedPage>(*page, readPage)));
+    } else {
+        readPage([&](std::vector<Record>& rows) { printHistoryRows(rows, graph); });
+    }
+    // Rows already printed stay; what cut the listing short is said last.
+    if (!failures.empty()) {
+        return history::reportFailure(failures);
     }
     if (json) {
-        printJson(Value(page));
         return 0;
     }
-    printHistoryRows(page->logRows(), graph);
     if (page->moreRevisions()) {
         // The command for the next page, with the options of this one.
         std::string next = "vrnl log";
         if (!rest.empty()) {
             next.append(" ").append(rest[0]);
         }
-        next.append(" --skip ").append(std::to_string(skip + limit));
+        next.append(" --skip ").append(std::to_string(skip + reader.rowCount()));
         if (limitText) {
             next.append(" --limit ").append(std::to_string(limit));
         }

@@ -155,6 +155,24 @@ class VNRepoHandlerGit : public VNRepoHandlerBase {
     // Answers the page `rowData` asks for: its rows, whether more may follow, and whether the
     // checked-out branch is among the labels.
     void fillLogPage(const std::string& path, class VNLogRowData& rowData);
+    // The log listing of `logRevisions` read as git prints it: rows are handed to `receive` in
+    // batches, in order, while git still runs, so that a whole history is never held. A failure
+    // is shown to the user and answers false (after the rows that came before it).
+    using LogRowsReceiver = std::function<void(std::vector<vn::Record>& rows)>;
+    bool streamLogRevisions(const std::string& path, uint64_t skip, uint64_t limit,
+                            const std::optional<std::string>& branch, uint64_t options,
+                            const LogRowsReceiver& receive);
+    // The same listing reduced to each revision's hash and parents (first parent first), for
+    // laying out the graph of rows that are not shown.
+    using LogTopologyReceiver =
+        std::function<void(std::string_view rev, const std::vector<std::string_view>& parents)>;
+    bool streamLogTopology(const std::string& path, uint64_t skip, uint64_t limit,
+                           const std::optional<std::string>& branch, uint64_t options,
+                           const LogTopologyReceiver& receive);
+    // Text that changes whenever the rows of a log listing in this working copy could: the
+    // repository's folder, every reference with its commit, HEAD and the merge in progress.
+    // Empty when it cannot be told.
+    std::string historyIdentity(const std::string& path);
     // The row that stands for uncommitted changes ("rev" "-1", first parent the checked-out
     // commit); nothing when the working copy is clean.
     std::optional<vn::Record> workingCopyRow(const std::string& path);

@@ -60,6 +60,12 @@ void appendDecorationFilter(std::vector<std::string>& args) {
     args.insert(args.end(), filter.begin(), filter.end());
 }
 
+std::vector<std::string> withArgs(std::vector<std::string> base,
+                                  std::initializer_list<const char*> more) {
+    base.insert(base.end(), more.begin(), more.end());
+    return base;
+}
+
 bool authorDatePreferred() {
     return vn::Preferences::standard().boolForKey("gitLogUseAuthorDate");
 }
@@ -140,31 +146,34 @@ std::vector<vn::Record> VNRepoHandlerGit::logRevisions(const std::string& path,
                                                        uint64_t skip, uint64_t limit,
                                                        const std::optional<std::string>& branch,
                                                        uint64_t options) {
+    std::vector<vn::Record> all;
+    bool ok = streamLogRevisions(
+        path, skip, limit, branch, options, [&all](std::vector<vn::Record>& rows) {
+            if (all.empty()) {
+                all = std::move(rows);
+            } else {
+                all.insert(all.end(), std::make_move_iterator(rows.begin()),
+                           std::make_move_iterator(rows.end()));
+            }
+        });
+    return ok ? std::move(all) : std::vector<vn::Record>();
+}
+
+namespace {
+
+// The log listing's run: `lines` receives whole lines of git's output as they arrive, after
+// `ready` (which may wait for work done beside the run). With `topology` the format is only the
+// hash and the parents, for laying out rows that are not shown.
+bool runLogListing(VNRepoHandlerGit& handler, const std::string& path, uint64_t skip,
+                   uint64_t limit, const std::optional<std::string>& branch, uint64_t options,
+                   const std::optional<std::string>& upstream, bool topology,
+                   const std::function<void(std::string_view)>& lines) {
     // Git counts skip and limit in an int; a larger skip is past the end of any history.
     if (skip > static_cast<uint64_t>(INT_MAX)) {
-        return {};
+        return true;
     }
     limit = std::min<uint64_t>(limit, INT_MAX);
-    // The annotations come from `for-each-ref`, which runs beside the log. With a branch and its
-    // remote the upstream must be known before the log starts, so it runs first instead.
-    vn::Record aheadBehind;
-    std::optional<std::string> upstream;
-    std::optional<SideBySide> annotations;
     bool haveBranch = branch && !branch->empty();
-    if (haveBranch && (options & LogIncludeRemotes)) {
-        if (auto task = runGit(*this, path, "for-each-ref",
-                               {VNGitRefsParser::branchRefsFormatArgument(), "refs/heads/"})) {
-            aheadBehind = VNGitRefsParser::aheadBehindFromBranchRefs(task->output());
-            vn::Record tracking = VNGitRefsParser::trackingBranchesFromBranchRefs(task->output());
-            if (const vn::Value* value = tracking.find(*branch)) {
-                upstream = "refs/remotes/" + value->toString();
-            }
-        }
-    } else {
-        annotations.emplace(
-            [this, &path, &aheadBehind] { aheadBehind = branchesWithCommitsAheadBehind(path); });
-    }
-
     std::vector<std::string> args;
     if (skip != 0) {
         args.push_back(vn::format("--skip=%llu", static_cast<unsigned long long>(skip)));
@@ -174,27 +183,31 @@ std::vector<vn::Record> VNRepoHandlerGit::logRevisions(const std::string& path,
     }
     if (!haveBranch) {
         args.insert(args.end(), {"--branches", "--tags"});
-        if (options & LogIncludeRemotes) {
+        if (options & VNRepoHandlerGit::LogIncludeRemotes) {
             args.push_back("--remotes");
         }
     }
     args.push_back("--full-history");
-    if (options & LogTopoOrder) {
+    if (options & VNRepoHandlerGit::LogTopoOrder) {
         args.push_back("--topo-order");
     }
-    if (options & LogFirstParent) {
+    if (options & VNRepoHandlerGit::LogFirstParent) {
         args.push_back("--first-parent");
     }
-    args.push_back(VNGitLogParser::logFormatArgument(authorDatePreferred()));
-    args.insert(args.end(), {"--decorate=full", "--date=iso"});
-    appendDecorationFilter(args);
+    if (topology) {
+        args.push_back("--format=%H %P");
+    } else {
+        args.push_back(VNGitLogParser::logFormatArgument(authorDatePreferred()));
+        args.insert(args.end(), {"--decorate=full", "--date=iso"});
+        appendDecorationFilter(args);
+    }
     // Revisions from here on, so that a branch named like an option stays a branch.
     args.push_back("--end-of-options");
-    if (!(options & LogWithoutMergeHead)) {
+    if (!(options & VNRepoHandlerGit::LogWithoutMergeHead)) {
         // The commits being merged appear in the history while the merge is outstanding.
         std::string mergeHead;
         std::vector<std::string> others;
-        if (parseMergeHeadFileParents(path, mergeHead, others) && !mergeHead.empty()) {
+        if (handler.parseMergeHeadFileParents(path, mergeHead, others) && !mergeHead.empty()) {
             args.push_back(mergeHead);
         }
     }
@@ -204,17 +217,129 @@ std::vector<vn::Record> VNRepoHandlerGit::logRevisions(const std::string& path,
     }
     args.push_back("--");
 
-    auto task = gitTask(*this, path, "log", std::move(args));
+    auto task = gitTask(handler, path, "log", std::move(args));
     task->setLossyUTF8Output(true);
+    // Whole lines are handed on as they arrive; a line cut at a chunk's end waits for the rest.
+    std::string partial;
+    task->setOutputConsumer([&](std::string_view chunk) {
+        std::size_t lastLine = chunk.rfind('\n');
+        if (lastLine == std::string_view::npos) {
+            partial.append(chunk);
+            return;
+        }
+        if (partial.empty()) {
+            lines(chunk.substr(0, lastLine + 1));
+        } else {
+            partial.append(chunk.substr(0, lastLine + 1));
+            lines(partial);
+        }
+        partial.assign(chunk.substr(lastLine + 1));
+    });
     bool ok = task->run();
+    if (!partial.empty()) {
+        lines(partial);
+    }
+    if (!ok) {
+        handler.handleGitFailure("git log", task->exitCode(), task->errorOutput(), true);
+    }
+    return ok;
+}
+
+// The upstream of `branch` when remote branches are asked for: it is listed with the branch.
+std::optional<std::string> upstreamFor(VNRepoHandlerGit& handler, const std::string& path,
+                                       const std::optional<std::string>& branch, uint64_t options,
+                                       vn::Record* aheadBehind) {
+    if (!branch || branch->empty() || !(options & VNRepoHandlerGit::LogIncludeRemotes)) {
+        return std::nullopt;
+    }
+    auto task = runGit(handler, path, "for-each-ref",
+                       {VNGitRefsParser::branchRefsFormatArgument(), "refs/heads/"});
+    if (!task) {
+        return std::nullopt;
+    }
+    if (aheadBehind) {
+        *aheadBehind = VNGitRefsParser::aheadBehindFromBranchRefs(task->output());
+    }
+    vn::Record tracking = VNGitRefsParser::trackingBranchesFromBranchRefs(task->output());
+    if (const vn::Value* value = tracking.find(*branch)) {
+        return "refs/remotes/" + value->toString();
+    }
+    return std::nullopt;
+}
+
+}  // namespace
+
+bool VNRepoHandlerGit::streamLogRevisions(const std::string& path, uint64_t skip, uint64_t limit,
+                                          const std::optional<std::string>& branch,
+                                          uint64_t options, const LogRowsReceiver& receive) {
+    // The annotations come from `for-each-ref`, which runs beside the log. With a branch and its
+    // remote the upstream must be known before the log starts, so it runs first instead.
+    vn::Record aheadBehind;
+    std::optional<std::string> upstream = upstreamFor(*this, path, branch, options, &aheadBehind);
+    std::optional<SideBySide> annotations;
+    if (!(branch && !branch->empty() && (options & LogIncludeRemotes))) {
+        annotations.emplace(
+            [this, &path, &aheadBehind] { aheadBehind = branchesWithCommitsAheadBehind(path); });
+    }
+    std::vector<vn::Record> rows;
+    bool ok = runLogListing(
+        *this, path, skip, limit, branch, options, upstream, false, [&](std::string_view text) {
+            if (annotations) {
+                annotations->wait();  // the labels need the counts
+            }
+            rows = VNGitLogParser::parseLog(text, LabelScan::Full, &aheadBehind);
+            if (!rows.empty()) {
+                receive(rows);
+            }
+        });
     if (annotations) {
         annotations->wait();
     }
-    if (!ok) {
-        handleGitFailure("git log", task->exitCode(), task->errorOutput(), true);
+    return ok;
+}
+
+bool VNRepoHandlerGit::streamLogTopology(const std::string& path, uint64_t skip, uint64_t limit,
+                                         const std::optional<std::string>& branch, uint64_t options,
+                                         const LogTopologyReceiver& receive) {
+    std::optional<std::string> upstream = upstreamFor(*this, path, branch, options, nullptr);
+    std::vector<std::string_view> parents;
+    return runLogListing(
+        *this, path, skip, limit, branch, options, upstream, true, [&](std::string_view text) {
+            while (!text.empty()) {
+                std::size_t end = text.find('\n');
+                std::string_view line = text.substr(0, end);
+                text.remove_prefix(end == std::string_view::npos ? text.size() : end + 1);
+                std::size_t blank = line.find(' ');
+                if (blank == std::string_view::npos || blank == 0) {
+                    continue;
+                }
+                std::string_view rev = line.substr(0, blank);
+                parents.clear();
+                for (std::string_view rest = line.substr(blank + 1); !rest.empty();) {
+                    std::size_t next = rest.find(' ');
+                    if (next != 0) {
+                        parents.push_back(rest.substr(0, next));
+                    }
+                    rest.remove_prefix(next == std::string_view::npos ? rest.size() : next + 1);
+                }
+                receive(rev, parents);
+            }
+        });
+}
+
+std::string VNRepoHandlerGit::historyIdentity(const std::string& path) {
+    auto refs = runGit(*this, path, "for-each-ref", {"--format=%(objectname) %(refname)"});
+    auto heads = VNTask::taskWithCommand(
+        gitPath(), path,
+        withArgs(defaultArgsForPath(path, "rev-parse"),
+                 {"--absolute-git-dir", "HEAD", "--symbolic-full-name", "HEAD"}));
+    if (!refs || !heads->run()) {
         return {};
     }
-    return VNGitLogParser::parseLog(task->output(), LabelScan::Full, &aheadBehind);
+    std::string mergeHead;
+    std::vector<std::string> others;
+    parseMergeHeadFileParents(path, mergeHead, others);
+    return heads->output() + "merge " + mergeHead + "\n" + refs->output();
 }
 
 std::vector<vn::Record> VNRepoHandlerGit::logRevisions(
@@ -270,16 +395,6 @@ std::vector<vn::Record> VNRepoHandlerGit::logRevisions(
     }
     return VNGitLogParser::parseLog(task->output(), LabelScan::Full, &aheadBehind);
 }
-
-namespace {
-
-std::vector<std::string> withArgs(std::vector<std::string> base,
-                                  std::initializer_list<const char*> more) {
-    base.insert(base.end(), more.begin(), more.end());
-    return base;
-}
-
-}  // namespace
 
 std::optional<vn::Record> VNRepoHandlerGit::workingCopyRow(const std::string& path) {
     // A bare repository has no working copy to have changes in.

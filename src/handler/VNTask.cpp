@@ -502,6 +502,10 @@ void VNTask::handleOutputChunk(std::string_view data, bool final) {
     if (pipeOutputToFile_) {
         return;
     }
+    if (outputConsumer_) {
+        consumeOutputChunk(data, final);
+        return;
+    }
     if (!data.empty()) {
         if (!pendingOutputData_) {
             pendingOutputData_.emplace();
@@ -551,6 +555,27 @@ void VNTask::handleOutputChunk(std::string_view data, bool final) {
         output_ += text;
     }
     post(OutputReceivedNotification);
+}
+
+void VNTask::consumeOutputChunk(std::string_view data, bool final) {
+    if (!pendingOutputData_) {
+        pendingOutputData_.emplace();
+    }
+    std::string& pending = *pendingOutputData_;
+    pending.append(data);
+    // A character cut at the chunk's end waits for its remaining bytes.
+    std::size_t complete = final ? pending.size() : vn::completeUTF8PrefixLength(pending);
+    if (complete == 0) {
+        return;
+    }
+    std::string_view piece(pending.data(), complete);
+    if (vn::isValidUTF8(piece)) {
+        outputConsumer_(piece);
+    } else {
+        outputConsumer_(lossyUTF8Output_ ? vn::repairUTF8(std::string(piece))
+                                         : fullDecode(std::string(piece)));
+    }
+    pending.erase(0, complete);
 }
 
 void VNTask::handleErrorChunk(std::string_view data, bool final) {

@@ -123,6 +123,11 @@ class VNTask : public vn::Object, public std::enable_shared_from_this<VNTask> {
     }
     std::vector<std::string>& additionalPathComponents() { return additionalPathComponents_; }
     void setOutputSanitizer(Sanitizer s) { outputSanitizer_ = std::move(s); }
+    // Hands standard output to `consumer` in pieces as it arrives (each ending on a whole
+    // character, decoded as the run asks) instead of keeping it in `output()`, so that a long
+    // listing is read in constant memory.
+    using OutputConsumer = std::function<void(std::string_view)>;
+    void setOutputConsumer(OutputConsumer consumer) { outputConsumer_ = std::move(consumer); }
     void setErrorOutputSanitizer(Sanitizer s) { errorOutputSanitizer_ = std::move(s); }
     const std::string& remoteInfo() const { return remoteInfo_; }
     void setRemoteInfo(std::string r) { remoteInfo_ = std::move(r); }
@@ -142,6 +147,7 @@ class VNTask : public vn::Object, public std::enable_shared_from_this<VNTask> {
     void launchAttempt();
     void fail(const std::string& description);
     void handleOutputChunk(std::string_view data, bool final);
+    void consumeOutputChunk(std::string_view data, bool final);
     void handleErrorChunk(std::string_view data, bool final);
     void taskTerminated(int64_t exitStatus, int termSignal);
     void finishRun();
@@ -188,6 +194,7 @@ class VNTask : public vn::Object, public std::enable_shared_from_this<VNTask> {
     bool attachStdin_ = false;
     Sanitizer outputSanitizer_;
     Sanitizer errorOutputSanitizer_;
+    OutputConsumer outputConsumer_;
 
     vn::FileHandle ttyFileHandle_;
     vn::FileHandle stdinFileHandle_;

@@ -2,7 +2,9 @@
 
 #include <cmath>
 #include <cstdio>
+#include <cstring>
 
+#include "base/Json.h"
 #include "base/Record.h"
 
 bool VNLogGraphColour::hueBrightnessSimilarTo(double h, double b) const {
@@ -15,6 +17,55 @@ bool VNLogGraphColour::hueBrightnessSimilarTo(double h, double b) const {
     }
     return std::fabs(ch - h) < 0.12 || (h < 0.1 && std::fabs(ch - (h + 1.0)) < 0.12) ||
            (ch < 0.1 && std::fabs(ch + 1.0 - h) < 0.12);
+}
+
+const std::array<VNLogGraphColour::Candidate, VNLogGraphColour::CandidateCount>&
+VNLogGraphColour::generatorCandidates() {
+    // Computed by the same steps as the generator takes, so that the values agree to the bit.
+    static const std::array<Candidate, CandidateCount> candidates = [] {
+        std::array<Candidate, CandidateCount> all{};
+        double hue = 0.555;
+        double brightness = 0.7;
+        for (int series = 0; series < 3; ++series) {
+            for (int candidate = 0; candidate < 10; ++candidate) {
+                all[static_cast<std::size_t>(series * 10 + candidate)] = {hue, brightness};
+                hue = std::fmod(hue + 0.29, 1.0);
+            }
+            brightness += 0.1;
+        }
+        return all;
+    }();
+    return candidates;
+}
+
+uint32_t VNLogGraphColour::similarCandidates() const {
+    if (!isHSB()) {
+        return 0;
+    }
+    // A history uses few distinct colours; remembering the answers keeps this off the hot path.
+    struct Slot {
+        double hue = -1;
+        double brightness = -1;
+        uint32_t mask = 0;
+    };
+    thread_local std::array<Slot, 512> memo;
+    uint64_t hueBits, brightnessBits;
+    std::memcpy(&hueBits, &hue, sizeof hueBits);
+    std::memcpy(&brightnessBits, &brightness, sizeof brightnessBits);
+    uint64_t mixed = (hueBits ^ (brightnessBits * 0x9E3779B97F4A7C15ull)) * 0xFF51AFD7ED558CCDull;
+    Slot& slot = memo[(mixed >> 40) % memo.size()];
+    if (slot.hue == hue && slot.brightness == brightness) {
+        return slot.mask;
+    }
+    uint32_t mask = 0;
+    const auto& candidates = generatorCandidates();
+    for (std::size_t i = 0; i < candidates.size(); ++i) {
+        if (hueBrightnessSimilarTo(candidates[i].hue, candidates[i].brightness)) {
+            mask |= 1u << i;
+        }
+    }
+    slot = {hue, brightness, mask};
+    return mask;
 }
 
 void VNLogGraphColour::rgb(int& red, int& green, int& blue) const {
@@ -74,4 +125,24 @@ vn::Value VNLogGraphColour::jsonValue() const {
             break;
     }
     return nullptr;
+}
+
+void VNLogGraphColour::writeJson(vn::JsonWriter& writer) const {
+    switch (kind) {
+        case Kind::HSB:
+            writer.beginObject();
+            writer.member("hue", hue);
+            writer.member("saturation", saturation);
+            writer.member("brightness", brightness);
+            writer.endObject();
+            return;
+        case Kind::Grey:
+            writer.beginObject();
+            writer.member("grey", true);
+            writer.endObject();
+            return;
+        case Kind::None:
+            break;
+    }
+    writer.null();
 }

@@ -1,8 +1,14 @@
 #pragma once
 
+#include <array>
+#include <cstdint>
 #include <string>
 
 #include "base/Value.h"
+
+namespace vn {
+class JsonWriter;
+}
 
 // A colour of the commit graph: a hue/saturation/brightness colour, the neutral grey kept for the
 // working-copy row, or no colour at all (a line not yet given one).
@@ -29,6 +35,16 @@ struct VNLogGraphColour {
     // 1.0; saturation does not count). Only hue/saturation/brightness colours can be similar.
     bool hueBrightnessSimilarTo(double otherHue, double otherBrightness) const;
 
+    // The colour generator tries the same thirty hue and brightness pairs in the same order, so a
+    // colour can answer once which of them it is similar to: bit i stands for candidate i.
+    static constexpr int CandidateCount = 30;
+    struct Candidate {
+        double hue;
+        double brightness;
+    };
+    static const std::array<Candidate, CandidateCount>& generatorCandidates();
+    uint32_t similarCandidates() const;
+
     // Red, green and blue in 0...255, for drawing.
     void rgb(int& red, int& green, int& blue) const;
     // "#rrggbb".
@@ -36,6 +52,7 @@ struct VNLogGraphColour {
 
     // {"hue", "saturation", "brightness"}, {"grey": true}, or null.
     vn::Value jsonValue() const;
+    void writeJson(vn::JsonWriter& writer) const;
 
     bool operator==(const VNLogGraphColour& other) const = default;
 };

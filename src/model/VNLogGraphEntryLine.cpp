@@ -1,13 +1,18 @@
 #include "model/VNLogGraphEntryLine.h"
 
 #include "base/Format.h"
+#include "base/Json.h"
 #include "base/Record.h"
 
 VNLogGraphEntryLine::VNLogGraphEntryLine(uint32_t col) : endCol(col), startCol(col) {}
 
 VNLogGraphEntryLine::VNLogGraphEntryLine(uint32_t col, VNLogGraphColour colour,
                                          std::shared_ptr<const std::string> context)
-    : endCol(col), startCol(col), lineColour(colour), context_(std::move(context)) {
+    : endCol(col),
+      startCol(col),
+      lineColour(colour),
+      context_(std::move(context)),
+      contextKey_(contextKey(lineContext())) {
     originates = lineContext().empty();
 }
 
@@ -18,9 +23,9 @@ VNLogGraphEntryLine VNLogGraphEntryLine::newHead(uint32_t col, VNLogGraphColour 
     return line;
 }
 
-const std::string& VNLogGraphEntryLine::lineContext() const {
+const std::string& VNLogGraphEntryLine::noContext() {
     static const std::string none;
-    return context_ ? *context_ : none;
+    return none;
 }
 
 std::string VNLogGraphEntryLine::description() const {
@@ -43,4 +48,18 @@ vn::Value VNLogGraphEntryLine::jsonValue() const {
         {"sharedStart", sharedStart},
         {"isBlank", isBlank},
     };
+}
+
+void VNLogGraphEntryLine::writeJson(vn::JsonWriter& writer) const {
+    writer.beginObject();
+    writer.member("endCol", static_cast<uint64_t>(endCol));
+    writer.member("startCol", static_cast<uint64_t>(startCol));
+    writer.key("lineColour");
+    lineColour.writeJson(writer);
+    writer.member("lineContext", lineContext());
+    writer.member("terminates", terminates);
+    writer.member("originates", originates);
+    writer.member("sharedStart", sharedStart);
+    writer.member("isBlank", isBlank);
+    writer.endObject();
 }

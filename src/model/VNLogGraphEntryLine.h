@@ -1,8 +1,10 @@
 #pragma once
 
 #include <cstdint>
+#include <cstring>
 #include <memory>
 #include <string>
+#include <string_view>
 
 #include "base/Value.h"
 #include "model/VNLogGraphColour.h"
@@ -25,11 +27,23 @@ class VNLogGraphEntryLine {
                                        std::shared_ptr<const std::string> context);
 
     // The revision the line is heading for.
-    const std::string& lineContext() const;
+    const std::string& lineContext() const { return context_ ? *context_ : noContext(); }
     const std::shared_ptr<const std::string>& sharedLineContext() const { return context_; }
     void setLineContext(std::shared_ptr<const std::string> context) {
         context_ = std::move(context);
+        contextKey_ = contextKey(lineContext());
     }
+    // A digest of a context from its length and first bytes: lines whose keys differ head for
+    // different revisions, found without reading the texts. Only no context gives 0.
+    static uint64_t contextKey(std::string_view context) {
+        if (context.empty()) {
+            return 0;
+        }
+        uint64_t key = 0;
+        std::memcpy(&key, context.data(), context.size() < 8 ? context.size() : 8);
+        return (key ^ (static_cast<uint64_t>(context.size()) << 56)) | 1;
+    }
+    uint64_t lineContextKey() const { return contextKey_; }
 
     // Lane at the row's upper edge (where the line comes from the row above).
     uint32_t endCol = 0;
@@ -43,7 +57,10 @@ class VNLogGraphEntryLine {
 
     std::string description() const;
     vn::Value jsonValue() const;
+    void writeJson(vn::JsonWriter& writer) const;
 
   private:
+    static const std::string& noContext();
     std::shared_ptr<const std::string> context_;
+    uint64_t contextKey_ = 0;
 };

@@ -35,14 +35,22 @@ vn::Value VNLogRowData::jsonValue() const {
         {"selectedBranch", selectedBranch_},
         {"currentBranch", currentBranch_},
         {"baseGraphState", graphStateValue(baseGraphState_)},
-        {"moreRevisions", moreRevisions_},
         {"logRows", std::move(rows)},
+        {"moreRevisions", moreRevisions_},
         {"firstRowIsWorkingDir", firstRowIsWorkingDir_},
         {"currentBranchFound", currentBranchFound_},
     };
 }
 
 void VNLogRowData::writeJson(vn::JsonWriter& writer) const {
+    writeJsonRequest(writer);
+    for (const vn::Record& row : logRows_) {
+        writeJsonRow(writer, row);
+    }
+    writeJsonResult(writer);
+}
+
+void VNLogRowData::writeJsonRequest(vn::JsonWriter& writer) const {
     writer.beginObject();
     writer.member("skip", skip_);
     writer.member("limit", limit_);
@@ -55,18 +63,22 @@ void VNLogRowData::writeJson(vn::JsonWriter& writer) const {
     writer.member("selectedBranch", selectedBranch_);
     writer.member("currentBranch", currentBranch_);
     writer.member("baseGraphState", graphStateValue(baseGraphState_));
-    writer.member("moreRevisions", moreRevisions_);
     writer.key("logRows");
     writer.beginArray();
-    for (const vn::Record& row : logRows_) {
-        writer.beginObject();
-        for (const auto& [key, value] : row) {
-            writer.key(key);
-            writer.value(value);
-        }
-        writer.endObject();
+}
+
+void VNLogRowData::writeJsonRow(vn::JsonWriter& writer, const vn::Record& row) {
+    writer.beginObject();
+    for (const auto& [key, value] : row) {
+        writer.key(key);
+        writer.value(value);
     }
+    writer.endObject();
+}
+
+void VNLogRowData::writeJsonResult(vn::JsonWriter& writer) const {
     writer.endArray();
+    writer.member("moreRevisions", moreRevisions_);
     writer.member("firstRowIsWorkingDir", firstRowIsWorkingDir_);
     writer.member("currentBranchFound", currentBranchFound_);
     writer.endObject();

@@ -58,8 +58,13 @@ class VNLogRowData : public vn::Object {
     void setCurrentBranchFound(bool found) { currentBranchFound_ = found; }
 
     vn::Value jsonValue() const override;
-    // Writes the rows in place rather than through a copy of the page.
+    // Writes the rows in place rather than through a copy of the page. The results follow the
+    // rows, so that a page can also be written a row at a time while it is read: the request
+    // (opening the rows), each row, then the results (closing the page).
     void writeJson(vn::JsonWriter& writer) const override;
+    void writeJsonRequest(vn::JsonWriter& writer) const;
+    static void writeJsonRow(vn::JsonWriter& writer, const vn::Record& row);
+    void writeJsonResult(vn::JsonWriter& writer) const;
 
   private:
     uint64_t skip_ = 0;

@@ -1,5 +1,8 @@
 #include <gtest/gtest.h>
 
+#include <cstdlib>
+#include <filesystem>
+
 #include "base/Json.h"
 #include "git/VNRepoHandlerGit.h"
 #include "handler/VNTask.h"
@@ -96,6 +99,77 @@ TEST(HistoryGraph, LogGraphPagesContinueTheGraphOfThePagesBefore) {
                       trimmed(got.substr(cut + 1, got.find('\n', cut + 1) - cut - 1)),
                   expected);
     }
+}
+
+std::vector<std::string> linesOf(const std::string& text) {
+    std::vector<std::string> lines;
+    for (std::size_t start = 0, end; (end = text.find('\n', start)) != std::string::npos;
+         start = end + 1) {
+        std::string line = text.substr(start, end - start);
+        // Pages pad the graph to their own width: compare without the padding.
+        std::size_t graphEnd = line.find("  ");
+        if (graphEnd != std::string::npos) {
+            std::size_t text = line.find_first_not_of(' ', graphEnd);
+            line = line.substr(0, graphEnd) + " " + line.substr(text);
+        }
+        lines.push_back(line);
+    }
+    return lines;
+}
+
+std::vector<std::string> cacheFiles() {
+    std::vector<std::string> files;
+    std::string folder = std::string(std::getenv("XDG_CACHE_HOME")) + "/varnel/log-graph";
+    std::error_code error;
+    for (const auto& item : std::filesystem::directory_iterator(folder, error)) {
+        files.push_back(item.path().string());
+    }
+    return files;
+}
+
+TEST(HistoryGraph, DeepPagesContinueFromKeptStatesOnlyWhileTheyHold) {
+    GitRepository repo;
+    buildHistory(repo);
+    // Wider: more branches off the main line.
+    for (int i = 0; i < 4; ++i) {
+        repo.git({"checkout", "-q", "-b", "t" + std::to_string(i), "main~1"});
+        repo.commitFile("t" + std::to_string(i), "x\n", "topic " + std::to_string(i));
+    }
+    repo.git({"checkout", "-q", "main"});
+    for (const std::string& file : cacheFiles()) {
+        std::filesystem::remove(file);
+    }
+    auto pages = [&](std::size_t total) {
+        std::vector<std::string> lines;
+        for (std::size_t skip = 0; skip < total; skip += 3) {
+            auto page = vrnlIn(repo.path(),
+                               {"log", "--graph", "--skip", std::to_string(skip), "--limit", "3"});
+            EXPECT_TRUE(page->success()) << page->errorOutput();
+            auto more = linesOf(page->output());
+            lines.insert(lines.end(), more.begin(), more.end());
+        }
+        return lines;
+    };
+    auto whole = linesOf(vrnlIn(repo.path(), {"log", "--graph", "--limit", "0"})->output());
+    ASSERT_EQ(whole.size(), 11u);
+    EXPECT_EQ(pages(whole.size()), whole) << "pages laid out from the top";
+    ASSERT_EQ(cacheFiles().size(), 1u) << "page ends are kept";
+    EXPECT_EQ(pages(whole.size()), whole) << "pages continued from kept states";
+
+    // A damaged file is ignored and replaced.
+    std::string file = cacheFiles().front();
+    vn::test::writeFile(file, vn::test::readFile(file).substr(0, 200));
+    EXPECT_EQ(pages(whole.size()), whole);
+
+    // New commits change the rows: the kept states no longer apply.
+    repo.commitFile("f", "m3\n", "m3");
+    repo.git({"checkout", "-q", "t1"});
+    repo.commitFile("t1", "y\n", "topic 1 again");
+    repo.git({"checkout", "-q", "main"});
+    auto changed = linesOf(vrnlIn(repo.path(), {"log", "--graph", "--limit", "0"})->output());
+    ASSERT_EQ(changed.size(), 13u);
+    EXPECT_EQ(pages(changed.size()), changed);
+    EXPECT_EQ(cacheFiles().size(), 2u);
 }
 
 TEST(HistoryGraph, SvgAndJsonCarryTheGraph) {

@@ -87,12 +87,19 @@ TEST(HistoryCommandsTest, LogPagesAndJson) {
     ASSERT_TRUE(rows);
     ASSERT_EQ(rows->size(), 2u);
     const vn::Record& row = *rows->at(1).record();
+    // No graph unless asked for.
     EXPECT_EQ(row.keys(),
               (std::vector<std::string>{"rev", "changeset", "changesetshort", "parentid1",
                                         "parentid2", "otherparentids", "date", "user", "committer",
-                                        "branch", "descriptionentry", "graph"}));
+                                        "branch", "descriptionentry"}));
     EXPECT_EQ(row["descriptionentry"].record()->string("description"), "one");
-    const vn::Record* graph = row["graph"].record();
+    auto withGraph =
+        vrnlIn(repo.path, {"log", "--skip=2", "--limit=3", "--remotes", "--json", "--graph"});
+    ASSERT_TRUE(withGraph->success()) << withGraph->errorOutput();
+    vn::Value graphPage = jsonOf(withGraph);
+    const vn::Value::Array* graphRows = (*graphPage.record())["logRows"].array();
+    ASSERT_TRUE(graphRows && graphRows->size() == 2u);
+    const vn::Record* graph = (*graphRows->at(1).record())["graph"].record();
     ASSERT_TRUE(graph);
     EXPECT_EQ(graph->keys(),
               (std::vector<std::string>{"commitColumn", "commitColour", "lineColumns"}));
@@ -110,7 +117,12 @@ TEST(HistoryCommandsTest, LogOptionsAndErrors) {
     EXPECT_EQ(linesOf(branch->output()).size(), 3u);
     auto firstParent = vrnlIn(repo.path, {"log", "--first-parent", "--topo"});
     EXPECT_TRUE(firstParent->success());
-    EXPECT_EQ(vrnlIn(repo.path, {"log", "--limit", "0"})->exitCode(), 2);
+    // A limit of 0 is the whole history.
+    auto whole = vrnlIn(repo.path, {"log", "--limit", "0", "--remotes"});
+    ASSERT_TRUE(whole->success());
+    EXPECT_EQ(linesOf(whole->output()).size(), 4u);
+    EXPECT_EQ(whole->errorOutput(), "") << "no next page after the whole history";
+    EXPECT_EQ(vrnlIn(repo.path, {"log", "--limit", "x"})->exitCode(), 2);
     EXPECT_EQ(vrnlIn(repo.path, {"log", "--skip", "-3"})->exitCode(), 2);
     EXPECT_EQ(vrnlIn(repo.path, {"log", "--bogus"})->exitCode(), 2);
     auto missing = vrnlIn(repo.path, {"log", "--branch", "nope"});

@@ -58,6 +58,7 @@ void isolateEnvironment() {
     ::setenv("XDG_CONFIG_HOME", fs::appendPathComponent(root, "config").c_str(), 1);
     ::setenv("XDG_DATA_HOME", fs::appendPathComponent(root, "data").c_str(), 1);
     ::setenv("XDG_STATE_HOME", fs::appendPathComponent(root, "state").c_str(), 1);
+    ::setenv("XDG_CACHE_HOME", fs::appendPathComponent(root, "cache").c_str(), 1);
     ::setenv("XDG_RUNTIME_DIR", fs::appendPathComponent(root, "runtime").c_str(), 1);
     std::string hgrc = fs::appendPathComponent(root, "hgrc");
     writeFile(hgrc, "[ui]\nusername = Test User <test@example.com>\n");
