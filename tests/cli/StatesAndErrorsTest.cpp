@@ -241,7 +241,7 @@ TEST(VrnlErrors, NumbersOutOfRangeAreUsageErrors) {
         {"log", "--skip", "-1"},
         {"log", "--skip", "1e3"},
         {"log", "--skip", ""},
-        {"log", "--limit", "0"},
+        {"log", "--limit", "-1"},
         {"log", "--limit", "2147483648"},
         {"log", "--limit", "ten"},
         {"status", "--mask", "0"},
