@@ -31,6 +31,15 @@ void appendFiles(std::vector<std::string>& args, const std::vector<std::string>&
     args.insert(args.end(), files.begin(), files.end());
 }
 
+// A diff names files, and a name must go back to git as the bytes git wrote: the output stays
+// bytes, and the parser decodes each line it shows by itself.
+std::shared_ptr<VNTask> diffTask(const std::string& git, const std::string& path,
+                                 std::vector<std::string> args) {
+    auto task = VNTask::taskWithCommand(git, path, std::move(args));
+    task->setRawOutput(true);
+    return task;
+}
+
 std::string firstLine(const std::string& text) {
     std::string line = text.substr(0, text.find('\n'));
     while (!line.empty() && (line.back() == '\r' || line.back() == ' ')) {
@@ -79,7 +88,7 @@ std::shared_ptr<VNDiffModel> VNRepoHandlerGit::fileDiffAgainstBase(
         appendDiffOptions(args, 0, context);
         args.push_back(base);
         appendFiles(args, fileList);
-        auto task = VNTask::taskWithCommand(gitPath(), path, std::move(args));
+        auto task = diffTask(gitPath(), path, std::move(args));
         task->run();
         return task;
     };
@@ -120,7 +129,7 @@ std::shared_ptr<VNTask> VNRepoHandlerGit::fileDiffAgainstBaseTask(
     auto args = defaultArgsForPath(path, "diff");
     appendDiffOptions(args, options, context);
     appendFiles(args, fileList);
-    return VNTask::taskWithCommand(gitPath(), path, std::move(args));
+    return diffTask(gitPath(), path, std::move(args));
 }
 
 std::shared_ptr<VNTask> VNRepoHandlerGit::fileDiffAgainstBaseTask(
@@ -135,7 +144,7 @@ std::shared_ptr<VNTask> VNRepoHandlerGit::fileDiffAgainstBaseTask(
         args.push_back(baseRevision);
     }
     appendFiles(args, fileList);
-    return VNTask::taskWithCommand(gitPath(), path, std::move(args));
+    return diffTask(gitPath(), path, std::move(args));
 }
 
 std::shared_ptr<VNTask> VNRepoHandlerGit::revisionFileDiffTask(
@@ -148,7 +157,7 @@ std::shared_ptr<VNTask> VNRepoHandlerGit::revisionFileDiffTask(
     appendDiffOptions(args, options, context);
     args.push_back(revision);
     appendFiles(args, fileList);
-    return VNTask::taskWithCommand(gitPath(), path, std::move(args));
+    return diffTask(gitPath(), path, std::move(args));
 }
 
 std::shared_ptr<VNTask> VNRepoHandlerGit::revisionRangeFileDiffTask(
@@ -159,7 +168,7 @@ std::shared_ptr<VNTask> VNRepoHandlerGit::revisionRangeFileDiffTask(
     args.push_back(revisionFrom);
     args.push_back(revisionTo);
     appendFiles(args, fileList);
-    return VNTask::taskWithCommand(gitPath(), path, std::move(args));
+    return diffTask(gitPath(), path, std::move(args));
 }
 
 std::shared_ptr<VNTask> VNRepoHandlerGit::revisionsFileDiffTask(
@@ -173,7 +182,7 @@ std::shared_ptr<VNTask> VNRepoHandlerGit::revisionsFileDiffTask(
     appendDiffOptions(args, options, context);
     args.insert(args.end(), revisions.begin(), revisions.end());
     appendFiles(args, fileList);
-    return VNTask::taskWithCommand(gitPath(), path, std::move(args));
+    return diffTask(gitPath(), path, std::move(args));
 }
 
 std::shared_ptr<VNTask> VNRepoHandlerGit::stashDiffTask(const std::string& path,
@@ -183,7 +192,7 @@ std::shared_ptr<VNTask> VNRepoHandlerGit::stashDiffTask(const std::string& path,
     if (!name.empty()) {
         args.push_back(name);
     }
-    return VNTask::taskWithCommand(gitPath(), path, std::move(args));
+    return diffTask(gitPath(), path, std::move(args));
 }
 
 // ---- External tools ----------------------------------------------------------------------------

@@ -49,6 +49,19 @@ std::shared_ptr<VNTask> runGit(VNRepoHandlerGit& handler, const std::string& pat
     return task;
 }
 
+// Runs a listing of file names: its output stays bytes, because a name goes back to git as git
+// wrote it.
+std::shared_ptr<VNTask> runNameListing(VNRepoHandlerGit& handler, const std::string& path,
+                                       const std::string& command, std::vector<std::string> args) {
+    auto task = gitTask(handler, path, command, std::move(args));
+    task->setRawOutput(true);
+    if (!task->run()) {
+        handler.handleGitFailure("git " + command, task->exitCode(), task->errorOutput(), false);
+        return nullptr;
+    }
+    return task;
+}
+
 bool authorDatePreferred() {
     return vn::Preferences::standard().boolForKey("gitLogUseAuthorDate");
 }
@@ -396,20 +409,18 @@ vn::Record VNRepoHandlerGit::revisionDetails(const std::string& path, const std:
 
 std::vector<vn::Record> VNRepoHandlerGit::revisionFileChanges(const std::string& path,
                                                               const std::string& revision) {
-    auto task = runGit(*this, path, "diff-tree",
-                       {"-r", "-z", "--no-commit-id", "--name-status", "-M", "--root",
-                        "--diff-merges=first-parent", "--end-of-options", revision, "--"},
-                       true);
+    auto task = runNameListing(*this, path, "diff-tree",
+                               {"-r", "-z", "--no-commit-id", "--name-status", "-M", "--root",
+                                "--diff-merges=first-parent", "--end-of-options", revision, "--"});
     return task ? VNGitLogParser::parseNameStatus(task->output()) : std::vector<vn::Record>();
 }
 
 std::vector<vn::Record> VNRepoHandlerGit::revisionRangeFileChanges(const std::string& path,
                                                                    const std::string& revisionFrom,
                                                                    const std::string& revisionTo) {
-    auto task = runGit(
+    auto task = runNameListing(
         *this, path, "diff-tree",
-        {"-r", "-z", "--name-status", "-M", "--end-of-options", revisionFrom, revisionTo, "--"},
-        true);
+        {"-r", "-z", "--name-status", "-M", "--end-of-options", revisionFrom, revisionTo, "--"});
     return task ? VNGitLogParser::parseNameStatus(task->output()) : std::vector<vn::Record>();
 }
 
