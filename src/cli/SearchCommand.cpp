@@ -147,7 +147,8 @@ int runSearch(Arguments& args) {
         while (!message.empty() && message.back() == '\n') {
             message.pop_back();
         }
-        std::cerr << "vrnl: " << (message.empty() ? "git log failed" : message) << "\n";
+        std::cerr << "vrnl: " << (message.empty() ? "git log failed" : displayLines(message))
+                  << "\n";
         return 1;
     }
     return hits > 0 ? 0 : 1;
