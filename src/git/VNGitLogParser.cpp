@@ -375,8 +375,12 @@ vn::Record VNGitLogParser::parseFullMessages(std::string_view output) {
     return messages;
 }
 
-std::vector<vn::Record> VNGitLogParser::parseNameStatus(std::string_view output) {
+std::vector<vn::Record> VNGitLogParser::parseNameStatus(std::string_view output, bool* truncated,
+                                                        std::size_t maxRecords) {
     std::vector<vn::Record> records;
+    if (truncated) {
+        *truncated = false;
+    }
     // Fields are read one after the other, so nothing but the records grows with the listing.
     std::size_t from = 0;
     auto nextField = [&](std::string_view& field) {
@@ -399,6 +403,12 @@ std::vector<vn::Record> VNGitLogParser::parseNameStatus(std::string_view output)
         }
         if (letters.empty()) {
             continue;
+        }
+        if (records.size() >= maxRecords) {
+            if (truncated) {
+                *truncated = true;
+            }
+            break;
         }
         char letter = letters.front();
         bool twoPaths = letter == 'R' || letter == 'C';

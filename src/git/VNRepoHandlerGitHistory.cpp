@@ -62,6 +62,22 @@ std::shared_ptr<VNTask> runNameListing(VNRepoHandlerGit& handler, const std::str
     return task;
 }
 
+// The files of a finished name-status listing; a listing too long to hold is cut, and the cut
+// reported with the command.
+std::vector<vn::Record> nameStatusRecords(VNRepoHandlerGit& handler, const VNTask& task) {
+    bool truncated = false;
+    auto records = VNGitLogParser::parseNameStatus(task.output(), &truncated);
+    if (truncated) {
+        handler.handleGitFailure(
+            task.displayCommand(), task.exitCode(),
+            vn::format("the listing names more than %ld files; only the first %ld are read",
+                       static_cast<long>(VNGitLogParser::MaxFileChanges),
+                       static_cast<long>(VNGitLogParser::MaxFileChanges)),
+            false);
+    }
+    return records;
+}
+
 bool authorDatePreferred() {
     return vn::Preferences::standard().boolForKey("gitLogUseAuthorDate");
 }
@@ -412,7 +428,7 @@ std::vector<vn::Record> VNRepoHandlerGit::revisionFileChanges(const std::string&
     auto task = runNameListing(*this, path, "diff-tree",
                                {"-r", "-z", "--no-commit-id", "--name-status", "-M", "--root",
                                 "--diff-merges=first-parent", "--end-of-options", revision, "--"});
-    return task ? VNGitLogParser::parseNameStatus(task->output()) : std::vector<vn::Record>();
+    return task ? nameStatusRecords(*this, *task) : std::vector<vn::Record>();
 }
 
 std::vector<vn::Record> VNRepoHandlerGit::revisionRangeFileChanges(const std::string& path,
@@ -421,7 +437,7 @@ std::vector<vn::Record> VNRepoHandlerGit::revisionRangeFileChanges(const std::st
     auto task = runNameListing(
         *this, path, "diff-tree",
         {"-r", "-z", "--name-status", "-M", "--end-of-options", revisionFrom, revisionTo, "--"});
-    return task ? VNGitLogParser::parseNameStatus(task->output()) : std::vector<vn::Record>();
+    return task ? nameStatusRecords(*this, *task) : std::vector<vn::Record>();
 }
 
 vn::Record VNRepoHandlerGit::fullCommitMessages(const std::string& path,
