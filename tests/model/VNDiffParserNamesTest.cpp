@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <limits>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -155,6 +156,69 @@ TEST(VNDiffParserNames, PathologicalLinesParse) {
     for (const Case& c : cases) {
         SCOPED_TRACE(c.what);
         EXPECT_EQ(parse(c.diff).size(), c.files);
+    }
+}
+
+}  // namespace
+
+namespace {
+
+// Text stitched from the pieces the header readers look for, in random order: whatever comes
+// out, the parser and the quoting reader finish, and the sanitizers see no fault.
+TEST(VNDiffParserNames, RandomHeaderPiecesNeverFault) {
+    const std::vector<std::string> pieces = {
+        "diff --git ",
+        "a/",
+        " b/",
+        "\"",
+        "\\",
+        "\\3",
+        "\\351",
+        "\n",
+        "@@ -",
+        " +",
+        ",",
+        "@@",
+        "99999999999999999999",
+        "1",
+        " ",
+        "\t",
+        "rename to ",
+        "rename from ",
+        "--- ",
+        "+++ ",
+        "/dev/null",
+        "\xE9",
+        "\xE6\x97",
+        "\0",
+        "old mode ",
+        "diff --cc ",
+        "copy to ",
+        "-",
+        "+",
+    };
+    std::mt19937 random(16);
+    for (int round = 0; round < 2000; ++round) {
+        std::string text;
+        int count = static_cast<int>(random() % 60);
+        for (int i = 0; i < count; ++i) {
+            text += pieces[random() % pieces.size()];
+        }
+        SCOPED_TRACE(text);
+        auto files = parse(text);
+        for (const auto& file : files) {
+            for (const auto& hunk : file->hunks()) {
+                EXPECT_LE(hunk->startLineBefore(), hunk->endLineBefore() + 1);
+                for (std::size_t i = 0; i < hunk->lineCount(); ++i) {
+                    EXPECT_TRUE(vn::isValidUTF8(hunk->lineAt(i).line));
+                }
+            }
+        }
+        std::size_t consumed = 0;
+        if (auto bytes = vn::readCQuoted(text, &consumed)) {
+            EXPECT_LE(consumed, text.size());
+            EXPECT_LE(bytes->size(), consumed);
+        }
     }
 }
 
