@@ -190,7 +190,7 @@ TEST(VNDiffParserNames, RandomHeaderPiecesNeverFault) {
         "/dev/null",
         "\xE9",
         "\xE6\x97",
-        "\0",
+        std::string(1, '\0'),
         "old mode ",
         "diff --cc ",
         "copy to ",
