@@ -279,4 +279,200 @@ std::string_view truncateUTF8(std::string_view text, std::size_t maxBytes) {
     return text.substr(0, cut);
 }
 
+// ---- Tool output ------------------------------------------------------------------------------
+
+std::string decodeLegacy8Bit(std::string_view bytes) {
+    const SingleByteTable& table = tableFor(TextEncoding::Windows1252);
+    std::string out;
+    out.reserve(bytes.size() + bytes.size() / 4);
+    for (char ch : bytes) {
+        auto b = static_cast<unsigned char>(ch);
+        appendUTF8(out, table.ok && table.mapped[b] ? table.toUnicode[b] : char32_t(b));
+    }
+    return out;
+}
+
+std::string decodeToolText(std::string_view bytes, bool lossy) {
+    if (isValidUTF8(bytes)) {
+        return std::string(bytes);
+    }
+    return lossy ? repairUTF8(bytes) : decodeLegacy8Bit(bytes);
+}
+
+std::string decodeToolOutput(std::string_view bytes, bool lossy) {
+    if (isValidUTF8(bytes)) {
+        return std::string(bytes);
+    }
+    std::string out;
+    out.reserve(bytes.size() + bytes.size() / 8);
+    std::size_t from = 0;
+    while (from < bytes.size()) {
+        std::size_t end = bytes.find('\n', from);
+        end = end == std::string_view::npos ? bytes.size() : end + 1;
+        std::string_view line = bytes.substr(from, end - from);
+        if (isValidUTF8(line)) {
+            out.append(line);
+        } else {
+            out.append(lossy ? repairUTF8(line) : decodeLegacy8Bit(line));
+        }
+        from = end;
+    }
+    return out;
+}
+
+std::optional<std::string> readCQuoted(std::string_view text, std::size_t* consumed) {
+    if (text.empty() || text.front() != '"') {
+        return std::nullopt;
+    }
+    std::string out;
+    out.reserve(text.size());
+    std::size_t i = 1;
+    while (i < text.size()) {
+        char c = text[i];
+        if (c == '"') {
+            if (consumed) {
+                *consumed = i + 1;
+            }
+            return out;
+        }
+        if (c != '\\') {
+            out.push_back(c);
+            ++i;
+            continue;
+        }
+        if (++i >= text.size()) {
+            break;
+        }
+        char e = text[i++];
+        switch (e) {
+            case 'a':
+                out.push_back('\a');
+                break;
+            case 'b':
+                out.push_back('\b');
+                break;
+            case 't':
+                out.push_back('\t');
+                break;
+            case 'n':
+                out.push_back('\n');
+                break;
+            case 'v':
+                out.push_back('\v');
+                break;
+            case 'f':
+                out.push_back('\f');
+                break;
+            case 'r':
+                out.push_back('\r');
+                break;
+            default:
+                if (e >= '0' && e <= '7') {
+                    // Up to three octal digits make one byte; git writes exactly three.
+                    unsigned value = static_cast<unsigned>(e - '0');
+                    for (int k = 0; k < 2 && i < text.size() && text[i] >= '0' && text[i] <= '7';
+                         ++k) {
+                        value = value * 8 + static_cast<unsigned>(text[i++] - '0');
+                    }
+                    out.push_back(static_cast<char>(value & 0xFF));
+                } else {
+                    // \" and \\ stand for themselves, and so does any escape git never writes.
+                    out.push_back(e);
+                }
+                break;
+        }
+    }
+    return std::nullopt;
+}
+
+// ---- Display ----------------------------------------------------------------------------------
+
+namespace {
+
+void appendEscape(std::string& out, const char* prefix, unsigned value, int digits) {
+    static const char hex[] = "0123456789abcdef";
+    out.append(prefix);
+    for (int shift = (digits - 1) * 4; shift >= 0; shift -= 4) {
+        out.push_back(hex[(value >> shift) & 0xF]);
+    }
+}
+
+bool isHiddenFormatting(char32_t cp) {
+    // C1 controls, and the bidirectional embeddings, overrides and isolates that can make text
+    // read in another order than it is stored.
+    return (cp >= 0x80 && cp <= 0x9F) || (cp >= 0x202A && cp <= 0x202E) ||
+           (cp >= 0x2066 && cp <= 0x2069);
+}
+
+}  // namespace
+
+void appendDisplayText(std::string& out, std::string_view text, bool keepTabs) {
+    auto s = reinterpret_cast<const unsigned char*>(text.data());
+    std::size_t n = text.size(), i = 0;
+    while (i < n) {
+        std::size_t start = i;
+        while (i < n && s[i] >= 0x20 && s[i] < 0x7F) {
+            ++i;
+        }
+        out.append(text.data() + start, i - start);
+        if (i >= n) {
+            break;
+        }
+        unsigned char c = s[i];
+        if (c < 0x80) {
+            ++i;
+            switch (c) {
+                case '\t':
+                    out.append(keepTabs ? "\t" : "\\t");
+                    break;
+                case '\a':
+                    out.append("\\a");
+                    break;
+                case '\b':
+                    out.append("\\b");
+                    break;
+                case '\n':
+                    out.append("\\n");
+                    break;
+                case '\v':
+                    out.append("\\v");
+                    break;
+                case '\f':
+                    out.append("\\f");
+                    break;
+                case '\r':
+                    out.append("\\r");
+                    break;
+                default:
+                    appendEscape(out, "\\x", c, 2);
+                    break;
+            }
+            continue;
+        }
+        std::size_t maximal;
+        std::size_t len = validSequenceLength(s, n, i, maximal);
+        if (len == 0) {
+            out.append("\xEF\xBF\xBD");
+            i += maximal;
+            continue;
+        }
+        char32_t cp = len == 2   ? ((c & 0x1F) << 6) | (s[i + 1] & 0x3F)
+                      : len == 3 ? ((c & 0x0F) << 12) | ((s[i + 1] & 0x3F) << 6) | (s[i + 2] & 0x3F)
+                                 : 0x10000;
+        if (isHiddenFormatting(cp)) {
+            appendEscape(out, "\\u", static_cast<unsigned>(cp), 4);
+        } else {
+            out.append(text.data() + i, len);
+        }
+        i += len;
+    }
+}
+
+std::string displayText(std::string_view text, bool keepTabs) {
+    std::string out;
+    out.reserve(text.size());
+    appendDisplayText(out, text, keepTabs);
+    return out;
+}
+
 }  // namespace vn

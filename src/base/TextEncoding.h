@@ -37,4 +37,35 @@ std::optional<std::string> decodeWithFallbacks(std::string_view bytes,
 // Cuts UTF-8 text to at most `maxBytes` bytes without splitting a character.
 std::string_view truncateUTF8(std::string_view text, std::size_t maxBytes);
 
+// ---- Tool output ----
+
+// The 8-bit reading of text that is not UTF-8: Windows-1252, with ISO Latin-1 for the five bytes
+// it leaves unmapped, so that it never fails and every byte keeps a character of its own.
+std::string decodeLegacy8Bit(std::string_view bytes);
+
+// One line or field of tool output as text: valid UTF-8 as it is, anything else repaired
+// (`lossy`, each malformed sequence becomes U+FFFD) or read as 8-bit text.
+std::string decodeToolText(std::string_view bytes, bool lossy);
+
+// Tool output as text, decided line by line (lines end at "\n"): one line in another encoding
+// never changes how the lines around it read.
+std::string decodeToolOutput(std::string_view bytes, bool lossy);
+
+// Reads the C-quoted string at the start of `text` (in double quotes, with the C escapes and
+// octal escapes, as git quotes names) into its exact bytes. `consumed` receives the length
+// of the quoted string, closing quote included. Nothing when `text` does not start with a
+// complete quoted string.
+std::optional<std::string> readCQuoted(std::string_view text, std::size_t* consumed = nullptr);
+
+// ---- Display ----
+
+// Text from tools or users made safe to write to a terminal: malformed UTF-8 shows as U+FFFD;
+// control characters (C0, DEL, C1) and the bidirectional overrides are written as visible
+// escapes ("\t", "\n", "\r", "\x1b", "\u009b", "\u202e"), so that nothing in a name or a
+// message can move the cursor, recolour or rewrite the screen. A tab stays a tab with
+// `keepTabs` (the indentation of file contents).
+std::string displayText(std::string_view text, bool keepTabs = false);
+// The same, appended to `out`.
+void appendDisplayText(std::string& out, std::string_view text, bool keepTabs = false);
+
 }  // namespace vn

@@ -2,6 +2,7 @@
 #include <iostream>
 #include <string>
 
+#include "base/TextEncoding.h"
 #include "cli/Cli.h"
 #include "cli/HistoryCli.h"
 #include "git/VNRepoHandlerGit.h"
@@ -25,7 +26,7 @@ int runBlame(Arguments& args) {
     std::error_code error;
     std::filesystem::path file = std::filesystem::absolute(rest[0], error).lexically_normal();
     if (error) {
-        std::cerr << "vrnl: " << rest[0] << ": " << error.message() << "\n";
+        std::cerr << "vrnl: " << display(rest[0]) << ": " << error.message() << "\n";
         return 1;
     }
     // The folder holding the file finds the repository, also for a file deleted since the
@@ -39,7 +40,7 @@ int runBlame(Arguments& args) {
     std::string relative =
         (canonicalFolder / file.filename()).lexically_relative(workingCopy->path).generic_string();
     if (relative.empty() || relative.starts_with("..")) {
-        std::cerr << "vrnl: " << rest[0] << " is outside the repository\n";
+        std::cerr << "vrnl: " << display(rest[0]) << " is outside the repository\n";
         return 1;
     }
     auto& handler = *workingCopy->handler;
@@ -48,7 +49,7 @@ int runBlame(Arguments& args) {
         if (!failures.empty()) {
             return history::reportFailure(failures);
         }
-        std::cerr << "vrnl: no commit \"" << *revision << "\"\n";
+        std::cerr << "vrnl: no commit \"" << display(*revision) << "\"\n";
         return 1;
     }
     std::vector<Record> lines = handler.blame(workingCopy->path, relative, revision);
@@ -61,7 +62,7 @@ int runBlame(Arguments& args) {
         bool emptyFile = !revision && std::filesystem::is_regular_file(file, error) &&
                          std::filesystem::file_size(file, error) == 0;
         if (!emptyFile) {
-            std::cerr << "vrnl: cannot blame " << rest[0]
+            std::cerr << "vrnl: cannot blame " << display(rest[0])
                       << (std::filesystem::exists(file, error) || revision
                               ? " (is it tracked by git?)\n"
                               : " (no such file)\n");
@@ -75,19 +76,20 @@ int runBlame(Arguments& args) {
     std::size_t shortWidth = 0, nameWidth = 0, numberWidth = 0;
     for (const Record& line : lines) {
         shortWidth = std::max(shortWidth, line.string("changesetshort").size());
-        nameWidth = std::max(nameWidth, history::nameOnly(line.string("user")).size());
+        nameWidth = std::max(nameWidth, display(history::nameOnly(line.string("user"))).size());
         numberWidth = std::max(numberWidth, line.string("line").size());
     }
     nameWidth = std::min<std::size_t>(nameWidth, 24);
     std::string out;
     for (const Record& line : lines) {
-        std::string name = history::nameOnly(line.string("user")).substr(0, nameWidth);
+        std::string name =
+            std::string(truncateUTF8(display(history::nameOnly(line.string("user"))), nameWidth));
         std::string number = line.string("line");
         out += colour(line.string("changesetshort"), "33") + " " +
                colour(name + std::string(nameWidth - name.size(), ' '), "34") + " " +
                colour(history::shortDate(line["date"]).substr(0, 10), "2") + " " +
                std::string(numberWidth - number.size(), ' ') + number + " " +
-               line.string("linecontents") + "\n";
+               displayLines(line.string("linecontents")) + "\n";
     }
     std::cout << out << std::flush;
     return 0;

@@ -19,7 +19,7 @@ class Reporter : public VNPathOrURLValidationDelegate {
         if (notification.name == VNTask::ErrorOutputReceivedNotification) {
             std::string text = task.newErrorOutput();
             messages += text;
-            std::cerr << CredentialStore::redactURLPasswords(text) << std::flush;
+            std::cerr << displayLines(CredentialStore::redactURLPasswords(text)) << std::flush;
         } else {
             for (char c : task.newOutput()) {
                 if (c == '\n') {
@@ -67,10 +67,11 @@ int runCheckUrl(Arguments& args) {
             {"messages", CredentialStore::redactURLPasswords(reporter.messages)},
         });
     } else if (reachable) {
-        std::cout << colour("reachable", "32") << "  " << shown << " (" << reporter.references
+        std::cout << colour("reachable", "32") << "  " << display(shown) << " ("
+                  << reporter.references
                   << (reporter.references == 1 ? " reference" : " references") << ")\n";
     } else {
-        std::cout << colour("not reachable", "31") << "  " << shown << "\n";
+        std::cout << colour("not reachable", "31") << "  " << display(shown) << "\n";
     }
     return reachable ? 0 : 1;
 }

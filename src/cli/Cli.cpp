@@ -6,6 +6,7 @@
 #include <iostream>
 
 #include "base/Json.h"
+#include "base/TextEncoding.h"
 
 namespace vn::cli {
 
@@ -76,8 +77,29 @@ void printJson(const Value& value) {
 }
 
 int usageError(const std::string& message) {
-    std::cerr << "vrnl: " << message << "\n";
+    std::cerr << "vrnl: " << displayLines(message) << "\n";
     return 2;
+}
+
+std::string display(std::string_view text) {
+    return displayText(text);
+}
+
+std::string displayLines(std::string_view text) {
+    std::string out;
+    out.reserve(text.size());
+    std::size_t from = 0;
+    while (from <= text.size()) {
+        std::size_t end = text.find('\n', from);
+        appendDisplayText(out, text.substr(from, end == std::string_view::npos ? end : end - from),
+                          true);
+        if (end == std::string_view::npos) {
+            break;
+        }
+        out.push_back('\n');
+        from = end + 1;
+    }
+    return out;
 }
 
 bool useColour() {

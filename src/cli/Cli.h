@@ -45,6 +45,13 @@ void printJson(const Value& value);
 // Writes an error line "vrnl: ..." to standard error and answers the exit status for usage errors.
 int usageError(const std::string& message);
 
+// Text from git, the repository or the user as human output writes it: control characters
+// escaped visibly, malformed UTF-8 as U+FFFD (see vn::displayText). JSON output is not passed
+// through these.
+std::string display(std::string_view text);
+// The same for text of several lines (messages, git's error output): line breaks and tabs stay.
+std::string displayLines(std::string_view text);
+
 // Whether standard output is a terminal that takes colour (and NO_COLOR is not set).
 bool useColour();
 std::string colour(std::string_view text, std::string_view sgr);

@@ -93,13 +93,13 @@ void appendLineNumber(std::string& out, int64_t number, std::size_t width) {
 }
 
 void printFile(const VNDiffFileModel& file, std::string& out) {
-    std::string name = file.filename().empty() ? "(no name)" : file.filename();
+    std::string name = file.filename().empty() ? "(no name)" : display(file.filename());
     if (!file.rev().empty()) {
-        out += colour(file.rev(), "33") + " ";
+        out += colour(display(file.rev()), "33") + " ";
     }
     out += colour(changeTypeName(file.changeType()), "1") + "  ";
     if (!file.previousFilename().empty()) {
-        out += colour(file.previousFilename(), "1") + " -> ";
+        out += colour(display(file.previousFilename()), "1") + " -> ";
     }
     out += colour(name, "1");
     if (file.linesAdded() || file.linesRemoved()) {
@@ -138,11 +138,16 @@ void printFile(const VNDiffFileModel& file, std::string& out) {
                                    : line.prefix == "-"  ? "31"
                                    : line.prefix == "\\" ? "2"
                                                          : "";
+            // File contents keep their tabs; anything else that would steer the terminal is
+            // shown escaped.
             if (sgr.empty() || !useColour()) {
-                out.append(line.prefix).append(line.line);
+                appendDisplayText(out, line.prefix, true);
+                appendDisplayText(out, line.line, true);
             } else {
-                out.append("\x1b[").append(sgr).append("m").append(line.prefix);
-                out.append(line.line).append("\x1b[0m");
+                out.append("\x1b[").append(sgr).append("m");
+                appendDisplayText(out, line.prefix, true);
+                appendDisplayText(out, line.line, true);
+                out.append("\x1b[0m");
             }
             out.push_back('\n');
         }
@@ -254,12 +259,11 @@ void printModel(const std::shared_ptr<VNDiffModel>& model, bool json) {
 int showPatchFile(const std::string& patchFile, uint64_t maxFiles, bool json) {
     std::optional<std::string> bytes = readPatch(patchFile);
     if (!bytes) {
-        std::cerr << "vrnl: cannot read " << patchFile << "\n";
+        std::cerr << "vrnl: cannot read " << display(patchFile) << "\n";
         return 1;
     }
-    // Patches are read the way tool output is: UTF-8, else the older single-byte encodings.
-    std::optional<std::string> decoded = decodeWithFallbacks(*bytes);
-    std::string text = decoded ? std::move(*decoded) : repairUTF8(*bytes);
+    // Read as bytes, like a diff from git: names stay exact and each line is decoded by itself.
+    std::string text = std::move(*bytes);
     bytes.reset();
 
     auto model = std::make_shared<VNDiffModel>(std::min<uint64_t>(maxFiles, 20));
@@ -385,7 +389,7 @@ int runDiff(Arguments& args) {
     std::optional<std::filesystem::path> root =
         base == current ? currentRoot : workingCopyRoot(*handler, base);
     if (!root) {
-        std::cerr << "vrnl: " << base.string() << " is not in a Git working copy\n";
+        std::cerr << "vrnl: " << display(base.string()) << " is not in a Git working copy\n";
         return 1;
     }
     // Files are named from the folder given (or the current one); git wants them from the root.
@@ -394,8 +398,8 @@ int runDiff(Arguments& args) {
         std::filesystem::path relative = resolvedFile(base / word).lexically_relative(*root);
         std::string name = relative.string();
         if (name.empty() || name == ".." || name.rfind("../", 0) == 0) {
-            std::cerr << "vrnl: " << word << " is outside the working copy " << root->string()
-                      << "\n";
+            std::cerr << "vrnl: " << display(word) << " is outside the working copy "
+                      << display(root->string()) << "\n";
             return 1;
         }
         files.push_back(name);
@@ -416,9 +420,9 @@ int runDiff(Arguments& args) {
         task = handler->fileDiffAgainstBaseTask(path, files, options, lines);
     }
     if (!task->run()) {
-        std::cerr << task->errorOutput();
+        std::cerr << displayLines(task->errorOutput());
         if (task->errorOutput().empty()) {
-            std::cerr << "vrnl: " << task->displayCommand() << " failed with code "
+            std::cerr << "vrnl: " << display(task->displayCommand()) << " failed with code "
                       << task->exitCode() << "\n";
         }
         return 1;

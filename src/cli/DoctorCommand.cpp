@@ -49,12 +49,12 @@ int runDoctor(Arguments& args) {
         std::cout << "  " << std::left << std::setw(10) << name << std::setw(9)
                   << tool.string("source");
         if (tool.boolean("missing")) {
-            std::cout << colour("missing", "31") << "  " << tool.string("path")
+            std::cout << colour("missing", "31") << "  " << display(tool.string("path"))
                       << (tool.string("path").empty() ? "" : "  ") << "(" << tool.string("note")
                       << ")\n";
         } else {
-            std::cout << colour(tool.string("version"), "32") << "\n"
-                      << std::setw(21) << "" << tool.string("path") << "\n";
+            std::cout << colour(display(tool.string("version")), "32") << "\n"
+                      << std::setw(21) << "" << display(tool.string("path")) << "\n";
         }
     }
     return 0;

@@ -38,7 +38,7 @@ std::string resolvedForMessage(const std::string& given) {
 }
 
 int reportFailure(const FailureCollector& failures) {
-    std::cerr << "vrnl: " << failures.message() << "\n";
+    std::cerr << "vrnl: " << displayLines(failures.message()) << "\n";
     return 1;
 }
 
@@ -46,7 +46,8 @@ std::optional<GitWorkingCopy> findGitWorkingCopy(const std::string& start) {
     std::error_code error;
     std::filesystem::path folder = std::filesystem::canonical(start, error);
     if (error) {
-        std::cerr << "vrnl: " << resolvedForMessage(start) << ": " << error.message() << "\n";
+        std::cerr << "vrnl: " << display(resolvedForMessage(start)) << ": " << error.message()
+                  << "\n";
         return std::nullopt;
     }
     if (!std::filesystem::is_directory(folder, error)) {
@@ -64,7 +65,7 @@ std::optional<GitWorkingCopy> findGitWorkingCopy(const std::string& start) {
             return GitWorkingCopy{folder.string(), std::move(handler)};
         }
         if (type != VNRepositoryTypeUnknown) {
-            std::cerr << "vrnl: " << folder.string() << " is not a Git repository\n";
+            std::cerr << "vrnl: " << display(folder.string()) << " is not a Git repository\n";
             return std::nullopt;
         }
         if (!folder.has_parent_path() || folder.parent_path() == folder) {
@@ -72,7 +73,8 @@ std::optional<GitWorkingCopy> findGitWorkingCopy(const std::string& start) {
         }
         folder = folder.parent_path();
     }
-    std::cerr << "vrnl: not inside a Git repository: " << resolvedForMessage(start) << "\n";
+    std::cerr << "vrnl: not inside a Git repository: " << display(resolvedForMessage(start))
+              << "\n";
     return std::nullopt;
 }
 
@@ -142,22 +144,22 @@ std::string labelText(const VNLogLabel& label) {
     switch (label.type()) {
         case VNLogLabel::LocalBranch:
             text = label.currentMarker() ? colour("HEAD -> ", "1;36") : "";
-            text += colour(label.label(), "1;32");
+            text += colour(display(label.label()), "1;32");
             break;
         case VNLogLabel::RemoteBranch:
-            text = colour(label.label(), "1;31");
+            text = colour(display(label.label()), "1;31");
             break;
         default:
             // The detached HEAD shares the tag type; it reads as git writes it.
             text = label.label() == "HEAD" && label.ref() == "HEAD"
                        ? colour("HEAD", "1;36")
-                       : colour(std::string("tag: ").append(label.label()), "1;33");
+                       : colour(std::string("tag: ").append(display(label.label())), "1;33");
             break;
     }
     if (!label.annotation().empty()) {
         // Appended piece by piece: `" " + text` trips a false -Wrestrict in optimised g++ 12.
         text.append(" ").append(
-            colour(std::string("[").append(label.annotation()).append("]"), "35"));
+            colour(std::string("[").append(display(label.annotation())).append("]"), "35"));
     }
     return text;
 }
@@ -181,13 +183,13 @@ std::string labelsText(const Value& descriptionEntry) {
 
 std::string rowLine(const Record& row) {
     auto entry = row["descriptionentry"].objectAs<VNLogDescriptionEntry>();
-    std::string line = colour(row.string("changesetshort"), "33");
+    std::string line = colour(display(row.string("changesetshort")), "33");
     line.append(" ").append(colour(shortDate(row["date"]), "2"));
-    line.append(" ").append(colour(nameOnly(row.string("user")), "34"));
+    line.append(" ").append(colour(display(nameOnly(row.string("user"))), "34"));
     line.append(labelsText(row["descriptionentry"]));
     line.append(" ");
     if (entry) {
-        line.append(entry->description());
+        line.append(display(entry->description()));
     }
     return line;
 }

@@ -40,7 +40,7 @@ std::vector<GraphRow> graphRowsOf(const std::vector<Record>& rows) {
         graphRow.graph = row["graph"].objectAs<VNLogGraphEntry>();
         graphRow.workingCopy = row.string("rev") == "-1";
         if (auto entry = row["descriptionentry"].objectAs<VNLogDescriptionEntry>()) {
-            graphRow.text = entry->description();
+            graphRow.text = display(entry->description());
         }
         graphRow.labels = history::labelsText(row["descriptionentry"]);
         if (!graphRow.labels.empty() && graphRow.labels[0] == ' ') {
@@ -313,7 +313,7 @@ int runLog(Arguments& args) {
         if (!failures.empty()) {
             return history::reportFailure(failures);
         }
-        std::cerr << "vrnl: no branch or revision \"" << *branch << "\"\n";
+        std::cerr << "vrnl: no branch or revision \"" << display(*branch) << "\"\n";
         return 1;
     }
 
@@ -390,7 +390,7 @@ int runLog(Arguments& args) {
         std::string error;
         if (!fs::writeFileAtomically(*svgFile, drawGraphSvg(graphRowsOf(page->logRows())),
                                      &error)) {
-            std::cerr << "vrnl: " << error << "\n";
+            std::cerr << "vrnl: " << display(error) << "\n";
             return 1;
         }
         if (json) {
@@ -414,14 +414,14 @@ int runLog(Arguments& args) {
         // The command for the next page, with the options of this one.
         std::string next = "vrnl log";
         if (!rest.empty()) {
-            next.append(" ").append(rest[0]);
+            next.append(" ").append(display(rest[0]));
         }
         next.append(" --skip ").append(std::to_string(skip + reader.rowCount()));
         if (limitText) {
             next.append(" --limit ").append(std::to_string(limit));
         }
         if (branch) {
-            next.append(" --branch ").append(*branch);
+            next.append(" --branch ").append(display(*branch));
         }
         for (auto [given, flag] :
              {std::pair{remotes, " --remotes"}, std::pair{topo, " --topo"},

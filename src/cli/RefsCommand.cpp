@@ -99,15 +99,15 @@ int runRefs(Arguments& args) {
     std::string out;
     std::size_t width = 0;
     for (const std::string& branch : branches) {
-        width = std::max(width, branch.size());
+        width = std::max(width, display(branch).size());
     }
     out += colour("Branches", "1") + "\n";
     for (const std::string& branch : branches) {
         bool isCurrent = branch == current || (branch == "HEAD" && current.empty());
         out += isCurrent ? colour("* ", "1;36") : "  ";
-        out += colour(padded(branch, width), isCurrent ? "1;32" : "32");
+        out += colour(padded(display(branch), width), isCurrent ? "1;32" : "32");
         if (const Value* upstream = upstreams.find(branch)) {
-            out.append("  ").append(colour(upstream->toString(), "31"));
+            out.append("  ").append(colour(display(upstream->toString()), "31"));
         }
         if (const Value* counts = aheadBehind.find(branch); counts && counts->array()) {
             const Value::Array& pair = *counts->array();
@@ -122,13 +122,14 @@ int runRefs(Arguments& args) {
     if (!tags.empty()) {
         out += colour("Tags", "1") + "\n";
         for (const std::string& tag : tags) {
-            out.append("  ").append(colour(tag, "33")).append("\n");
+            out.append("  ").append(colour(display(tag), "33")).append("\n");
         }
     }
     if (!remotes.empty()) {
         out += colour("Remotes", "1") + "\n";
         for (const auto& [name, url] : remotes) {
-            out.append("  ").append(colour(name, "31")).append("  ").append(url.toString());
+            out.append("  ").append(colour(display(name), "31")).append("  ");
+            out.append(display(url.toString()));
             out.append("\n");
             if (const Value* pushes = pushUrls.find(name); pushes && pushes->array()) {
                 for (const Value& push : *pushes->array()) {
@@ -141,8 +142,8 @@ int runRefs(Arguments& args) {
     if (!stashes.empty()) {
         out += colour("Stashes", "1") + "\n";
         for (const Record& stash : stashes) {
-            out.append("  ").append(colour(stash.string("name"), "33")).append("  ");
-            out.append(stash.string("msg")).append("\n");
+            out.append("  ").append(colour(display(stash.string("name")), "33")).append("  ");
+            out.append(display(stash.string("msg"))).append("\n");
         }
     }
     std::cout << out << std::flush;

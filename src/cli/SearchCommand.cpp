@@ -145,7 +145,8 @@ int runSearch(Arguments& args) {
     std::size_t hits = printer.finish();
     if (!ok) {
         std::cerr << "vrnl: git log failed: "
-                  << FailureCollector::reason(task->errorOutput(), task->exitCode()) << "\n";
+                  << displayLines(FailureCollector::reason(task->errorOutput(), task->exitCode()))
+                  << "\n";
         return 1;
     }
     return hits > 0 ? 0 : 1;

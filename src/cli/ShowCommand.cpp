@@ -58,7 +58,7 @@ int runShow(Arguments& args) {
         if (!failures.empty()) {
             return history::reportFailure(failures);
         }
-        std::cerr << "vrnl: no commit \"" << revision << "\"\n";
+        std::cerr << "vrnl: no commit \"" << display(revision) << "\"\n";
         return 1;
     }
     Record details = handler.revisionDetails(workingCopy->path, *sha);
@@ -70,7 +70,7 @@ int runShow(Arguments& args) {
         return history::reportFailure(failures);
     }
     if (details.empty()) {
-        std::cerr << "vrnl: cannot read commit " << *sha << "\n";
+        std::cerr << "vrnl: cannot read commit " << display(*sha) << "\n";
         return 1;
     }
 
@@ -79,7 +79,7 @@ int runShow(Arguments& args) {
         printJson(details);
         return 0;
     }
-    std::string out = colour(std::string("commit ").append(details.string("rev")), "33");
+    std::string out = colour(std::string("commit ").append(display(details.string("rev"))), "33");
     out.append(history::labelsText(details["descriptionentry"])).append("\n");
     if (const Value::Array* parents = details["parents"].array(); parents && parents->size() > 1) {
         out += "Merge:  ";
@@ -90,16 +90,16 @@ int runShow(Arguments& args) {
         out += "\n";
     }
     // Appended piece by piece: `"..." + text` trips a false -Wrestrict in optimised g++ 12.
-    out.append("Author:  ").append(details.string("user")).append("  ");
+    out.append("Author:  ").append(display(details.string("user"))).append("  ");
     out.append(colour(history::shortDate(details["authordate"]), "2")).append("\n");
-    out.append("Commit:  ").append(details.string("committer")).append("  ");
+    out.append("Commit:  ").append(display(details.string("committer"))).append("  ");
     out.append(colour(history::shortDate(details["committerdate"]), "2")).append("\n\n");
     std::string message = details.string("message");
     for (std::size_t from = 0; from <= message.size();) {
         std::size_t end = message.find('\n', from);
         std::string line = message.substr(from, end == std::string::npos ? end : end - from);
         if (!line.empty()) {
-            out.append("    ").append(line);
+            out.append("    ").append(displayLines(line));
         }
         out.append("\n");
         if (end == std::string::npos) {
@@ -117,9 +117,9 @@ int runShow(Arguments& args) {
                                                           : "36";
         out.append(" ").append(colour(changeLetter(status), sgr)).append("  ");
         if (file.contains("previousName")) {
-            out.append(file.string("previousName")).append(" -> ");
+            out.append(display(file.string("previousName"))).append(" -> ");
         }
-        out.append(joinedPath(file)).append("\n");
+        out.append(display(joinedPath(file))).append("\n");
     }
     std::cout << out << std::flush;
     return 0;

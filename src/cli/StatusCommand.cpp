@@ -113,7 +113,7 @@ std::string summaryLine(const Record& summary) {
     } else if (branch.empty()) {
         line = "No branch";
     } else {
-        line.append("On branch ").append(branch);
+        line.append("On branch ").append(display(branch));
     }
     if (summary.boolean("ismerge")) {
         line.append(", merging");
@@ -192,10 +192,10 @@ void printGroups(const std::vector<Record>& files) {
         first = false;
         for (const Row& row : group->rows) {
             std::string line("  ");
-            line.append(letterFor(row.side)).append("  ").append(fullPath(*row.record));
+            line.append(letterFor(row.side)).append("  ").append(display(fullPath(*row.record)));
             std::string previous = row.record->string(VNFileStatusKeyPreviousName);
             if (row.side == VNFileStatusRenamed && !previous.empty()) {
-                line.append("  (from ").append(previous).append(")");
+                line.append("  (from ").append(display(previous)).append(")");
             }
             if (row.side == VNFileStatusSubmoduleModified) {
                 line.append("  (submodule)");
@@ -233,8 +233,8 @@ int runStatus(Arguments& args) {
     std::string given = rest.empty() ? "." : rest[0];
     std::filesystem::path start = std::filesystem::canonical(given, error);
     if (error) {
-        std::cerr << "vrnl: " << history::resolvedForMessage(given) << ": " << error.message()
-                  << "\n";
+        std::cerr << "vrnl: " << display(history::resolvedForMessage(given)) << ": "
+                  << error.message() << "\n";
         return 1;
     }
     if (!std::filesystem::is_directory(start)) {
@@ -242,7 +242,7 @@ int runStatus(Arguments& args) {
     }
     auto location = findWorkingCopy(start);
     if (!location) {
-        std::cerr << "vrnl: not inside a repository: " << start.string() << "\n";
+        std::cerr << "vrnl: not inside a repository: " << display(start.string()) << "\n";
         return 1;
     }
     auto handler = VNApplication::shared().handlerForType(location->type);
@@ -259,7 +259,7 @@ int runStatus(Arguments& args) {
         return history::reportFailure(failures);
     }
     if (summary.empty()) {
-        std::cerr << "vrnl: cannot read the status of " << location->workingCopy << "\n";
+        std::cerr << "vrnl: cannot read the status of " << display(location->workingCopy) << "\n";
         return 1;
     }
 
@@ -286,13 +286,13 @@ int runOverview(Arguments& args) {
     std::string given = rest.empty() ? "." : rest[0];
     std::filesystem::path start = std::filesystem::canonical(given, error);
     if (error) {
-        std::cerr << "vrnl: " << history::resolvedForMessage(given) << ": " << error.message()
-                  << "\n";
+        std::cerr << "vrnl: " << display(history::resolvedForMessage(given)) << ": "
+                  << error.message() << "\n";
         return 1;
     }
     auto location = findWorkingCopy(start);
     if (!location) {
-        std::cerr << "vrnl: not inside a repository: " << start.string()
+        std::cerr << "vrnl: not inside a repository: " << display(start.string())
                   << "\n(vrnl doctor shows which tools Varnel uses; vrnl --help lists commands)\n";
         return 1;
     }

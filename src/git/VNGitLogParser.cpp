@@ -395,20 +395,28 @@ vn::Record VNGitLogParser::parseFullMessages(std::string_view output) {
     return messages;
 }
 
-std::vector<vn::Record> VNGitLogParser::parseNameStatus(std::string_view output) {
+std::vector<vn::Record> VNGitLogParser::parseNameStatus(std::string_view output, bool* truncated,
+                                                        std::size_t maxRecords) {
     std::vector<vn::Record> records;
-    std::vector<std::string_view> parts;
+    if (truncated) {
+        *truncated = false;
+    }
+    // Fields are read one after the other, so nothing but the records grows with the listing.
     std::size_t from = 0;
-    while (from < output.size()) {
+    auto nextField = [&](std::string_view& field) {
+        if (from >= output.size()) {
+            return false;
+        }
         std::size_t end = output.find('\0', from);
         if (end == std::string_view::npos) {
             end = output.size();
         }
-        parts.push_back(output.substr(from, end - from));
+        field = output.substr(from, end - from);
         from = end + 1;
-    }
-    for (std::size_t i = 0; i < parts.size(); ++i) {
-        std::string_view letters = parts[i];
+        return true;
+    };
+    std::string_view letters;
+    while (nextField(letters)) {
         // Outside -z mode a letter line would hold the path after a tab; -z keeps them apart.
         while (!letters.empty() && (letters.front() == '\n' || letters.front() == ' ')) {
             letters.remove_prefix(1);
@@ -416,9 +424,16 @@ std::vector<vn::Record> VNGitLogParser::parseNameStatus(std::string_view output)
         if (letters.empty()) {
             continue;
         }
+        if (records.size() >= maxRecords) {
+            if (truncated) {
+                *truncated = true;
+            }
+            break;
+        }
         char letter = letters.front();
         bool twoPaths = letter == 'R' || letter == 'C';
-        if (i + (twoPaths ? 2 : 1) >= parts.size()) {
+        std::string_view first, second;
+        if (!nextField(first) || (twoPaths && !nextField(second))) {
             break;  // cut short
         }
         uint64_t status;
@@ -446,9 +461,9 @@ std::vector<vn::Record> VNGitLogParser::parseNameStatus(std::string_view output)
         }
         std::optional<std::string> previous;
         if (twoPaths) {
-            previous = std::string(parts[++i]);
+            previous = std::string(first);
         }
-        std::string_view path = parts[++i];
+        std::string_view path = twoPaths ? second : first;
         records.push_back(
             VNGitStatusParser::statusRecord(path, status, status, VNFileStatusClean, previous));
     }

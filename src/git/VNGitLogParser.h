@@ -78,8 +78,13 @@ class VNGitLogParser {
 
     // `--name-status -z` output of a diff between two trees as status records ("status",
     // "indexStatus", "treeStatus", "filename", "path", "previousName" for renames and copies).
-    // The index side carries the change; the working-tree side is clean.
-    static std::vector<vn::Record> parseNameStatus(std::string_view output);
+    // The index side carries the change; the working-tree side is clean. Names are the exact
+    // bytes of the -z fields. At most `maxRecords` records are made, so that a listing of
+    // hundreds of megabytes cannot exhaust memory; `truncated` tells when files were left out.
+    static constexpr std::size_t MaxFileChanges = 500000;
+    static std::vector<vn::Record> parseNameStatus(std::string_view output,
+                                                   bool* truncated = nullptr,
+                                                   std::size_t maxRecords = MaxFileChanges);
 
     // `git blame --porcelain`: records "line" (final line number), "rev", "changesetshort",
     // "user" ("Name <address>"), "date" (author time with its offset), "linecontents", in line

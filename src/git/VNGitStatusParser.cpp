@@ -145,8 +145,8 @@ std::optional<std::pair<std::string_view, std::string_view>> VNGitStatusParser::
         separator = text.find(arrow);
     }
     if (separator != std::string_view::npos) {
-        return std::make_pair(trimmed(text.substr(0, separator)),
-                              trimmed(text.substr(separator + arrow.size())));
+        // Blanks around a name are part of it; only the separator goes.
+        return std::make_pair(text.substr(0, separator), text.substr(separator + arrow.size()));
     }
     std::size_t plain = text.find("->");
     if (plain == std::string_view::npos) {
@@ -156,9 +156,6 @@ std::optional<std::pair<std::string_view, std::string_view>> VNGitStatusParser::
 }
 
 bool VNGitStatusParser::isFolderPath(std::string_view path) {
-    while (!path.empty() && std::isspace(static_cast<unsigned char>(path.back()))) {
-        path.remove_suffix(1);
-    }
     return !path.empty() && path.back() == '/';
 }
 
@@ -184,6 +181,57 @@ std::optional<VNGitStatusParser::Entry> VNGitStatusParser::parseStatusLine(std::
     }
     entry.path = vn::unquoteToolPath(text);
     return entry;
+}
+
+std::vector<VNGitStatusParser::Entry> VNGitStatusParser::parseStatusOutput(
+    std::string_view output) {
+    std::vector<Entry> entries;
+    if (output.find('\0') == std::string_view::npos) {
+        for (std::string_view line : lines(output)) {
+            if (auto entry = parseStatusLine(line)) {
+                entries.push_back(std::move(*entry));
+            }
+        }
+        return entries;
+    }
+    std::size_t from = 0;
+    auto nextField = [&](std::string_view& field) {
+        if (from >= output.size()) {
+            return false;
+        }
+        std::size_t end = output.find('\0', from);
+        if (end == std::string_view::npos) {
+            end = output.size();
+        }
+        field = output.substr(from, end - from);
+        from = end + 1;
+        return true;
+    };
+    std::string_view field;
+    while (nextField(field)) {
+        if (field.size() < 4 || field[2] != ' ') {
+            continue;
+        }
+        char x = field[0];
+        char y = field[1];
+        Entry entry;
+        entry.status = summariseStatus(x, y);
+        entry.indexStatus = translateIndexStatus(x);
+        entry.treeStatus = translateTreeStatus(y);
+        entry.path = std::string(field.substr(3));
+        // A rename or copy (on either side) is followed by the name it came from.
+        if (x == 'R' || x == 'C' || y == 'R' || y == 'C') {
+            std::string_view previous;
+            if (!nextField(previous)) {
+                break;  // cut short
+            }
+            if (entry.indexStatus == VNFileStatusRenamed) {
+                entry.previousPath = std::string(previous);
+            }
+        }
+        entries.push_back(std::move(entry));
+    }
+    return entries;
 }
 
 vn::Record VNGitStatusParser::statusRecord(std::string_view path, uint64_t status,
@@ -215,9 +263,7 @@ VNGitStatusParser::ListedFiles VNGitStatusParser::listedFiles(std::string_view o
     listed.paths.reserve(count + 1);
     // Records are copies of one made here: one allocation per file instead of one per key.
     vn::Record prototype = statusRecord("", status, status, status);
-    for (std::string_view line : lines(output)) {
-        // ls-files quotes the same names as status does; both are compared unquoted.
-        std::string path = needsUnquoting(line) ? vn::unquoteToolPath(line) : std::string(line);
+    for (std::string& path : names(output)) {
         if (isFolderPath(path)) {
             continue;
         }
@@ -267,9 +313,9 @@ std::vector<vn::Record> VNGitStatusParser::fileStatusRecords(
     bool keepPaths = tracked || ignored;
     PathSet reported;
 
-    for (std::string_view line : lines(statusOutput)) {
-        auto entry = parseStatusLine(line);
-        if (!entry || isFolderPath(entry->path)) {
+    for (auto& parsed : parseStatusOutput(statusOutput)) {
+        Entry* entry = &parsed;
+        if (isFolderPath(entry->path)) {
             continue;
         }
         // Every path the status mentions is known not to be clean, whether or not the mask
@@ -315,16 +361,11 @@ std::vector<vn::Record> VNGitStatusParser::fileStatusRecords(
 
 VNGitStatusParser::Counts VNGitStatusParser::countStatuses(std::string_view statusOutput) {
     Counts counts;
-    for (std::string_view line : lines(statusOutput)) {
-        if (line.size() < 4 || line[2] != ' ') {
+    for (const Entry& entry : parseStatusOutput(statusOutput)) {
+        if (isFolderPath(entry.path)) {
             continue;
         }
-        std::string_view path = line.substr(3);
-        if (isFolderPath(needsUnquoting(path) ? std::string_view(vn::unquoteToolPath(path))
-                                              : path)) {
-            continue;
-        }
-        switch (summariseStatus(line[0], line[1])) {
+        switch (entry.status) {
             case VNFileStatusModified:
                 ++counts.modified;
                 break;
@@ -414,6 +455,29 @@ std::optional<std::string> VNGitStatusParser::gitDirFromDotGitFile(std::string_v
 bool VNGitStatusParser::hasLineContaining(std::string_view text, std::string_view needle) {
     // A needle without a line break can only be found within one line.
     return !needle.empty() && text.find(needle) != std::string_view::npos;
+}
+
+std::vector<std::string> VNGitStatusParser::names(std::string_view output) {
+    std::vector<std::string> result;
+    if (output.find('\0') == std::string_view::npos) {
+        for (std::string_view line : lines(output)) {
+            result.push_back(needsUnquoting(line) ? vn::unquoteToolPath(line) : std::string(line));
+        }
+        return result;
+    }
+    result.reserve(static_cast<std::size_t>(std::count(output.begin(), output.end(), '\0')));
+    std::size_t from = 0;
+    while (from < output.size()) {
+        std::size_t end = output.find('\0', from);
+        if (end == std::string_view::npos) {
+            end = output.size();
+        }
+        if (end > from) {
+            result.emplace_back(output.substr(from, end - from));
+        }
+        from = end + 1;
+    }
+    return result;
 }
 
 std::vector<std::string_view> VNGitStatusParser::lines(std::string_view text) {

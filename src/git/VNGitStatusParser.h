@@ -34,12 +34,16 @@ class VNGitStatusParser {
     // One porcelain line ("XY path", "XY old -> new"); nothing for a line of another form.
     // Submodule folders are the caller's to recognise.
     static std::optional<Entry> parseStatusLine(std::string_view line);
+    // Every entry of a status listing, in order: `--porcelain -z` output (fields end with NUL,
+    // names are exact bytes, a rename or copy is "XY new" followed by the old name), or the
+    // line form when the output holds no NUL. Folder lines are included.
+    static std::vector<Entry> parseStatusOutput(std::string_view output);
     // The two paths of a rename or copy line's path text, still quoted as git printed them. Names
     // with blanks come quoted, so the first " -> " outside quotes separates them; text without
     // that separator is split at its first "->".
     static std::optional<std::pair<std::string_view, std::string_view>> splitRenamePaths(
         std::string_view text);
-    // Whether a listed path names a folder (ends with "/", trailing blanks aside).
+    // Whether a listed path names a folder (ends with "/"; a trailing blank is part of a name).
     static bool isFolderPath(std::string_view path);
 
     // A status record: "status", "indexStatus", "treeStatus", "filename", "path" and, when
@@ -105,4 +109,7 @@ class VNGitStatusParser {
 
     // The lines of tool output without terminators; empty lines are dropped.
     static std::vector<std::string_view> lines(std::string_view text);
+    // The names of a listing: NUL-separated fields of `-z` output as they are, or, for output
+    // without NUL, its lines with git's quoting undone.
+    static std::vector<std::string> names(std::string_view output);
 };

@@ -39,6 +39,15 @@ void appendFiles(std::vector<std::string>& args, const std::vector<std::string>&
     args.insert(args.end(), files.begin(), files.end());
 }
 
+// A diff names files, and a name must go back to git as the bytes git wrote: the output stays
+// bytes, and the parser decodes each line it shows by itself.
+std::shared_ptr<VNTask> diffTask(const std::string& git, const std::string& path,
+                                 std::vector<std::string> args) {
+    auto task = VNTask::taskWithCommand(git, path, std::move(args));
+    task->setRawOutput(true);
+    return task;
+}
+
 std::string firstLine(const std::string& text) {
     std::string line = text.substr(0, text.find('\n'));
     while (!line.empty() && (line.back() == '\r' || line.back() == ' ')) {
@@ -87,7 +96,7 @@ std::shared_ptr<VNDiffModel> VNRepoHandlerGit::fileDiffAgainstBase(
         appendDiffOptions(args, 0, context);
         appendRevisions(args, {base});
         appendFiles(args, fileList);
-        auto task = VNTask::taskWithCommand(gitPath(), path, std::move(args));
+        auto task = diffTask(gitPath(), path, std::move(args));
         task->run();
         return task;
     };
@@ -128,7 +137,7 @@ std::shared_ptr<VNTask> VNRepoHandlerGit::fileDiffAgainstBaseTask(
     auto args = defaultArgsForPath(path, "diff");
     appendDiffOptions(args, options, context);
     appendFiles(args, fileList);
-    return VNTask::taskWithCommand(gitPath(), path, std::move(args));
+    return diffTask(gitPath(), path, std::move(args));
 }
 
 std::shared_ptr<VNTask> VNRepoHandlerGit::fileDiffAgainstBaseTask(
@@ -143,7 +152,7 @@ std::shared_ptr<VNTask> VNRepoHandlerGit::fileDiffAgainstBaseTask(
         appendRevisions(args, {baseRevision});
     }
     appendFiles(args, fileList);
-    return VNTask::taskWithCommand(gitPath(), path, std::move(args));
+    return diffTask(gitPath(), path, std::move(args));
 }
 
 std::shared_ptr<VNTask> VNRepoHandlerGit::revisionFileDiffTask(
@@ -156,7 +165,7 @@ std::shared_ptr<VNTask> VNRepoHandlerGit::revisionFileDiffTask(
     appendDiffOptions(args, options, context);
     appendRevisions(args, {revision});
     appendFiles(args, fileList);
-    return VNTask::taskWithCommand(gitPath(), path, std::move(args));
+    return diffTask(gitPath(), path, std::move(args));
 }
 
 std::shared_ptr<VNTask> VNRepoHandlerGit::revisionRangeFileDiffTask(
@@ -166,7 +175,7 @@ std::shared_ptr<VNTask> VNRepoHandlerGit::revisionRangeFileDiffTask(
     appendDiffOptions(args, options, context);
     appendRevisions(args, {revisionFrom, revisionTo});
     appendFiles(args, fileList);
-    return VNTask::taskWithCommand(gitPath(), path, std::move(args));
+    return diffTask(gitPath(), path, std::move(args));
 }
 
 std::shared_ptr<VNTask> VNRepoHandlerGit::revisionsFileDiffTask(
@@ -181,7 +190,7 @@ std::shared_ptr<VNTask> VNRepoHandlerGit::revisionsFileDiffTask(
     args.push_back("--end-of-options");
     args.insert(args.end(), revisions.begin(), revisions.end());
     appendFiles(args, fileList);
-    return VNTask::taskWithCommand(gitPath(), path, std::move(args));
+    return diffTask(gitPath(), path, std::move(args));
 }
 
 std::shared_ptr<VNTask> VNRepoHandlerGit::stashDiffTask(const std::string& path,
@@ -192,7 +201,7 @@ std::shared_ptr<VNTask> VNRepoHandlerGit::stashDiffTask(const std::string& path,
     if (!name.empty()) {
         appendRevisions(args, {name});
     }
-    return VNTask::taskWithCommand(gitPath(), path, std::move(args));
+    return diffTask(gitPath(), path, std::move(args));
 }
 
 // ---- External tools ----------------------------------------------------------------------------

@@ -66,6 +66,35 @@ std::vector<std::string> withArgs(std::vector<std::string> base,
     return base;
 }
 
+// Runs a listing of file names: its output stays bytes, because a name goes back to git as git
+// wrote it.
+std::shared_ptr<VNTask> runNameListing(VNRepoHandlerGit& handler, const std::string& path,
+                                       const std::string& command, std::vector<std::string> args) {
+    auto task = gitTask(handler, path, command, std::move(args));
+    task->setRawOutput(true);
+    if (!task->run()) {
+        handler.handleGitFailure("git " + command, task->exitCode(), task->errorOutput(), false);
+        return nullptr;
+    }
+    return task;
+}
+
+// The files of a finished name-status listing; a listing too long to hold is cut, and the cut
+// reported with the command.
+std::vector<vn::Record> nameStatusRecords(VNRepoHandlerGit& handler, const VNTask& task) {
+    bool truncated = false;
+    auto records = VNGitLogParser::parseNameStatus(task.output(), &truncated);
+    if (truncated) {
+        handler.handleGitFailure(
+            task.displayCommand(), task.exitCode(),
+            vn::format("the listing names more than %ld files; only the first %ld are read",
+                       static_cast<long>(VNGitLogParser::MaxFileChanges),
+                       static_cast<long>(VNGitLogParser::MaxFileChanges)),
+            false);
+    }
+    return records;
+}
+
 bool authorDatePreferred() {
     return vn::Preferences::standard().boolForKey("gitLogUseAuthorDate");
 }
@@ -546,21 +575,19 @@ vn::Record VNRepoHandlerGit::revisionDetails(const std::string& path, const std:
 
 std::vector<vn::Record> VNRepoHandlerGit::revisionFileChanges(const std::string& path,
                                                               const std::string& revision) {
-    auto task = runGit(*this, path, "diff-tree",
-                       {"-r", "-z", "--no-commit-id", "--name-status", "-M", "--root",
-                        "--diff-merges=first-parent", "--end-of-options", revision, "--"},
-                       true);
-    return task ? VNGitLogParser::parseNameStatus(task->output()) : std::vector<vn::Record>();
+    auto task = runNameListing(*this, path, "diff-tree",
+                               {"-r", "-z", "--no-commit-id", "--name-status", "-M", "--root",
+                                "--diff-merges=first-parent", "--end-of-options", revision, "--"});
+    return task ? nameStatusRecords(*this, *task) : std::vector<vn::Record>();
 }
 
 std::vector<vn::Record> VNRepoHandlerGit::revisionRangeFileChanges(const std::string& path,
                                                                    const std::string& revisionFrom,
                                                                    const std::string& revisionTo) {
-    auto task = runGit(
+    auto task = runNameListing(
         *this, path, "diff-tree",
-        {"-r", "-z", "--name-status", "-M", "--end-of-options", revisionFrom, revisionTo, "--"},
-        true);
-    return task ? VNGitLogParser::parseNameStatus(task->output()) : std::vector<vn::Record>();
+        {"-r", "-z", "--name-status", "-M", "--end-of-options", revisionFrom, revisionTo, "--"});
+    return task ? nameStatusRecords(*this, *task) : std::vector<vn::Record>();
 }
 
 vn::Record VNRepoHandlerGit::fullCommitMessages(const std::string& path,

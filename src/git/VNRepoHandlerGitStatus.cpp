@@ -74,10 +74,12 @@ std::vector<vn::Record> VNRepoHandlerGit::fileStatus(const std::string& path, ui
     auto statusArgs = defaultArgsForPath(path, "status");
     // Any mask from the untracked bit up lists untracked files, whichever bits it holds; the
     // mask test of each line decides what is kept.
-    statusArgs.insert(statusArgs.end(), {"--porcelain", "--ignore-submodules=dirty",
+    // NUL-separated: names come as their exact bytes, without quoting.
+    statusArgs.insert(statusArgs.end(), {"--porcelain", "-z", "--ignore-submodules=dirty",
                                          mask < VNFileStatusUnknown ? "--untracked-files=no"
                                                                     : "--untracked-files=all"});
     auto statusTask = VNTask::taskWithCommand(gitPath(), path, std::move(statusArgs));
+    statusTask->setRawOutput(true);
 
     // The listings of clean and ignored files can be far longer than the status, so they run on
     // the work queue while the status runs here, and their records are made there too. Each
@@ -92,9 +94,11 @@ std::vector<vn::Record> VNRepoHandlerGit::fileStatus(const std::string& path, ui
     auto start = [&](std::optional<Listing>& slot, std::vector<std::string> words,
                      uint64_t status) {
         auto args = defaultArgsForPath(path, "ls-files");
+        args.push_back("-z");
         args.insert(args.end(), words.begin(), words.end());
         slot.emplace();
         slot->task = VNTask::taskWithCommand(gitPath(), path, std::move(args));
+        slot->task->setRawOutput(true);
         Listing* listing = &*slot;
         vn::WorkQueue::global().async(group, [listing, status] {
             if (listing->task->run()) {
@@ -145,10 +149,11 @@ std::shared_ptr<VNTask> summaryStatusTask(VNRepoHandlerGit& handler, const std::
     auto args = handler.defaultArgsForPath(path, "status");
     bool hideUntracked = vn::Preferences::standard().integerForKey("fileStatusFilterMode") ==
                          FileStatusFilterModeHidesUntracked;
-    args.insert(args.end(),
-                {"--porcelain", hideUntracked ? "--untracked-files=no" : "--untracked-files=all",
-                 "--ignore-submodules=dirty"});
+    args.insert(args.end(), {"--porcelain", "-z",
+                             hideUntracked ? "--untracked-files=no" : "--untracked-files=all",
+                             "--ignore-submodules=dirty"});
     auto task = VNTask::taskWithCommand(handler.gitPath(), path, std::move(args));
+    task->setRawOutput(true);
     task->run();
     return task;
 }

@@ -1438,17 +1438,14 @@ std::optional<Value::Date> dateFromToolDateString(std::string_view text) {
 
 std::string unquoteToolPath(std::string_view path) {
     if (path.size() >= 3 && path.front() == '"' && path.back() == '"') {
-        path = path.substr(1, path.size() - 2);
-    }
-    std::string result;
-    result.reserve(path.size());
-    for (std::size_t i = 0; i < path.size(); ++i) {
-        if (path[i] == '\\' && i + 1 < path.size()) {
-            ++i;
+        std::size_t consumed = 0;
+        if (auto bytes = readCQuoted(path, &consumed); bytes && consumed == path.size()) {
+            return std::move(*bytes);
         }
-        result.push_back(path[i]);
     }
-    return result;
+    // Git quotes every name that holds a quote, a backslash or a control character, so an
+    // unquoted name has no escapes to undo: a backslash in it is part of the name.
+    return std::string(path);
 }
 
 }  // namespace vn

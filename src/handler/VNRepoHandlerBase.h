@@ -417,8 +417,9 @@ namespace vn {
 // result, which is what the history views expect of dates in this form.
 std::optional<Value::Date> dateFromToolDateString(std::string_view text);
 
-// A path as git prints it in listings: surrounding double quotes are removed (from a text of 3 or
-// more characters), then each backslash and the character after it become that character.
+// A path as git prints it in listings, as its exact bytes: a name in double quotes is C-unquoted
+// (octal escapes become bytes, \t \n \" \\ and the other C escapes their characters); any other
+// text is the name as it stands.
 std::string unquoteToolPath(std::string_view path);
 
 }  // namespace vn

@@ -376,8 +376,8 @@ void VNTask::launchAttempt() {
     lastDetectedAuthError_ = 0;
     lastDetectedAuthErrorInOutput_ = 0;
     pendingOutputData_.reset();
-    pendingOutputInvalid_ = false;
     stderrBuffer_.clear();
+    pendingErrorData_.clear();
 
     launchTime_ = std::chrono::steady_clock::now();
     if (!vn::fs::exists(workingDir_)) {
@@ -488,13 +488,8 @@ void VNTask::launchAttempt() {
 }
 
 std::string VNTask::fullDecode(const std::string& bytes) const {
-    if (bytes.empty()) {
-        return {};
-    }
-    if (lossyUTF8Output_) {
-        return vn::isValidUTF8(bytes) ? bytes : vn::repairUTF8(bytes);
-    }
-    return vn::decodeWithFallbacks(bytes).value_or(std::string());
+    // Line by line: one line in another encoding leaves the others as they are.
+    return vn::decodeToolOutput(bytes, lossyUTF8Output_);
 }
 
 void VNTask::handleOutputChunk(std::string_view data, bool final) {
@@ -512,35 +507,36 @@ void VNTask::handleOutputChunk(std::string_view data, bool final) {
         }
         pendingOutputData_->append(data);
     }
-    if (!final && (!returnProgressiveOutput_ || !pendingOutputData_)) {
+    if (!pendingOutputData_ || (!final && !returnProgressiveOutput_)) {
         return;
     }
+    std::string& pending = *pendingOutputData_;
     std::string text;
-    if (!final) {
-        if (pendingOutputInvalid_) {
-            return;
-        }
-        const std::string& pending = *pendingOutputData_;
-        if (!vn::isValidUTF8(pending)) {
-            // A character cut at the chunk's end waits for its remaining bytes; anything else
-            // invalid can only be decoded by the final read's fallbacks.
-            std::size_t complete = vn::completeUTF8PrefixLength(pending);
-            if (!vn::isValidUTF8(std::string_view(pending).substr(0, complete))) {
-                pendingOutputInvalid_ = true;
-            }
-            return;
-        }
-        text = std::move(*pendingOutputData_);
-    } else {
-        if (!pendingOutputData_) {
-            return;
-        }
+    if (rawOutput_) {
+        text = std::move(pending);
+        pendingOutputData_.reset();
+    } else if (final) {
         // Valid UTF-8 is its own decoding: moved, not copied (tool output can be hundreds of MB).
-        text = vn::isValidUTF8(*pendingOutputData_) ? std::move(*pendingOutputData_)
-                                                    : fullDecode(*pendingOutputData_);
+        text = vn::isValidUTF8(pending) ? std::move(pending) : fullDecode(pending);
+        pendingOutputData_.reset();
+    } else {
+        // Whole lines are decided now, each by itself. Of the line still arriving, what is valid
+        // UTF-8 so far goes too; a character cut at the chunk's end, or a line that is not
+        // UTF-8, waits for more.
+        std::size_t lineEnd = pending.rfind('\n');
+        std::size_t cut = lineEnd == std::string::npos ? 0 : lineEnd + 1;
+        std::string_view tail = std::string_view(pending).substr(cut);
+        std::size_t keep = vn::completeUTF8PrefixLength(tail);
+        if (!vn::isValidUTF8(tail.substr(0, keep))) {
+            keep = 0;
+        }
+        text = vn::decodeToolOutput(std::string_view(pending).substr(0, cut), lossyUTF8Output_);
+        text.append(tail.substr(0, keep));
+        pending.erase(0, cut + keep);
+        if (pending.empty()) {
+            pendingOutputData_.reset();
+        }
     }
-    pendingOutputData_.reset();
-    pendingOutputInvalid_ = false;
     if (outputSanitizer_) {
         text = outputSanitizer_(text);
     }
@@ -580,14 +576,16 @@ void VNTask::consumeOutputChunk(std::string_view data, bool final) {
 
 void VNTask::handleErrorChunk(std::string_view data, bool final) {
     std::lock_guard<std::recursive_mutex> lock(mutex_);
-    std::string text;
-    if (final) {
-        text = fullDecode(std::string(data));
-    } else if (auto decoded = vn::decodeText(data, vn::TextEncoding::UTF8)) {
-        text = std::move(*decoded);
-    } else {
-        return;  // a chunk that is not UTF-8 on its own is dropped while the process runs
+    std::string bytes = std::move(pendingErrorData_);
+    pendingErrorData_.clear();
+    bytes.append(data);
+    if (!final) {
+        // A character cut at the chunk's end waits for the rest of its bytes.
+        std::size_t complete = vn::completeUTF8PrefixLength(bytes);
+        pendingErrorData_ = bytes.substr(complete);
+        bytes.resize(complete);
     }
+    std::string text = fullDecode(bytes);
     if (errorOutputSanitizer_) {
         text = errorOutputSanitizer_(text);
     }
@@ -603,7 +601,7 @@ void VNTask::taskTerminated(int64_t exitStatus, int termSignal) {
     {
         std::lock_guard<std::recursive_mutex> lock(mutex_);
         handleOutputChunk({}, true);
-        if (!stderrBuffer_.empty()) {
+        if (!stderrBuffer_.empty() || !pendingErrorData_.empty()) {
             std::string bytes = std::move(stderrBuffer_);
             stderrBuffer_.clear();
             handleErrorChunk(bytes, true);

@@ -111,6 +111,10 @@ class VNTask : public vn::Object, public std::enable_shared_from_this<VNTask> {
     void setAppendPipedOutput(bool v) { appendPipedOutput_ = v; }
     bool lossyUTF8Output() const { return lossyUTF8Output_; }
     void setLossyUTF8Output(bool v) { lossyUTF8Output_ = v; }
+    // Standard output kept as the bytes the tool wrote, for output that carries file names: a
+    // name must reach the next command unchanged, so its parser decodes the text fields itself.
+    bool rawOutput() const { return rawOutput_; }
+    void setRawOutput(bool v) { rawOutput_ = v; }
     bool returnProgressiveOutput() const { return returnProgressiveOutput_; }
     void setReturnProgressiveOutput(bool v) { returnProgressiveOutput_ = v; }
     bool attachStdin() const { return attachStdin_; }
@@ -183,12 +187,12 @@ class VNTask : public vn::Object, public std::enable_shared_from_this<VNTask> {
     std::optional<vn::Environment> askpassEnvironment_;
     std::optional<vn::Environment> environmentCustomisations_;
     std::optional<std::string> pendingOutputData_;
-    // Pending bytes hold a sequence that can never become valid UTF-8, so only the final read
-    // can decode them.
-    bool pendingOutputInvalid_ = false;
     std::string stderrBuffer_;
+    // The end of a standard-error chunk that may be a character cut in two.
+    std::string pendingErrorData_;
     bool suppressUserPrompts_ = false;
     bool lossyUTF8Output_ = false;
+    bool rawOutput_ = false;
     bool returnProgressiveOutput_ = false;
     std::vector<std::string> additionalPathComponents_;
     bool attachStdin_ = false;

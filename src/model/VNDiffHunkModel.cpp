@@ -51,19 +51,22 @@ void VNDiffHunkModel::setRawHunk(std::string raw) {
     // The spans point into the old body; their records must be made before it goes.
     makeRecords();
     spans_.clear();
+    decodedLines_.clear();
     rawHunk_ = std::move(raw);
 }
 
 void VNDiffHunkModel::setHunkLines(std::vector<vn::Record> lines) {
     std::lock_guard<std::mutex> lock(recordsMutex_);
     spans_.clear();
+    decodedLines_.clear();
     hunkLines_ = std::move(lines);
     recordsMade_.store(true, std::memory_order_release);
 }
 
-void VNDiffHunkModel::setBody(std::string raw, std::vector<LineSpan> lines) {
+void VNDiffHunkModel::setBody(std::string raw, std::vector<LineSpan> lines, std::string decoded) {
     std::lock_guard<std::mutex> lock(recordsMutex_);
     rawHunk_ = std::move(raw);
+    decodedLines_ = std::move(decoded);
     spans_ = std::move(lines);
     hunkLines_.clear();
     recordsMade_.store(spans_.empty(), std::memory_order_release);
@@ -103,7 +106,7 @@ std::size_t VNDiffHunkModel::lineCount() const {
 VNDiffHunkModel::LineView VNDiffHunkModel::lineAt(std::size_t index) const {
     if (!spans_.empty()) {
         const LineSpan& span = spans_[index];
-        std::string_view raw(rawHunk_);
+        std::string_view raw(span.decoded ? decodedLines_ : rawHunk_);
         return LineView{raw.substr(span.offset, span.prefixLength),
                         raw.substr(span.offset + span.prefixLength, span.contentLength),
                         span.beforeLineNumber, span.afterLineNumber};

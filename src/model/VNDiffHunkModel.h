@@ -32,6 +32,9 @@ class VNDiffHunkModel : public vn::Object {
     struct LineSpan {
         std::size_t offset = 0;  // of the line's first byte in the raw hunk
         uint32_t prefixLength = 0;
+        // The line is not UTF-8: `offset` is in the decoded text given with the body, which
+        // holds the line as read in the 8-bit fallback (the raw hunk keeps its bytes).
+        bool decoded = false;
         std::size_t contentLength = 0;  // the content after the prefix, as far as it is kept
         int64_t beforeLineNumber = NoLineNumber;
         int64_t afterLineNumber = NoLineNumber;
@@ -69,7 +72,7 @@ class VNDiffHunkModel : public vn::Object {
     const std::vector<vn::Record>& hunkLines() const;
     void setHunkLines(std::vector<vn::Record> lines);
     // The parser's way in: the raw body and where each line lies in it.
-    void setBody(std::string raw, std::vector<LineSpan> lines);
+    void setBody(std::string raw, std::vector<LineSpan> lines, std::string decoded = {});
 
     std::size_t lineCount() const;
     LineView lineAt(std::size_t index) const;
@@ -86,6 +89,7 @@ class VNDiffHunkModel : public vn::Object {
     int64_t startLineAfter_ = 0;
     int64_t endLineAfter_ = 0;
     std::string rawHunk_;
+    std::string decodedLines_;
     // While `spans_` is not empty it describes the lines and the records may not exist yet.
     std::vector<LineSpan> spans_;
     mutable std::vector<vn::Record> hunkLines_;

@@ -3,10 +3,12 @@
 #include <algorithm>
 #include <array>
 #include <limits>
+#include <optional>
 #include <utility>
 #include <vector>
 
 #include "base/Regex.h"
+#include "base/TextEncoding.h"
 
 #if defined(__SSE2__)
 #include <emmintrin.h>
@@ -93,16 +95,6 @@ bool startsWithIgnoringCase(std::string_view text, std::string_view prefix) {
     return true;
 }
 
-std::string_view trimmed(std::string_view text) {
-    while (!text.empty() && (text.front() == ' ' || text.front() == '\t')) {
-        text.remove_prefix(1);
-    }
-    while (!text.empty() && (text.back() == ' ' || text.back() == '\t')) {
-        text.remove_suffix(1);
-    }
-    return text;
-}
-
 // The leading decimal digits as a number, saturating rather than wrapping; 0 without digits.
 int64_t decimalValue(std::string_view text) {
     int64_t value = 0;
@@ -166,61 +158,154 @@ bool isShortRevisionId(std::string_view word) {
     return true;
 }
 
-const vn::Regex& gitFileHeader() {
-    static const vn::Regex regex(R"(diff --git a\/(.+?)\s+b\/(.+))");
-    return regex;
+// Line numbers beyond this are no line of any real file; a header that names one is left unread,
+// so that numbering its lines can never overflow.
+constexpr int64_t MaxLineNumber = std::numeric_limits<int64_t>::max() / 4;
+
+bool isBlank(char c) {
+    return c == ' ' || c == '\t' || c == '\n' || c == '\v' || c == '\f' || c == '\r';
 }
 
-const vn::Regex& combinedFileHeader() {
-    static const vn::Regex regex(R"(diff --cc (.+))");
-    return regex;
-}
-
-// Reads the common form of a hunk header, "@@ -A[,B] +C,D @@" with single blanks, which the
-// pattern below would read the same way; anything else goes to the pattern.
-bool readPlainHunkHeader(std::string_view line, int64_t numbers[4], bool& hasOldCount) {
-    std::size_t at = 0;
-    auto literal = [&](std::string_view text) {
-        if (line.substr(at, text.size()) != text) {
+// Reads a hunk header, "@@ -A[,B] +C,D @@" with any blanks between, starting at one of the "@@"
+// of the line. The new-side count is required: a header without it (@@ -1 +1 @@) is
+// deliberately left unread and its hunk numbered from 0. Written out rather than as a pattern:
+// each attempt stops at the next "@", so the scan stays linear on any line.
+bool readHunkHeader(std::string_view line, int64_t numbers[4], bool& hasOldCount) {
+    auto readAt = [&](std::size_t at) {
+        auto blanks = [&] {
+            std::size_t start = at;
+            while (at < line.size() && isBlank(line[at])) {
+                ++at;
+            }
+            return at > start;
+        };
+        auto literal = [&](char c) {
+            if (at < line.size() && line[at] == c) {
+                ++at;
+                return true;
+            }
+            return false;
+        };
+        auto number = [&](int64_t& value) {
+            std::size_t start = at;
+            while (at < line.size() && line[at] >= '0' && line[at] <= '9') {
+                ++at;
+            }
+            value = decimalValue(line.substr(start, at - start));
+            return at > start;
+        };
+        at += 2;
+        if (!blanks() || !literal('-') || !number(numbers[0])) {
             return false;
         }
-        at += text.size();
-        return true;
-    };
-    auto number = [&](int64_t& value) {
-        std::size_t start = at;
-        while (at < line.size() && line[at] >= '0' && line[at] <= '9') {
-            ++at;
+        literal(',');
+        hasOldCount = number(numbers[1]);
+        if (!blanks() || !literal('+') || !number(numbers[2]) || !literal(',') ||
+            !number(numbers[3]) || !blanks()) {
+            return false;
         }
-        value = decimalValue(line.substr(start, at - start));
-        return at > start;
+        return line.substr(at, 2) == "@@";
     };
-    if (!literal("@@ -") || !number(numbers[0])) {
+    for (std::size_t at = line.find("@@"); at != std::string_view::npos;
+         at = line.find("@@", at + 1)) {
+        hasOldCount = false;
+        numbers[1] = 0;
+        if (readAt(at)) {
+            for (int i = 0; i < 4; ++i) {
+                if (numbers[i] > MaxLineNumber) {
+                    return false;
+                }
+            }
+            return true;
+        }
+    }
+    return false;
+}
+
+// The number after the first "old mode " or "new mode " (`words`) in the line.
+std::optional<int64_t> modeNumber(std::string_view line, std::string_view words) {
+    for (std::size_t at = line.find(words); at != std::string_view::npos;
+         at = line.find(words, at + 1)) {
+        std::size_t digits = at + words.size();
+        if (digits < line.size() && line[digits] >= '0' && line[digits] <= '9') {
+            return decimalValue(line.substr(digits));
+        }
+    }
+    return std::nullopt;
+}
+
+// A name as a header line writes it: C-quoted when it holds special characters, else as it is.
+std::string headerName(std::string_view text) {
+    std::size_t consumed = 0;
+    if (auto bytes = vn::readCQuoted(text, &consumed); bytes && consumed == text.size()) {
+        return std::move(*bytes);
+    }
+    return std::string(text);
+}
+
+std::string_view withoutPrefix(std::string_view name, std::string_view prefix) {
+    return name.substr(0, prefix.size()) == prefix ? name.substr(prefix.size()) : name;
+}
+
+// The names of a "diff --git a/OLD b/NEW" line (the text after "diff --git "). Either name may
+// be C-quoted. Unquoted names can hold " b/" themselves, so the line is read as git reads it: the
+// two names of a file that is neither renamed nor copied are equal, which fixes where they part.
+// Otherwise the split at the first " b/" is a guess (`certain` false) that the "rename to",
+// "copy to" and "+++" lines correct.
+bool gitHeaderNames(std::string_view rest, std::string& oldName, std::string& newName,
+                    bool& certain) {
+    certain = true;
+    std::size_t consumed = 0;
+    if (auto first = vn::readCQuoted(rest, &consumed)) {
+        std::string_view second = rest.substr(consumed);
+        if (second.empty() || second.front() != ' ') {
+            return false;
+        }
+        second.remove_prefix(1);
+        oldName = std::string(withoutPrefix(*first, "a/"));
+        newName = headerName(second);
+        newName = std::string(withoutPrefix(newName, "b/"));
+        return true;
+    }
+    if (rest.substr(0, 2) != "a/") {
         return false;
     }
-    hasOldCount = literal(",");
-    if (hasOldCount && !number(numbers[1])) {
+    // An unquoted name holds no double quote, so a quote starts a quoted second name.
+    if (std::size_t quote = rest.find('"'); quote != std::string_view::npos) {
+        if (quote < 3 || rest[quote - 1] != ' ') {
+            return false;
+        }
+        oldName = std::string(rest.substr(2, quote - 3));
+        newName = headerName(rest.substr(quote));
+        newName = std::string(withoutPrefix(newName, "b/"));
+        return true;
+    }
+    if (rest.size() >= 5 && (rest.size() - 5) % 2 == 0) {
+        std::size_t length = (rest.size() - 5) / 2;
+        std::string_view a = rest.substr(2, length);
+        if (rest.substr(2 + length, 3) == " b/" && rest.substr(5 + length) == a) {
+            oldName = newName = std::string(a);
+            return true;
+        }
+    }
+    std::size_t split = rest.find(" b/", 3);
+    if (split == std::string_view::npos) {
         return false;
     }
-    return literal(" +") && number(numbers[2]) && literal(",") && number(numbers[3]) &&
-           literal(" @@");
+    certain = false;
+    oldName = std::string(rest.substr(2, split - 2));
+    newName = std::string(rest.substr(split + 3));
+    return true;
 }
 
-// The new-side count is required: a header without it (@@ -1 +1 @@) is deliberately left
-// unread and its hunk numbered from 0.
-const vn::Regex& hunkHeader() {
-    static const vn::Regex regex(R"(\@\@\s+\-(\d+),?(\d+)?\s+\+(\d+),(\d+)\s+\@\@)");
-    return regex;
-}
-
-const vn::Regex& oldModeLine() {
-    static const vn::Regex regex(R"(old mode (\d+))");
-    return regex;
-}
-
-const vn::Regex& newModeLine() {
-    static const vn::Regex regex(R"(new mode (\d+))");
-    return regex;
+// The name of a "---" or "+++" line (the text after the marker and its blank): git ends a name
+// that holds a blank with a tab there, and a name that itself ends with a tab comes quoted.
+std::string markerName(std::string_view text, std::string_view prefix) {
+    if (!text.empty() && text.front() != '"' && text.back() == '\t') {
+        text.remove_suffix(1);
+    }
+    std::string name = headerName(text);
+    return name == "/dev/null" ? name : std::string(withoutPrefix(name, prefix));
 }
 
 const vn::Regex& largeFilePointerLine() {
@@ -285,6 +370,22 @@ class Pass {
         } else if (startsWith(line, "rename from")) {
             setChangeType(VNDiffFileModel::Renamed);
             setPreviousFilename(line, 12);
+        } else if (!hasRawHunk_ && file_ &&
+                   (startsWith(line, "rename to ") || startsWith(line, "copy to "))) {
+            // The new name as written by itself, which the "diff --git" line may not tell.
+            file_->setFilename(headerName(line.substr(line[0] == 'r' ? 10 : 8)));
+            nameCertain_ = true;
+        } else if (!hasRawHunk_ && file_ && !nameCertain_ && startsWith(line, "--- ")) {
+            oldSideName_ = markerName(line.substr(4), "a/");
+        } else if (!hasRawHunk_ && file_ && !nameCertain_ && startsWith(line, "+++ ")) {
+            std::string name = markerName(line.substr(4), "b/");
+            if (name == "/dev/null") {
+                name = oldSideName_;
+            }
+            if (!name.empty() && name != "/dev/null") {
+                file_->setFilename(std::move(name));
+                nameCertain_ = true;
+            }
         } else if (startsWithIgnoringCase(line, "GIT binary patch") ||
                    startsWithIgnoringCase(line, "Binary file")) {
             if (file_) {
@@ -293,12 +394,12 @@ class Pass {
         } else if (startsWith(line, "@@")) {
             hunkHeaderLine(line);
         } else if (startsWithIgnoringCase(line, "old mode")) {
-            if (auto match = oldModeLine().find(line); match && file_) {
-                file_->setOldFileMode(decimalValue(match->group(1)));
+            if (auto mode = modeNumber(line, "old mode "); mode && file_) {
+                file_->setOldFileMode(*mode);
             }
         } else if (startsWithIgnoringCase(line, "new mode")) {
-            if (auto match = newModeLine().find(line); match && file_) {
-                file_->setNewFileMode(decimalValue(match->group(1)));
+            if (auto mode = modeNumber(line, "new mode "); mode && file_) {
+                file_->setNewFileMode(*mode);
             }
         } else if (hasRawHunk_) {
             bodyLine(line);
@@ -317,17 +418,16 @@ class Pass {
             file_->setRev(std::move(pendingRevision_));
             pendingRevision_.clear();
         }
-        auto match = gitFileHeader().find(line);
-        if (!match) {
-            match = combinedFileHeader().find(line);
-        }
-        if (match) {
-            std::string_view first = trimmed(match->group(1));
-            std::string_view second = match->groupCount() > 2 && match->matched(2)
-                                          ? trimmed(match->group(2))
-                                          : std::string_view();
-            bool useFirst = match->groupCount() <= 2 || second == "/dev/null";
-            file_->setFilename(std::string(useFirst ? first : second));
+        nameCertain_ = true;
+        oldSideName_.clear();
+        if (startsWith(line, "diff --git ")) {
+            std::string oldName, newName;
+            if (gitHeaderNames(line.substr(11), oldName, newName, nameCertain_)) {
+                file_->setFilename(newName == "/dev/null" ? std::move(oldName)
+                                                          : std::move(newName));
+            }
+        } else if (startsWith(line, "diff --cc ") || startsWith(line, "diff --combined ")) {
+            file_->setFilename(headerName(line.substr(startsWith(line, "diff --cc ") ? 10 : 16)));
         }
         dest_.push_back(file_);
         // Header lines up to the first hunk header are not hunk lines.
@@ -343,17 +443,7 @@ class Pass {
         hunk_ = std::make_shared<VNDiffHunkModel>();
         int64_t numbers[4] = {0, 0, 0, 0};
         bool hasOldCount = false;
-        bool read = readPlainHunkHeader(line, numbers, hasOldCount);
-        if (!read) {
-            if (auto match = hunkHeader().find(line)) {
-                read = true;
-                hasOldCount = !match->group(2).empty();
-                for (int group = 0; group < 4; ++group) {
-                    numbers[group] = decimalValue(match->group(group + 1));
-                }
-            }
-        }
-        if (read) {
+        if (readHunkHeader(line, numbers, hasOldCount)) {
             int64_t startBefore = numbers[0];
             int64_t countBefore = hasOldCount ? numbers[1] : 1;
             int64_t startAfter = numbers[2];
@@ -370,10 +460,19 @@ class Pass {
         afterLine_ = hunk_->startLineAfter();
     }
 
-    void bodyLine(std::string_view line) {
+    void bodyLine(std::string_view rawLine) {
         std::size_t offset = rawHunk_.size();
-        rawHunk_.append(line);
+        rawHunk_.append(rawLine);
         rawHunk_.push_back('\n');
+        // The raw hunk keeps the bytes for patches; a line that is not UTF-8 is shown as read in
+        // the 8-bit fallback, decided for that line alone.
+        std::string_view line = rawLine;
+        bool decoded = !vn::isValidUTF8(rawLine);
+        if (decoded) {
+            offset = decodedLines_.size();
+            decodedLines_.append(vn::decodeLegacy8Bit(rawLine));
+            line = std::string_view(decodedLines_).substr(offset);
+        }
         std::size_t prefixLength = firstCharacterLength(line);
         std::string_view fullContent = line.substr(prefixLength);
         std::string_view content = firstCharacters(fullContent, VNDiffParser::MaxLineCharacters);
@@ -390,9 +489,10 @@ class Pass {
 
         VNDiffHunkModel::LineSpan span;
         span.offset = offset;
+        span.decoded = decoded;
         span.prefixLength = static_cast<uint32_t>(prefixLength);
         span.contentLength = content.size();
-        switch (line[0]) {
+        switch (rawLine[0]) {
             case '+':
                 file_->addLinesAdded(1);
                 span.afterLineNumber = afterLine_++;
@@ -437,14 +537,14 @@ class Pass {
 
     void setPreviousFilename(std::string_view line, std::size_t from) {
         if (file_) {
-            file_->setPreviousFilename(line.size() > from ? std::string(line.substr(from)) : "");
+            file_->setPreviousFilename(line.size() > from ? headerName(line.substr(from)) : "");
         }
     }
 
     void closeHunk() {
         if (hunk_) {
             // Copies of their exact size: the buffers, grown once, serve every hunk after this.
-            hunk_->setBody(rawHunk_, std::vector<VNDiffHunkModel::LineSpan>(lines_));
+            hunk_->setBody(rawHunk_, std::vector<VNDiffHunkModel::LineSpan>(lines_), decodedLines_);
             hunk_.reset();
         }
         discardHunk();
@@ -454,6 +554,7 @@ class Pass {
         hunk_.reset();
         hasRawHunk_ = false;
         rawHunk_.clear();
+        decodedLines_.clear();
         lines_.clear();
     }
 
@@ -478,7 +579,12 @@ class Pass {
     // Set from the first hunk header of the current file on; until then lines are headers.
     bool hasRawHunk_ = false;
     std::string rawHunk_;
+    std::string decodedLines_;
     std::vector<VNDiffHunkModel::LineSpan> lines_;
+    // Whether the current file's name is known for sure; a guess from an ambiguous "diff --git"
+    // line gives way to the "---"/"+++" lines (`oldSideName_` holds the "---" one).
+    bool nameCertain_ = true;
+    std::string oldSideName_;
     std::string scratch_;
     int64_t beforeLine_ = 0;
     int64_t afterLine_ = 0;

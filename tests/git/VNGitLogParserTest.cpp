@@ -453,3 +453,30 @@ TEST(VNGitLogParserTest, BlamePorcelain) {
 }
 
 }  // namespace
+
+namespace {
+
+// A listing of hundreds of megabytes is read in one pass and cut at a bound, not held whole in
+// records until memory runs out.
+TEST(VNGitLogParserTest, HugeNameStatusListingIsCutNotExhausted) {
+    const std::string entry = std::string("M\0dir/sub/file-with-a-long-name-00000.txt\0", 42);
+    std::string listing;
+    listing.reserve(100u << 20);
+    while (listing.size() + entry.size() <= (100u << 20)) {
+        listing += entry;
+    }
+    bool truncated = false;
+    auto records = VNGitLogParser::parseNameStatus(listing, &truncated, 20000);
+    EXPECT_TRUE(truncated);
+    EXPECT_EQ(records.size(), 20000u);
+    EXPECT_EQ(records.back().string("filename"), "file-with-a-long-name-00000.txt");
+
+    std::string small = entry + entry;
+    EXPECT_EQ(VNGitLogParser::parseNameStatus(small, &truncated, 2).size(), 2u);
+    EXPECT_FALSE(truncated);
+    // A listing that ends at the bound is whole; one more file is cut.
+    EXPECT_EQ(VNGitLogParser::parseNameStatus(small + entry, &truncated, 2).size(), 2u);
+    EXPECT_TRUE(truncated);
+}
+
+}  // namespace

@@ -339,3 +339,70 @@ TEST(VNGitStatusParser, GitDirOfADotGitFile) {
 }
 
 }  // namespace
+
+namespace {
+
+using namespace std::string_literals;
+
+TEST(VNGitStatusParser, NulSeparatedListingsKeepEveryByteOfEveryName) {
+    // What `git status --porcelain -z` prints: no quoting, a rename's old name after the new.
+    const std::string listing =
+        " M tab\there.txt\0"s
+        "?? new\nline.txt\0"s
+        "A   leading and trailing \0"s
+        "R  new -> name\0old \"name\"\0"s
+        "RM x b/y.txt\0x\\b.txt\0"s
+        "C  copy\0source\0"s
+        "?? caf\xE9.txt\0"s
+        "?? dir/\0"s
+        "M  back\\slash\\t.txt\0"s;
+    struct Expected {
+        std::string path;
+        std::optional<std::string> previous;
+        uint64_t status;
+    };
+    const std::vector<Expected> expected = {
+        {"tab\there.txt", std::nullopt, VNFileStatusModified},
+        {"new\nline.txt", std::nullopt, VNFileStatusUnknown},
+        {" leading and trailing ", std::nullopt, VNFileStatusAdded},
+        {"new -> name", "old \"name\"", VNFileStatusRenamed},
+        {"x b/y.txt", "x\\b.txt", VNFileStatusModified},
+        {"copy", std::nullopt, VNFileStatusAdded},
+        {"caf\xE9.txt", std::nullopt, VNFileStatusUnknown},
+        {"dir/", std::nullopt, VNFileStatusUnknown},
+        {"back\\slash\\t.txt", std::nullopt, VNFileStatusModified},
+    };
+    auto entries = VNGitStatusParser::parseStatusOutput(listing);
+    ASSERT_EQ(entries.size(), expected.size());
+    for (std::size_t i = 0; i < entries.size(); ++i) {
+        SCOPED_TRACE(expected[i].path);
+        EXPECT_EQ(entries[i].path, expected[i].path);
+        EXPECT_EQ(entries[i].previousPath, expected[i].previous);
+        EXPECT_EQ(entries[i].status, expected[i].status);
+    }
+
+    // The folder line is not a file; a name ending in a blank after a slash is one.
+    auto records = statusRecordsByPath(VNGitStatusParser::fileStatusRecords(
+        listing + "?? a/ \0"s, std::nullopt, std::nullopt, 766, nullptr));
+    EXPECT_EQ(records.size(), expected.size());
+    EXPECT_FALSE(records.count("dir/"));
+    EXPECT_TRUE(records.count("a/ "));
+    EXPECT_EQ(records.at("x b/y.txt").string("filename"), "y.txt");
+    EXPECT_EQ(records.at("x b/y.txt").string("path"), "x b");
+
+    auto counts = VNGitStatusParser::countStatuses(listing);
+    EXPECT_EQ(counts.modified, 3u);
+    EXPECT_EQ(counts.unknown, 2u);
+    EXPECT_EQ(counts.renamed, 1u);
+    EXPECT_EQ(counts.added, 2u);
+
+    // Cut short inside a rename: the rename is lost, nothing before it.
+    EXPECT_EQ(VNGitStatusParser::parseStatusOutput(" M a\0R  b\0"s).size(), 1u);
+    // ls-files -z: names as they are, a listed name found again in the status listing.
+    auto listed = VNGitStatusParser::listedFiles("tab\there.txt\0\"q\".txt\0z\0"s, 1);
+    EXPECT_EQ(listed.paths, (std::vector<std::string>{"tab\there.txt", "\"q\".txt", "z"}));
+    auto merged = VNGitStatusParser::fileStatusRecords(listing, &listed, nullptr, 766 | 1, nullptr);
+    EXPECT_EQ(merged.size(), expected.size() - 1 + 2);
+}
+
+}  // namespace

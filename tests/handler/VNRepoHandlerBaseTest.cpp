@@ -222,12 +222,15 @@ TEST(VNRepoHandlerBasePaths, UnquotingRemovesQuotesAndEscapes) {
          "e Welt.txt\"",
          "Gr\xC3\xBC\xC3\x9F"
          "e Welt.txt"},
-        {"escape before a multi-byte letter", "a\\\xC3\xBC", "a\xC3\xBC"},
-        {"other escapes lose their backslash", "\"tab\\there\"", "tabthere"},
+        {"unquoted text keeps its backslash", "a\\\xC3\xBC", "a\\\xC3\xBC"},
+        {"C escapes", "\"\\a\\b\\t\\n\\v\\f\\r\\\"\\\\\"", "\a\b\t\n\v\f\r\"\\"},
+        {"octal escapes are bytes", "\"caf\\303\\251 \\351\\033[1m\"", "caf\xC3\xA9 \xE9\x1B[1m"},
+        {"leading and trailing blanks stay", "\" x \"", " x "},
         {"two quotes alone are too short to strip", "\"\"", "\"\""},
         {"one quoted letter", "\"x\"", "x"},
         {"only a leading quote", "\"open", "\"open"},
         {"trailing lone backslash stays", "dir\\", "dir\\"},
+        {"a quote inside is not the end", "\"a\" b\"", "\"a\" b\""},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);

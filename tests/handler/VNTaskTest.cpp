@@ -270,8 +270,8 @@ TEST(VNTaskRun, ProgressiveOutputArrivesWhileTheProgramRuns) {
 
 TEST(VNTaskRun, InvalidUTF8FallsBackToLegacyEncodingsOrIsRepaired) {
     TempDir dir;
-    // "caf" and 0x8E: e acute in Mac OS Roman, not UTF-8.
-    std::string script = writeScript(dir.path(), "tool.sh", "printf 'caf\\216\\n'\n");
+    // "caf" and 0xE9: e acute in Latin-1 and Windows-1252, not UTF-8.
+    std::string script = writeScript(dir.path(), "tool.sh", "printf 'caf\\351\\n'\n");
     auto strict = VNTask::taskWithCommand(script, dir.path(), {});
     strict->run();
     EXPECT_EQ(strict->output(), "caf\xC3\xA9\n");
@@ -281,13 +281,56 @@ TEST(VNTaskRun, InvalidUTF8FallsBackToLegacyEncodingsOrIsRepaired) {
     lossy->run();
     EXPECT_EQ(lossy->output(), "caf\xEF\xBF\xBD\n");
 
-    // With progressive output the invalid bytes wait for the final read's fallbacks.
+    // With progressive output the invalid line waits for its end, then decodes by itself.
     auto progressive = VNTask::taskWithCommand(script, dir.path(), {});
     progressive->setReturnProgressiveOutput(true);
     Recorder recorder(*progressive);
     progressive->run();
     EXPECT_EQ(progressive->output(), "caf\xC3\xA9\n");
     EXPECT_EQ(recorder.count("out"), 1);
+
+    auto raw = VNTask::taskWithCommand(script, dir.path(), {});
+    raw->setRawOutput(true);
+    raw->run();
+    EXPECT_EQ(raw->output(), "caf\xE9\n");
+}
+
+// One line in another encoding decides nothing for the lines around it, on either stream and
+// whether output arrives at the end or while the tool runs.
+TEST(VNTaskRun, EachLineIsDecodedByItself) {
+    TempDir dir;
+    // UTF-8 CJK, a Latin-1 line, UTF-8 again, Windows-1252's euro sign, a line without end.
+    const std::string printed =
+        "printf '\\346\\227\\245\\346\\234\\254.txt\\ncaf\\351\\n"
+        "na\\303\\257ve\\n\\200 5\\n\\346\\227\\245'";
+    const std::string expected =
+        "\xE6\x97\xA5\xE6\x9C\xAC.txt\ncaf\xC3\xA9\nna\xC3\xAFve\n\xE2\x82\xAC 5\n\xE6\x97\xA5";
+    const std::string lossyExpected =
+        "\xE6\x97\xA5\xE6\x9C\xAC.txt\ncaf\xEF\xBF\xBD\nna\xC3\xAFve\n\xEF\xBF\xBD 5\n"
+        "\xE6\x97\xA5";
+    struct Case {
+        const char* name;
+        bool progressive;
+        bool lossy;
+        bool toStderr;
+    };
+    const Case cases[] = {
+        {"standard output", false, false, false},
+        {"progressive", true, false, false},
+        {"lossy", false, true, false},
+        {"progressive and lossy", true, true, false},
+        {"standard error", false, false, true},
+    };
+    std::string script = writeScript(dir.path(), "tool.sh", printed + "\n" + printed + " >&2\n");
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        auto task = VNTask::taskWithCommand(script, dir.path(), {});
+        task->setReturnProgressiveOutput(c.progressive);
+        task->setLossyUTF8Output(c.lossy);
+        task->run();
+        EXPECT_EQ(c.toStderr ? task->errorOutput() : task->output(),
+                  c.lossy ? lossyExpected : expected);
+    }
 }
 
 TEST(VNTaskRun, SanitizersFilterEachDecodedChunk) {
