@@ -5,13 +5,16 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "base/Value.h"
 
 namespace vn {
 
 // Writes JSON as it goes, so that large models (a diff of a hundred megabytes, a long history) are
-// written without first being copied into records. Text that is not valid UTF-8 is repaired.
+// written without first being copied into records. Compact by default: no white space at all.
+// Bytes that are not valid UTF-8 become U+FFFD (one per maximal invalid subpart), so the text is
+// always valid JSON in UTF-8 whatever the names and lines it carries.
 class JsonWriter {
   public:
     using Sink = std::function<void(std::string_view chunk)>;
@@ -59,13 +62,27 @@ class JsonWriter {
     void write(uint64_t v) { number(v); }
     void write(double v) { number(v); }
     void write(const Value& v) { value(v); }
-    void append(const char* data, std::size_t length);
-    static void print(void* ctx, const char* text, std::size_t length);
 
-    struct Generator;
-    Generator* gen_;
+    // Puts the separator (and, when pretty, the line break and indent) that the next value needs.
+    void beforeValue();
+    void newLine(std::size_t depth);
+    void quoted(std::string_view text);
+    void raw(std::string_view text) { buffer_.append(text); }
+    void maybeHandOver() {
+        if (sink_ && buffer_.size() >= kChunk) {
+            handOver();
+        }
+    }
+    void handOver();
+
+    static constexpr std::size_t kChunk = 64 * 1024;
+
     std::string buffer_;
     Sink sink_;
+    bool pretty_;
+    // One entry per open container: whether anything has been written into it yet.
+    std::vector<bool> open_;
+    bool afterKey_ = false;
     int depth_ = 0;
 };
 
