@@ -107,7 +107,9 @@ const yajl_callbacks kCallbacks = {
 std::string isoDateString(const Value::Date& date) {
     std::time_t t = std::chrono::system_clock::to_time_t(date);
     struct tm utc;
-    gmtime_r(&t, &utc);
+    if (!gmtime_r(&t, &utc)) {
+        return "";  // a year beyond what the calendar functions hold
+    }
     char buffer[32];
     std::strftime(buffer, sizeof buffer, "%Y-%m-%dT%H:%M:%SZ", &utc);
     return buffer;
