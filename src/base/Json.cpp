@@ -2,6 +2,7 @@
 
 #include <yajl/yajl_parse.h>
 
+#include <algorithm>
 #include <array>
 #include <charconv>
 #include <cmath>
@@ -187,7 +188,7 @@ JsonWriter::JsonWriter(bool pretty) : JsonWriter(Sink(), pretty) {}
 
 JsonWriter::JsonWriter(Sink sink, bool pretty) : sink_(std::move(sink)), pretty_(pretty) {
     if (sink_) {
-        buffer_.reserve(kChunk + kChunk / 4);
+        buffer_.resize(kChunk + kChunk / 4);
     }
 }
 
@@ -195,20 +196,26 @@ JsonWriter::~JsonWriter() {
     flush();
 }
 
+void JsonWriter::grow(std::size_t length) {
+    buffer_.resize(std::max(buffer_.size() * 2, size_ + length + 256));
+}
+
 void JsonWriter::handOver() {
-    sink_(buffer_);
-    buffer_.clear();
+    sink_(std::string_view(buffer_.data(), size_));
+    size_ = 0;
 }
 
 void JsonWriter::flush() {
-    if (sink_ && !buffer_.empty()) {
+    if (sink_ && size_ > 0) {
         handOver();
     }
 }
 
 void JsonWriter::newLine(std::size_t depth) {
-    buffer_.push_back('\n');
-    buffer_.append(depth * 2, ' ');
+    char* out = room(1 + depth * 2);
+    out[0] = '\n';
+    std::memset(out + 1, ' ', depth * 2);
+    size_ += 1 + depth * 2;
 }
 
 void JsonWriter::beforeValue() {
@@ -220,7 +227,7 @@ void JsonWriter::beforeValue() {
         return;
     }
     if (open_.back()) {
-        buffer_.push_back(',');
+        put(',');
     }
     open_.back() = true;
     if (pretty_) {
@@ -230,7 +237,7 @@ void JsonWriter::beforeValue() {
 
 void JsonWriter::beginObject() {
     beforeValue();
-    buffer_.push_back('{');
+    put('{');
     open_.push_back(false);
     ++depth_;
 }
@@ -245,14 +252,14 @@ void JsonWriter::endObject() {
     if (pretty_ && any) {
         newLine(open_.size());
     }
-    buffer_.push_back('}');
+    put('}');
     --depth_;
     maybeHandOver();
 }
 
 void JsonWriter::beginArray() {
     beforeValue();
-    buffer_.push_back('[');
+    put('[');
     open_.push_back(false);
     ++depth_;
 }
@@ -267,7 +274,7 @@ void JsonWriter::endArray() {
     if (pretty_ && any) {
         newLine(open_.size());
     }
-    buffer_.push_back(']');
+    put(']');
     --depth_;
     maybeHandOver();
 }
@@ -278,7 +285,7 @@ void JsonWriter::key(std::string_view name) {
     if (pretty_) {
         raw(": ");
     } else {
-        buffer_.push_back(':');
+        put(':');
     }
     afterKey_ = true;
 }
@@ -289,41 +296,62 @@ void JsonWriter::string(std::string_view text) {
     maybeHandOver();
 }
 
+namespace {
+
+// Where the run of bytes that go into a JSON string as they are ends: printable ASCII other than
+// '"' and '\\', and whole valid UTF-8 sequences.
+inline const unsigned char* plainRunEnd(const unsigned char* p, const unsigned char* end) {
+    for (;;) {
+        while (end - p >= 8) {
+            uint64_t word;
+            std::memcpy(&word, p, sizeof word);
+            if (!plainWord(word)) {
+                break;
+            }
+            p += 8;
+        }
+        if (p == end) {
+            return p;
+        }
+        uint8_t kind = kByteClass[*p];
+        if (kind == 0) {
+            ++p;
+            continue;
+        }
+        if (kind == 2) {
+            std::size_t invalid = 0;
+            if (std::size_t length = utf8Sequence(p, end, invalid)) {
+                p += length;
+                continue;
+            }
+        }
+        return p;
+    }
+}
+
+}  // namespace
+
 void JsonWriter::quoted(std::string_view text) {
     static constexpr char kHex[] = "0123456789abcdef";
     auto p = reinterpret_cast<const unsigned char*>(text.data());
     const unsigned char* end = p + text.size();
-    buffer_.reserve(buffer_.size() + text.size() + 2);
-    buffer_.push_back('"');
-    while (p < end) {
-        const unsigned char* run = p;
-        for (;;) {
-            while (end - p >= 8) {
-                uint64_t word;
-                std::memcpy(&word, p, sizeof word);
-                if (!plainWord(word)) {
-                    break;
-                }
-                p += 8;
-            }
-            if (p == end) {
-                break;
-            }
-            uint8_t kind = kByteClass[*p];
-            if (kind == 0) {
-                ++p;
-                continue;
-            }
-            if (kind == 2) {
-                std::size_t invalid = 0;
-                if (std::size_t length = utf8Sequence(p, end, invalid)) {
-                    p += length;
-                    continue;
-                }
-            }
-            break;
+    const unsigned char* run = p;
+    p = plainRunEnd(p, end);
+    if (p == end) {
+        // Nothing to escape or repair, the common case: one copy.
+        char* out = room(text.size() + 2);
+        out[0] = '"';
+        if (!text.empty()) {
+            std::memcpy(out + 1, text.data(), text.size());
         }
-        buffer_.append(reinterpret_cast<const char*>(run), static_cast<std::size_t>(p - run));
+        out[text.size() + 1] = '"';
+        size_ += text.size() + 2;
+        return;
+    }
+    put('"');
+    for (;;) {
+        raw(std::string_view(reinterpret_cast<const char*>(run),
+                             static_cast<std::size_t>(p - run)));
         if (p == end) {
             break;
         }
@@ -333,52 +361,54 @@ void JsonWriter::quoted(std::string_view text) {
             utf8Sequence(p, end, invalid);
             raw("\xEF\xBF\xBD");
             p += invalid;
-            continue;
-        }
-        ++p;
-        switch (c) {
-            case '"':
-                raw("\\\"");
-                break;
-            case '\\':
-                raw("\\\\");
-                break;
-            case '\n':
-                raw("\\n");
-                break;
-            case '\r':
-                raw("\\r");
-                break;
-            case '\t':
-                raw("\\t");
-                break;
-            case '\b':
-                raw("\\b");
-                break;
-            case '\f':
-                raw("\\f");
-                break;
-            default: {
-                char escape[6] = {'\\', 'u', '0', '0', kHex[c >> 4], kHex[c & 15]};
-                buffer_.append(escape, sizeof escape);
+        } else {
+            ++p;
+            switch (c) {
+                case '"':
+                    raw("\\\"");
+                    break;
+                case '\\':
+                    raw("\\\\");
+                    break;
+                case '\n':
+                    raw("\\n");
+                    break;
+                case '\r':
+                    raw("\\r");
+                    break;
+                case '\t':
+                    raw("\\t");
+                    break;
+                case '\b':
+                    raw("\\b");
+                    break;
+                case '\f':
+                    raw("\\f");
+                    break;
+                default: {
+                    const char escape[6] = {'\\', 'u', '0', '0', kHex[c >> 4], kHex[c & 15]};
+                    raw(std::string_view(escape, sizeof escape));
+                }
             }
         }
+        run = p;
+        p = plainRunEnd(p, end);
     }
-    buffer_.push_back('"');
+    put('"');
 }
 
 void JsonWriter::number(int64_t value) {
     beforeValue();
     char digits[24];
     auto [end, ec] = std::to_chars(digits, digits + sizeof digits, value);
-    buffer_.append(digits, end);
+    raw(std::string_view(digits, static_cast<std::size_t>(end - digits)));
 }
 
 void JsonWriter::number(uint64_t value) {
     beforeValue();
     char digits[24];
     auto [end, ec] = std::to_chars(digits, digits + sizeof digits, value);
-    buffer_.append(digits, end);
+    raw(std::string_view(digits, static_cast<std::size_t>(end - digits)));
 }
 
 void JsonWriter::number(double value) {
@@ -389,7 +419,7 @@ void JsonWriter::number(double value) {
     beforeValue();
     char digits[64];
     auto [end, ec] = std::to_chars(digits, digits + sizeof digits, value);
-    buffer_.append(digits, end);
+    raw(std::string_view(digits, static_cast<std::size_t>(end - digits)));
 }
 
 void JsonWriter::boolean(bool value) {

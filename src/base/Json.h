@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <cstring>
 #include <functional>
 #include <optional>
 #include <string>
@@ -49,7 +50,11 @@ class JsonWriter {
         write(v);
     }
 
-    const std::string& text() const { return buffer_; }
+    // The text so far; the reference holds until the next write.
+    const std::string& text() const {
+        buffer_.resize(size_);
+        return buffer_;
+    }
     void flush();
 
   private:
@@ -67,9 +72,26 @@ class JsonWriter {
     void beforeValue();
     void newLine(std::size_t depth);
     void quoted(std::string_view text);
-    void raw(std::string_view text) { buffer_.append(text); }
+    // Room for `length` more bytes at the end of the text; the caller advances size_.
+    char* room(std::size_t length) {
+        if (size_ + length > buffer_.size()) {
+            grow(length);
+        }
+        return buffer_.data() + size_;
+    }
+    void grow(std::size_t length);
+    void put(char c) {
+        *room(1) = c;
+        ++size_;
+    }
+    void raw(std::string_view text) {
+        if (!text.empty()) {
+            std::memcpy(room(text.size()), text.data(), text.size());
+            size_ += text.size();
+        }
+    }
     void maybeHandOver() {
-        if (sink_ && buffer_.size() >= kChunk) {
+        if (sink_ && size_ >= kChunk) {
             handOver();
         }
     }
@@ -77,7 +99,9 @@ class JsonWriter {
 
     static constexpr std::size_t kChunk = 64 * 1024;
 
-    std::string buffer_;
+    // The text is the first size_ bytes; the rest is room written into without a check per byte.
+    mutable std::string buffer_;
+    std::size_t size_ = 0;
     Sink sink_;
     bool pretty_;
     // One entry per open container: whether anything has been written into it yet.
