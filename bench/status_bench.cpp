@@ -1,8 +1,14 @@
 // The Git status listing on a working copy of 100,000 tracked files, about 3% of them modified,
 // a thousand untracked and two hundred ignored. Each benchmark runs two ways of getting a listing
 // in pairs, alternating which goes first, so that the load of a shared machine falls on both
-// alike; it reports each side's median time and the median of the pairs' ratios.
+// alike; it reports each side's median wall-clock and CPU time (this process and the git
+// processes it waited for) and the median of the pairs' ratios.
 //
+//   BM_RefreshVsPlainStatus        what a refresh asks for, the summary and the default file list
+//                                  together (fileStatusAndSummary), against one plain
+//                                  `git status --porcelain --untracked-files=all`, on a second
+//                                  working copy of 100,000 files with 300 changes (200 modified,
+//                                  100 untracked)
 //   BM_DefaultMaskVsPlainStatus    fileStatus with the mask 766 (the status parsed into records)
 //                                  against `git status --porcelain --untracked-files=all` through
 //                                  VNTask with the same arguments, its output not read
@@ -12,11 +18,12 @@
 //   BM_ParseDefaultStatus          the reading of that status's text into records alone, with
 //   / ...WithoutDisk               and without the check of modified paths for submodule folders
 //
-// The working copy is made once under $TMPDIR (or /tmp) as varnel-status-bench-100k and reused;
-// delete it to start afresh.
+// The working copies are made once under $TMPDIR (or /tmp) as varnel-status-bench-100k and
+// varnel-status-bench-100k-300 and reused; delete them to start afresh.
 
 #include <benchmark/benchmark.h>
 #include <stdlib.h>
+#include <sys/resource.h>
 
 #include <algorithm>
 #include <chrono>
@@ -44,10 +51,17 @@ using vn::bench::scratchFolder;
 
 constexpr int kFolders = 1000;
 constexpr int kFilesPerFolder = 100;  // 100,000 tracked files
-constexpr int kModifiedEvery = 33;    // ~3%
-constexpr int kUntracked = 1000;
 constexpr int kIgnored = 200;
 constexpr const char* kReadyMarker = "varnel-bench-ready-v1";
+
+// How a working copy differs from its commit.
+struct Changes {
+    const char* name;
+    int modifiedEvery;
+    int untracked;
+};
+constexpr Changes kManyChanges = {"varnel-status-bench-100k", 33, 1000};  // ~3% modified
+constexpr Changes kFewChanges = {"varnel-status-bench-100k-300", 500, 100};
 
 std::string baseFolder() {
     const char* tmp = std::getenv("TMPDIR");
@@ -82,58 +96,65 @@ std::string fileName(int folder, int file) {
 }
 
 // Made once: committing 100,000 files takes a while.
-const std::string& workingCopy() {
-    static const std::string path = [] {
-        std::string folder = baseFolder() + "/varnel-status-bench-100k";
-        if (vn::fs::exists(folder + "/.git/" + kReadyMarker)) {
-            return folder;
-        }
-        std::error_code ec;
-        std::filesystem::remove_all(folder, ec);
-        std::filesystem::create_directories(folder);
-        std::fprintf(stderr, "Making the 100,000-file working copy in %s ...\n", folder.c_str());
-        for (int d = 0; d < kFolders; ++d) {
-            std::filesystem::create_directories(folder + "/" + fileName(d, 0).substr(0, 5));
-            for (int f = 0; f < kFilesPerFolder; ++f) {
-                write(folder + "/" + fileName(d, f),
-                      "file " + std::to_string(d * kFilesPerFolder + f) + "\nsecond line\n");
-            }
-        }
-        write(folder + "/.gitignore", "*.o\n");
-        // No automatic repacking in the background while the benchmarks run.
-        if (!git(folder, {"init", "-q"}) || !git(folder, {"config", "gc.auto", "0"}) ||
-            !git(folder, {"add", "-A"}) || !git(folder, {"commit", "-q", "-m", "100,000 files"})) {
-            return std::string();
-        }
-        int index = 0;
-        for (int d = 0; d < kFolders; ++d) {
-            for (int f = 0; f < kFilesPerFolder; ++f, ++index) {
-                if (index % kModifiedEvery == 0) {
-                    write(folder + "/" + fileName(d, f), "changed " + std::to_string(index) + "\n");
-                }
-            }
-        }
-        for (int i = 0; i < kUntracked; ++i) {
-            write(folder + "/" + fileName(i % kFolders, 0).substr(0, 5) + "/new" +
-                      std::to_string(i) + ".txt",
-                  "new\n");
-        }
-        for (int i = 0; i < kIgnored; ++i) {
-            write(folder + "/" + fileName(i * 5 % kFolders, 0).substr(0, 5) + "/build" +
-                      std::to_string(i) + ".o",
-                  "object\n");
-        }
-        // Refreshes the index's file times so that every later status sees the same work.
-        git(folder, {"status", "--porcelain"});
-        write(folder + "/.git/" + kReadyMarker, "ready\n");
+std::string makeWorkingCopy(const Changes& changes) {
+    std::string folder = baseFolder() + "/" + changes.name;
+    if (vn::fs::exists(folder + "/.git/" + kReadyMarker)) {
         return folder;
-    }();
+    }
+    std::error_code ec;
+    std::filesystem::remove_all(folder, ec);
+    std::filesystem::create_directories(folder);
+    std::fprintf(stderr, "Making the 100,000-file working copy in %s ...\n", folder.c_str());
+    for (int d = 0; d < kFolders; ++d) {
+        std::filesystem::create_directories(folder + "/" + fileName(d, 0).substr(0, 5));
+        for (int f = 0; f < kFilesPerFolder; ++f) {
+            write(folder + "/" + fileName(d, f),
+                  "file " + std::to_string(d * kFilesPerFolder + f) + "\nsecond line\n");
+        }
+    }
+    write(folder + "/.gitignore", "*.o\n");
+    // No automatic repacking in the background while the benchmarks run.
+    if (!git(folder, {"init", "-q"}) || !git(folder, {"config", "gc.auto", "0"}) ||
+        !git(folder, {"add", "-A"}) || !git(folder, {"commit", "-q", "-m", "100,000 files"})) {
+        return std::string();
+    }
+    int index = 0;
+    for (int d = 0; d < kFolders; ++d) {
+        for (int f = 0; f < kFilesPerFolder; ++f, ++index) {
+            if (index % changes.modifiedEvery == 0) {
+                write(folder + "/" + fileName(d, f), "changed " + std::to_string(index) + "\n");
+            }
+        }
+    }
+    for (int i = 0; i < changes.untracked; ++i) {
+        write(folder + "/" + fileName(i % kFolders, 0).substr(0, 5) + "/new" + std::to_string(i) +
+                  ".txt",
+              "new\n");
+    }
+    for (int i = 0; i < kIgnored; ++i) {
+        write(folder + "/" + fileName(i * 5 % kFolders, 0).substr(0, 5) + "/build" +
+                  std::to_string(i) + ".o",
+              "object\n");
+    }
+    // Refreshes the index's file times so that every later status sees the same work.
+    git(folder, {"status", "--porcelain"});
+    write(folder + "/.git/" + kReadyMarker, "ready\n");
+    return folder;
+}
+
+const std::string& workingCopy() {
+    static const std::string path = makeWorkingCopy(kManyChanges);
+    return path;
+}
+
+const std::string& fewChangesCopy() {
+    static const std::string path = makeWorkingCopy(kFewChanges);
     return path;
 }
 
 std::shared_ptr<VNTask> listingTask(const std::string& command,
-                                    const std::vector<std::string>& words) {
-    const std::string& path = workingCopy();
+                                    const std::vector<std::string>& words,
+                                    const std::string& path = workingCopy()) {
     auto args = handler()->defaultArgsForPath(path, command);
     args.insert(args.end(), words.begin(), words.end());
     return VNTask::taskWithCommand(handler()->gitPath(), path, std::move(args));
@@ -147,6 +168,21 @@ bool plainStatus() {
     bool ok = task->run();
     benchmark::DoNotOptimize(task->output().size());
     return ok;
+}
+
+// `git status --porcelain --untracked-files=all` as a person would type it.
+bool plainStatusOfFewChanges() {
+    const std::string& path = fewChangesCopy();
+    auto task = VNTask::taskWithCommand(handler()->gitPath(), path,
+                                        {"status", "--porcelain", "--untracked-files=all"});
+    bool ok = task->run();
+    benchmark::DoNotOptimize(task->output().size());
+    return ok;
+}
+
+bool refreshOfFewChanges() {
+    auto both = handler()->fileStatusAndSummary(fewChangesCopy(), VNFileStatusDefaultMask);
+    return !both.summary.empty() && !both.files.empty();
 }
 
 std::function<bool()> fileStatus(uint64_t mask) {
@@ -182,21 +218,41 @@ double median(std::vector<double> values) {
     return n == 0 ? 0 : n % 2 ? values[n / 2] : (values[n / 2 - 1] + values[n / 2]) / 2;
 }
 
+// User and system time of this process and of the children it has waited for, in seconds.
+double cpuSeconds() {
+    double total = 0;
+    for (int who : {RUSAGE_SELF, RUSAGE_CHILDREN}) {
+        struct rusage usage;
+        getrusage(who, &usage);
+        for (const timeval& t : {usage.ru_utime, usage.ru_stime}) {
+            total += double(t.tv_sec) + double(t.tv_usec) / 1e6;
+        }
+    }
+    return total;
+}
+
 void paired(benchmark::State& state, const std::function<bool()>& first,
-            const std::function<bool()>& second) {
-    if (workingCopy().empty()) {
+            const std::function<bool()>& second,
+            const std::function<const std::string&()>& copy = workingCopy) {
+    if (copy().empty()) {
         state.SkipWithError("the working copy could not be made");
         return;
     }
-    auto timed = [](const std::function<bool()>& work, std::vector<double>& times) {
+    struct Times {
+        std::vector<double> wall;
+        std::vector<double> cpu;
+    };
+    auto timed = [](const std::function<bool()>& work, Times& times) {
+        double cpuStart = cpuSeconds();
         auto start = std::chrono::steady_clock::now();
         bool ok = work();
-        times.push_back(
+        times.wall.push_back(
             std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count());
+        times.cpu.push_back(cpuSeconds() - cpuStart);
         return ok;
     };
-    std::vector<double> firstTimes;
-    std::vector<double> secondTimes;
+    Times firstTimes;
+    Times secondTimes;
     bool firstGoesFirst = true;
     for (auto _ : state) {
         bool ok = firstGoesFirst ? timed(first, firstTimes) && timed(second, secondTimes)
@@ -208,16 +264,25 @@ void paired(benchmark::State& state, const std::function<bool()>& first,
         firstGoesFirst = !firstGoesFirst;
     }
     std::vector<double> ratios;
-    for (std::size_t i = 0; i < firstTimes.size(); ++i) {
-        ratios.push_back(firstTimes[i] / secondTimes[i]);
+    std::vector<double> cpuRatios;
+    for (std::size_t i = 0; i < firstTimes.wall.size(); ++i) {
+        ratios.push_back(firstTimes.wall[i] / secondTimes.wall[i]);
+        cpuRatios.push_back(firstTimes.cpu[i] / secondTimes.cpu[i]);
     }
-    state.counters["ours_ms"] = median(firstTimes) * 1e3;
-    state.counters["other_ms"] = median(secondTimes) * 1e3;
+    state.counters["ours_ms"] = median(firstTimes.wall) * 1e3;
+    state.counters["other_ms"] = median(secondTimes.wall) * 1e3;
     state.counters["ratio"] = median(ratios);
+    state.counters["ours_cpu_ms"] = median(firstTimes.cpu) * 1e3;
+    state.counters["other_cpu_ms"] = median(secondTimes.cpu) * 1e3;
+    state.counters["cpu_ratio"] = median(cpuRatios);
 }
 
 void BM_DefaultMaskVsPlainStatus(benchmark::State& state) {
     paired(state, fileStatus(766), plainStatus);
+}
+
+void BM_RefreshVsPlainStatus(benchmark::State& state) {
+    paired(state, refreshOfFewChanges, plainStatusOfFewChanges, fewChangesCopy);
 }
 
 void BM_WithCleanVsOneAfterAnother(benchmark::State& state) {
@@ -268,6 +333,7 @@ BENCHMARK(BM_DefaultMaskVsPlainStatus)
     ->Unit(benchmark::kMillisecond)
     ->UseRealTime()
     ->Iterations(40);
+BENCHMARK(BM_RefreshVsPlainStatus)->Unit(benchmark::kMillisecond)->UseRealTime()->Iterations(40);
 BENCHMARK(BM_WithCleanVsOneAfterAnother)
     ->Unit(benchmark::kMillisecond)
     ->UseRealTime()
@@ -290,7 +356,7 @@ class RatioReporter : public benchmark::ConsoleReporter {
                     return it == run.counters.end() ? 0.0 : double(it->second);
                 };
                 figures_[run.run_name.function_name] = {counter("ours_ms"), counter("other_ms"),
-                                                        counter("ratio")};
+                                                        counter("ratio"), counter("cpu_ratio")};
             }
         }
         ConsoleReporter::ReportRuns(runs);
@@ -299,13 +365,14 @@ class RatioReporter : public benchmark::ConsoleReporter {
     void printRatio(const char* what, const std::string& name) const {
         auto it = figures_.find(name);
         if (it != figures_.end()) {
-            const auto& [ours, other, ratio] = it->second;
-            std::printf("%-52s %7.1f ms / %7.1f ms, median ratio %.3f\n", what, ours, other, ratio);
+            const auto& [ours, other, ratio, cpuRatio] = it->second;
+            std::printf("%-52s %7.1f ms / %7.1f ms, median ratio %.3f, CPU %.3f\n", what, ours,
+                        other, ratio, cpuRatio);
         }
     }
 
   private:
-    std::map<std::string, std::tuple<double, double, double>> figures_;
+    std::map<std::string, std::tuple<double, double, double, double>> figures_;
 };
 
 }  // namespace
@@ -322,6 +389,8 @@ int main(int argc, char** argv) {
     benchmark::RunSpecifiedBenchmarks(&reporter);
     std::printf("\nMedians of the pairs:\n");
     reporter.printRatio("fileStatus 766 / plain git status", "BM_DefaultMaskVsPlainStatus");
+    reporter.printRatio("summary and files / plain git status (300 changes)",
+                        "BM_RefreshVsPlainStatus");
     reporter.printRatio("fileStatus 767 side by side / one after another",
                         "BM_WithCleanVsOneAfterAnother");
     reporter.printRatio("fileStatus 1023 side by side / one after another",

@@ -2,6 +2,11 @@
 # What `vrnl diff --json` costs next to the `git diff` it runs, for one large change.
 #
 #   bench/vrnl_diff_vs_git.sh [VRNL] [RUNS]
+#   bench/vrnl_diff_vs_git.sh --range REPO A B [VRNL] [RUNS]
+#
+# The second form compares `vrnl diff --range A B --json` (and the text form) in REPO with a
+# plain `git diff A B` there, for example on git.git between v2.30.0 and v2.40.0. The runs of
+# each round go in turn (git, vrnl --json, vrnl), so that a busy machine slows all alike.
 #
 # Makes a repository of 10000 files of 400 lines (in $TMPDIR) and changes one line in twenty of
 # each, so that `git diff` writes about 100 MB; then runs, RUNS times each (5 by default), git
@@ -10,6 +15,47 @@
 # and their ratios to git. "git-pipe" is git writing into a pipe that `cat` empties, the least
 # any reader of its output pays. CPU time is the steadier figure on a machine that is busy with other work.
 set -euo pipefail
+
+median() { sort -n | awk '{ v[NR] = $1 } END { print v[int((NR + 1) / 2)] }'; }
+
+if [ "${1:-}" = "--range" ]; then
+    [ $# -ge 4 ] || { echo "usage: $0 --range REPO A B [VRNL] [RUNS]" >&2; exit 2; }
+    repo="$(cd "$2" && pwd)" from="$3" to="$4"
+    vrnl="${5:-$(dirname "$0")/../build/release/bin/vrnl}"
+    runs="${6:-5}"
+    [ -x "$vrnl" ] || { echo "no vrnl at $vrnl" >&2; exit 1; }
+    vrnl="$(cd "$(dirname "$vrnl")" && pwd)/$(basename "$vrnl")"
+    scratch="$(mktemp -d "${TMPDIR:-/tmp}/varnel-diff-bench.XXXXXX")"
+    trap 'rm -rf "$scratch"' EXIT
+    cd "$repo"
+    echo "git diff $from $to: $(git diff "$from" "$to" | wc -c) bytes;" \
+         "vrnl --json: $("$vrnl" diff --range "$from" "$to" --json | wc -c) bytes; $runs runs each"
+    names=(git vrnl-json vrnl)
+    for name in "${names[@]}"; do : > "$scratch/$name"; done
+    for _ in $(seq "$runs"); do
+        for name in "${names[@]}"; do
+            case $name in
+                git) command=(git diff "$from" "$to") ;;
+                vrnl-json) command=("$vrnl" diff --range "$from" "$to" --json) ;;
+                vrnl) command=("$vrnl" diff --range "$from" "$to") ;;
+            esac
+            /usr/bin/time -f "%e %U %S" -o "$scratch/time" "${command[@]}" > /dev/null
+            awk '{ printf "%.3f %.3f\n", $1, $2 + $3 }' "$scratch/time" >> "$scratch/$name"
+        done
+    done
+    declare -A wall cpu
+    for name in "${names[@]}"; do
+        wall[$name]=$(cut -d' ' -f1 "$scratch/$name" | median)
+        cpu[$name]=$(cut -d' ' -f2 "$scratch/$name" | median)
+        printf "%-10s wall %7.3f s   cpu %7.3f s\n" "$name" "${wall[$name]}" "${cpu[$name]}"
+    done
+    for name in vrnl-json vrnl; do
+        awk -v n="$name" -v w="${wall[$name]}" -v gw="${wall[git]}" -v c="${cpu[$name]}" \
+            -v gc="${cpu[git]}" \
+            'BEGIN { printf "%-10s / git: wall %.2f, cpu %.2f\n", n, w / gw, c / gc }'
+    done
+    exit 0
+fi
 
 vrnl="${1:-$(dirname "$0")/../build/release/bin/vrnl}"
 runs="${2:-5}"
@@ -62,8 +108,6 @@ measure() {
     /usr/bin/time -f "%e %U %S" -o "$scratch/time" "$@" > /dev/null
     awk '{ printf "%.3f %.3f\n", $1, $2 + $3 }' "$scratch/time"
 }
-
-median() { sort -n | awk '{ v[NR] = $1 } END { print v[int((NR + 1) / 2)] }'; }
 
 declare -A wall cpu
 for name in git git-pipe vrnl-json vrnl; do

@@ -3,7 +3,7 @@
 set -euo pipefail
 
 packages=(
-    build-essential cmake ninja-build pkg-config clang-format
+    build-essential cmake ninja-build pkg-config clang-format groff-base
     libicu-dev libyajl-dev libuv1-dev libcurl4-openssl-dev libsecret-1-dev
     googletest libgtest-dev libgmock-dev libbenchmark-dev
     git mercurial git-flow git-lfs subversion gnupg patch file

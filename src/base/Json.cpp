@@ -1,16 +1,17 @@
 #include "base/Json.h"
 
-#include <yajl/yajl_gen.h>
 #include <yajl/yajl_parse.h>
 
+#include <algorithm>
+#include <array>
 #include <charconv>
 #include <cmath>
 #include <cstdio>
+#include <cstring>
 #include <ctime>
 #include <vector>
 
 #include "base/Record.h"
-#include "base/TextEncoding.h"
 
 namespace vn {
 
@@ -108,7 +109,9 @@ const yajl_callbacks kCallbacks = {
 std::string isoDateString(const Value::Date& date) {
     std::time_t t = std::chrono::system_clock::to_time_t(date);
     struct tm utc;
-    gmtime_r(&t, &utc);
+    if (!gmtime_r(&t, &utc)) {
+        return "";  // a year beyond what the calendar functions hold
+    }
     char buffer[32];
     std::strftime(buffer, sizeof buffer, "%Y-%m-%dT%H:%M:%SZ", &utc);
     return buffer;
@@ -117,7 +120,9 @@ std::string isoDateString(const Value::Date& date) {
 std::string isoDateString(const Value::Date& date, int32_t offsetSeconds) {
     std::time_t t = std::chrono::system_clock::to_time_t(date) + offsetSeconds;
     struct tm wall;
-    gmtime_r(&t, &wall);
+    if (!gmtime_r(&t, &wall)) {
+        return "";  // a year beyond what the calendar functions hold
+    }
     char buffer[48];
     std::size_t length = std::strftime(buffer, sizeof buffer, "%Y-%m-%dT%H:%M:%S", &wall);
     int32_t magnitude = offsetSeconds < 0 ? -offsetSeconds : offsetSeconds;
@@ -127,98 +132,299 @@ std::string isoDateString(const Value::Date& date, int32_t offsetSeconds) {
     return buffer;
 }
 
-struct JsonWriter::Generator {
-    yajl_gen gen;
-};
-
 namespace {
 
-constexpr std::size_t kChunk = 64 * 1024;
+// What a byte needs inside a JSON string: 0 nothing, 1 an escape, 2 a look at the UTF-8 sequence
+// it starts.
+constexpr auto kByteClass = [] {
+    std::array<uint8_t, 256> table{};
+    for (int c = 0; c < 0x20; ++c) {
+        table[c] = 1;
+    }
+    table['"'] = 1;
+    table['\\'] = 1;
+    for (int c = 0x80; c < 0x100; ++c) {
+        table[c] = 2;
+    }
+    return table;
+}();
+
+// Whether eight bytes are all printable ASCII other than '"' and '\\' (the common case, taken a
+// word at a time).
+inline bool plainWord(uint64_t w) {
+    constexpr uint64_t ones = 0x0101010101010101ULL;
+    constexpr uint64_t highs = 0x8080808080808080ULL;
+    auto hasZero = [](uint64_t v) { return (v - ones) & ~v & highs; };
+    uint64_t below = (w - ones * 0x20) & ~w & highs;  // a byte under 0x20
+    return ((w & highs) | below | hasZero(w ^ (ones * '"')) | hasZero(w ^ (ones * '\\'))) == 0;
+}
+
+// The length of the valid UTF-8 sequence at `p` (lead byte 0x80 or above), or 0 with `invalid`
+// set to the length of its maximal invalid subpart (at least 1).
+inline std::size_t utf8Sequence(const unsigned char* p, const unsigned char* end,
+                                std::size_t& invalid) {
+    unsigned c = *p;
+    std::size_t length;
+    unsigned low = 0x80, high = 0xBF;
+    if (c >= 0xC2 && c <= 0xDF) {
+        length = 2;
+    } else if (c >= 0xE0 && c <= 0xEF) {
+        length = 3;
+        if (c == 0xE0) {
+            low = 0xA0;
+        } else if (c == 0xED) {
+            high = 0x9F;  // no surrogates
+        }
+    } else if (c >= 0xF0 && c <= 0xF4) {
+        length = 4;
+        if (c == 0xF0) {
+            low = 0x90;
+        } else if (c == 0xF4) {
+            high = 0x8F;  // nothing above U+10FFFF
+        }
+    } else {
+        invalid = 1;
+        return 0;
+    }
+    std::size_t i = 1;
+    for (; i < length; ++i) {
+        if (p + i >= end || p[i] < low || p[i] > high) {
+            invalid = i;
+            return 0;
+        }
+        low = 0x80;
+        high = 0xBF;
+    }
+    return length;
+}
 
 }  // namespace
 
 JsonWriter::JsonWriter(bool pretty) : JsonWriter(Sink(), pretty) {}
 
-JsonWriter::JsonWriter(Sink sink, bool pretty) : gen_(new Generator), sink_(std::move(sink)) {
-    gen_->gen = yajl_gen_alloc(nullptr);
-    if (pretty) {
-        yajl_gen_config(gen_->gen, yajl_gen_beautify, 1);
-        yajl_gen_config(gen_->gen, yajl_gen_indent_string, "  ");
+JsonWriter::JsonWriter(Sink sink, bool pretty) : sink_(std::move(sink)), pretty_(pretty) {
+    if (sink_) {
+        buffer_.resize(kChunk + kChunk / 4);
     }
-    // yajl hands every piece of text to this callback, so nothing is buffered twice.
-    yajl_gen_config(gen_->gen, yajl_gen_print_callback, &JsonWriter::print, this);
-}
-
-void JsonWriter::print(void* ctx, const char* text, std::size_t length) {
-    static_cast<JsonWriter*>(ctx)->append(text, length);
 }
 
 JsonWriter::~JsonWriter() {
     flush();
-    yajl_gen_free(gen_->gen);
-    delete gen_;
 }
 
-void JsonWriter::append(const char* data, std::size_t length) {
-    buffer_.append(data, length);
-    if (sink_ && buffer_.size() >= kChunk) {
-        sink_(buffer_);
-        buffer_.clear();
-    }
+void JsonWriter::grow(std::size_t length) {
+    buffer_.resize(std::max(buffer_.size() * 2, size_ + length + 256));
+}
+
+void JsonWriter::handOver() {
+    sink_(std::string_view(buffer_.data(), size_));
+    size_ = 0;
 }
 
 void JsonWriter::flush() {
-    if (sink_ && !buffer_.empty()) {
-        sink_(buffer_);
-        buffer_.clear();
+    if (sink_ && size_ > 0) {
+        handOver();
+    }
+}
+
+void JsonWriter::newLine(std::size_t depth) {
+    char* out = room(1 + depth * 2);
+    out[0] = '\n';
+    std::memset(out + 1, ' ', depth * 2);
+    size_ += 1 + depth * 2;
+}
+
+void JsonWriter::beforeValue() {
+    if (afterKey_) {
+        afterKey_ = false;
+        return;
+    }
+    if (open_.empty()) {
+        return;
+    }
+    if (open_.back()) {
+        put(',');
+    }
+    open_.back() = true;
+    if (pretty_) {
+        newLine(open_.size());
     }
 }
 
 void JsonWriter::beginObject() {
-    yajl_gen_map_open(gen_->gen);
+    beforeValue();
+    put('{');
+    open_.push_back(false);
     ++depth_;
 }
 
 void JsonWriter::endObject() {
-    yajl_gen_map_close(gen_->gen);
+    if (open_.empty()) {
+        return;
+    }
+    bool any = open_.back();
+    open_.pop_back();
+    afterKey_ = false;
+    if (pretty_ && any) {
+        newLine(open_.size());
+    }
+    put('}');
     --depth_;
+    maybeHandOver();
 }
 
 void JsonWriter::beginArray() {
-    yajl_gen_array_open(gen_->gen);
+    beforeValue();
+    put('[');
+    open_.push_back(false);
     ++depth_;
 }
 
 void JsonWriter::endArray() {
-    yajl_gen_array_close(gen_->gen);
+    if (open_.empty()) {
+        return;
+    }
+    bool any = open_.back();
+    open_.pop_back();
+    afterKey_ = false;
+    if (pretty_ && any) {
+        newLine(open_.size());
+    }
+    put(']');
     --depth_;
+    maybeHandOver();
 }
 
 void JsonWriter::key(std::string_view name) {
-    string(name);
+    beforeValue();
+    quoted(name);
+    if (pretty_) {
+        raw(": ");
+    } else {
+        put(':');
+    }
+    afterKey_ = true;
 }
 
 void JsonWriter::string(std::string_view text) {
-    if (isValidUTF8(text)) {
-        yajl_gen_string(gen_->gen, reinterpret_cast<const unsigned char*>(text.data()),
-                        text.size());
-    } else {
-        std::string fixed = repairUTF8(text);
-        yajl_gen_string(gen_->gen, reinterpret_cast<const unsigned char*>(fixed.data()),
-                        fixed.size());
+    beforeValue();
+    quoted(text);
+    maybeHandOver();
+}
+
+namespace {
+
+// Where the run of bytes that go into a JSON string as they are ends: printable ASCII other than
+// '"' and '\\', and whole valid UTF-8 sequences.
+inline const unsigned char* plainRunEnd(const unsigned char* p, const unsigned char* end) {
+    for (;;) {
+        while (end - p >= 8) {
+            uint64_t word;
+            std::memcpy(&word, p, sizeof word);
+            if (!plainWord(word)) {
+                break;
+            }
+            p += 8;
+        }
+        if (p == end) {
+            return p;
+        }
+        uint8_t kind = kByteClass[*p];
+        if (kind == 0) {
+            ++p;
+            continue;
+        }
+        if (kind == 2) {
+            std::size_t invalid = 0;
+            if (std::size_t length = utf8Sequence(p, end, invalid)) {
+                p += length;
+                continue;
+            }
+        }
+        return p;
     }
 }
 
+}  // namespace
+
+void JsonWriter::quoted(std::string_view text) {
+    static constexpr char kHex[] = "0123456789abcdef";
+    auto p = reinterpret_cast<const unsigned char*>(text.data());
+    const unsigned char* end = p + text.size();
+    const unsigned char* run = p;
+    p = plainRunEnd(p, end);
+    if (p == end) {
+        // Nothing to escape or repair, the common case: one copy.
+        char* out = room(text.size() + 2);
+        out[0] = '"';
+        if (!text.empty()) {
+            std::memcpy(out + 1, text.data(), text.size());
+        }
+        out[text.size() + 1] = '"';
+        size_ += text.size() + 2;
+        return;
+    }
+    put('"');
+    for (;;) {
+        raw(std::string_view(reinterpret_cast<const char*>(run),
+                             static_cast<std::size_t>(p - run)));
+        if (p == end) {
+            break;
+        }
+        unsigned char c = *p;
+        if (c >= 0x80) {
+            std::size_t invalid = 1;
+            utf8Sequence(p, end, invalid);
+            raw("\xEF\xBF\xBD");
+            p += invalid;
+        } else {
+            ++p;
+            switch (c) {
+                case '"':
+                    raw("\\\"");
+                    break;
+                case '\\':
+                    raw("\\\\");
+                    break;
+                case '\n':
+                    raw("\\n");
+                    break;
+                case '\r':
+                    raw("\\r");
+                    break;
+                case '\t':
+                    raw("\\t");
+                    break;
+                case '\b':
+                    raw("\\b");
+                    break;
+                case '\f':
+                    raw("\\f");
+                    break;
+                default: {
+                    const char escape[6] = {'\\', 'u', '0', '0', kHex[c >> 4], kHex[c & 15]};
+                    raw(std::string_view(escape, sizeof escape));
+                }
+            }
+        }
+        run = p;
+        p = plainRunEnd(p, end);
+    }
+    put('"');
+}
+
 void JsonWriter::number(int64_t value) {
-    char buffer[32];
-    auto [end, ec] = std::to_chars(buffer, buffer + sizeof buffer, value);
-    yajl_gen_number(gen_->gen, buffer, static_cast<size_t>(end - buffer));
+    beforeValue();
+    char digits[24];
+    auto [end, ec] = std::to_chars(digits, digits + sizeof digits, value);
+    raw(std::string_view(digits, static_cast<std::size_t>(end - digits)));
 }
 
 void JsonWriter::number(uint64_t value) {
-    char buffer[32];
-    auto [end, ec] = std::to_chars(buffer, buffer + sizeof buffer, value);
-    yajl_gen_number(gen_->gen, buffer, static_cast<size_t>(end - buffer));
+    beforeValue();
+    char digits[24];
+    auto [end, ec] = std::to_chars(digits, digits + sizeof digits, value);
+    raw(std::string_view(digits, static_cast<std::size_t>(end - digits)));
 }
 
 void JsonWriter::number(double value) {
@@ -226,17 +432,20 @@ void JsonWriter::number(double value) {
         null();
         return;
     }
-    char buffer[64];
-    auto [end, ec] = std::to_chars(buffer, buffer + sizeof buffer, value);
-    yajl_gen_number(gen_->gen, buffer, static_cast<size_t>(end - buffer));
+    beforeValue();
+    char digits[64];
+    auto [end, ec] = std::to_chars(digits, digits + sizeof digits, value);
+    raw(std::string_view(digits, static_cast<std::size_t>(end - digits)));
 }
 
 void JsonWriter::boolean(bool value) {
-    yajl_gen_bool(gen_->gen, value);
+    beforeValue();
+    raw(value ? "true" : "false");
 }
 
 void JsonWriter::null() {
-    yajl_gen_null(gen_->gen);
+    beforeValue();
+    raw("null");
 }
 
 void JsonWriter::value(const Value& value) {
@@ -302,11 +511,7 @@ void JsonWriter::value(const Value& value) {
 std::string toJson(const Value& value, bool pretty) {
     JsonWriter writer(pretty);
     writer.value(value);
-    std::string out = writer.text();
-    while (!out.empty() && out.back() == '\n') {
-        out.pop_back();
-    }
-    return out;
+    return writer.text();
 }
 
 std::optional<Value> parseJson(std::string_view text, std::string* error) {

@@ -1,17 +1,21 @@
 #pragma once
 
 #include <cstdint>
+#include <cstring>
 #include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "base/Value.h"
 
 namespace vn {
 
 // Writes JSON as it goes, so that large models (a diff of a hundred megabytes, a long history) are
-// written without first being copied into records. Text that is not valid UTF-8 is repaired.
+// written without first being copied into records. Compact by default: no white space at all.
+// Bytes that are not valid UTF-8 become U+FFFD (one per maximal invalid subpart), so the text is
+// always valid JSON in UTF-8 whatever the names and lines it carries.
 class JsonWriter {
   public:
     using Sink = std::function<void(std::string_view chunk)>;
@@ -46,7 +50,11 @@ class JsonWriter {
         write(v);
     }
 
-    const std::string& text() const { return buffer_; }
+    // The text so far; the reference holds until the next write.
+    const std::string& text() const {
+        buffer_.resize(size_);
+        return buffer_;
+    }
     void flush();
 
   private:
@@ -59,13 +67,46 @@ class JsonWriter {
     void write(uint64_t v) { number(v); }
     void write(double v) { number(v); }
     void write(const Value& v) { value(v); }
-    void append(const char* data, std::size_t length);
-    static void print(void* ctx, const char* text, std::size_t length);
 
-    struct Generator;
-    Generator* gen_;
-    std::string buffer_;
+    // Puts the separator (and, when pretty, the line break and indent) that the next value needs.
+    void beforeValue();
+    void newLine(std::size_t depth);
+    void quoted(std::string_view text);
+    // Room for `length` more bytes at the end of the text; the caller advances size_.
+    char* room(std::size_t length) {
+        if (size_ + length > buffer_.size()) {
+            grow(length);
+        }
+        return buffer_.data() + size_;
+    }
+    void grow(std::size_t length);
+    void put(char c) {
+        *room(1) = c;
+        ++size_;
+    }
+    void raw(std::string_view text) {
+        if (!text.empty()) {
+            std::memcpy(room(text.size()), text.data(), text.size());
+            size_ += text.size();
+        }
+    }
+    void maybeHandOver() {
+        if (sink_ && size_ >= kChunk) {
+            handOver();
+        }
+    }
+    void handOver();
+
+    static constexpr std::size_t kChunk = 64 * 1024;
+
+    // The text is the first size_ bytes; the rest is room written into without a check per byte.
+    mutable std::string buffer_;
+    std::size_t size_ = 0;
     Sink sink_;
+    bool pretty_;
+    // One entry per open container: whether anything has been written into it yet.
+    std::vector<bool> open_;
+    bool afterKey_ = false;
     int depth_ = 0;
 };
 

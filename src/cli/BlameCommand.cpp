@@ -95,4 +95,19 @@ int runBlame(Arguments& args) {
     return 0;
 }
 
+const Subcommand& blameCommand() {
+    static const Subcommand command{
+        "blame",
+        {"blame FILE [--rev R] [--json]"},
+        "Show who last changed each line of a file, in the working copy or at a revision",
+        "Shows each line of FILE with the commit, author and date that last changed it.",
+        {
+            {"--rev R", "Blame the file as it is in revision R instead of the working copy"},
+            {"--json", "Print the result as JSON for programs (compact; --pretty indents it)"},
+        },
+        runBlame,
+    };
+    return command;
+}
+
 }  // namespace vn::cli

@@ -76,4 +76,19 @@ int runCheckUrl(Arguments& args) {
     return reachable ? 0 : 1;
 }
 
+const Subcommand& checkUrlCommand() {
+    static const Subcommand command{
+        "check-url",
+        {"check-url URL [--json]"},
+        "Tell whether a path or URL is a Git repository that can be reached",
+        "Asks git to list the references of the repository at URL (a local path, or a URL of any "
+        "kind git reaches) and tells whether that worked, with how many references it saw. "
+        "Git's own messages are passed on, with passwords in URLs masked. Exits 1 when the "
+        "repository cannot be reached.",
+        {{"--json", "Print the result as JSON for programs (compact; --pretty indents it)"}},
+        runCheckUrl,
+    };
+    return command;
+}
+
 }  // namespace vn::cli

@@ -31,15 +31,36 @@ class Arguments {
     std::string error_;
 };
 
+// One option of a command as its help shows it.
+struct OptionHelp {
+    std::string name;  // "--rev R", "--json"
+    std::string text;
+};
+
+// A command's usage text: the help of `vrnl help NAME` and `vrnl NAME --help` and its section
+// of the man page are all made from this.
 struct Subcommand {
     std::string name;
-    std::string usage;    // the synopsis after "vrnl "
-    std::string summary;  // one line for the overview
+    std::vector<std::string> usage;  // synopsis lines, each after "vrnl "
+    std::string summary;             // one line for the overview
+    std::string description;         // paragraphs separated by blank lines
+    std::vector<OptionHelp> options;
     std::function<int(Arguments&)> run;
 };
 
+// Every command, in the order the overview lists them.
 const std::vector<Subcommand>& subcommands();
+const Subcommand* findSubcommand(std::string_view name);
 
+// The usage text of one command, and of vrnl as a whole.
+std::string commandHelp(const Subcommand& command);
+std::string overallHelp();
+// The manual page in troff, made from the same texts.
+std::string manPage();
+
+// Whether --json prints indented text (the global --pretty) or compact text (the default).
+void setPrettyJson(bool pretty);
+bool prettyJson();
 // Prints a value as JSON followed by a newline.
 void printJson(const Value& value);
 // Writes an error line "vrnl: ..." to standard error and answers the exit status for usage errors.
@@ -67,6 +88,20 @@ int runSearch(Arguments& args);
 int runStatus(Arguments& args);
 // The repository at a glance: the summary line, then a page of history with its graph.
 int runOverview(Arguments& args);
+
+// The commands, each with its usage text, defined beside the code that runs it.
+const Subcommand& doctorCommand();
+const Subcommand& diffCommand();
+const Subcommand& checkUrlCommand();
+const Subcommand& logCommand();
+const Subcommand& showCommand();
+const Subcommand& refsCommand();
+const Subcommand& blameCommand();
+const Subcommand& searchCommand();
+const Subcommand& statusCommand();
+const Subcommand& overviewCommand();
+const Subcommand& helpCommand();
+
 // History rows, one a line, with the graph beside them when asked.
 void printHistoryRows(const std::vector<Record>& rows, bool graph);
 

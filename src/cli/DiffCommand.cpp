@@ -433,4 +433,32 @@ int runDiff(Arguments& args) {
     return 0;
 }
 
+const Subcommand& diffCommand() {
+    static const Subcommand command{
+        "diff",
+        {"diff [PATH] [--staged | --rev R | --range A B] [--context N] [--ignore-whitespace] "
+         "[--max-files N] [FILES] [--json]",
+         "diff --patch-file FILE [--max-files N] [--json]"},
+        "Show changes with line numbers: unstaged, staged, of a revision or between two; or a "
+        "patch file's (FILE - reads standard input)",
+        "Without options, shows what is changed in the working copy and not staged. FILES "
+        "(after PATH, or after --) limit the diff to those files; they are taken literally. "
+        "Each line shows its number before and after the change.",
+        {
+            {"--staged", "What is staged: the index against HEAD"},
+            {"--rev R", "What revision R changed against its first parent"},
+            {"--range A B", "The difference between revisions A and B (also written A..B)"},
+            {"--context N", "N lines of context around each change (3 by default)"},
+            {"--ignore-whitespace", "Ignore changes in white space"},
+            {"--max-files N", "Stop after N files"},
+            {"--patch-file FILE",
+             "Show the patch in FILE as it is (- reads standard input); takes no other diff "
+             "option"},
+            {"--json", "Print the result as JSON for programs (compact; --pretty indents it)"},
+        },
+        runDiff,
+    };
+    return command;
+}
+
 }  // namespace vn::cli

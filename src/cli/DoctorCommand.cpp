@@ -60,4 +60,18 @@ int runDoctor(Arguments& args) {
     return 0;
 }
 
+const Subcommand& doctorCommand() {
+    static const Subcommand command{
+        "doctor",
+        {"doctor [--json]"},
+        "Show which git, hg and companion tools Varnel runs, and their versions",
+        "Lists the resource, preference and data folders, the version of git in use and whether "
+        "its credential helper is used, then each tool with the copy that runs (shipped or "
+        "custom), its version and path, or why it is missing.",
+        {{"--json", "Print the result as JSON for programs (compact; --pretty indents it)"}},
+        runDoctor,
+    };
+    return command;
+}
+
 }  // namespace vn::cli

@@ -435,4 +435,28 @@ int runLog(Arguments& args) {
     return 0;
 }
 
+const Subcommand& logCommand() {
+    static const Subcommand command{
+        "log",
+        {"log [PATH] [--skip N] [--limit N] [--branch B] [--remotes] [--topo] [--first-parent] "
+         "[--graph [--svg FILE]] [--json]"},
+        "Show a page of history (100 commits unless --limit) with branch, tag and remote labels",
+        "Shows the commits of every branch and tag, newest first, each with its labels. PATH "
+        "is any folder inside the working copy (the current folder by default).",
+        {
+            {"--skip N", "Start after the first N commits"},
+            {"--limit N", "Show at most N commits (100 by default)"},
+            {"--branch B", "Only the history of branch (or revision) B"},
+            {"--remotes", "Include remote branches"},
+            {"--topo", "Topological order: no parent before all of its children"},
+            {"--first-parent", "Follow only the first parent of merges"},
+            {"--graph", "Draw the commit graph beside the rows"},
+            {"--svg FILE", "With --graph, also write the graph as an SVG picture to FILE"},
+            {"--json", "Print the result as JSON for programs (compact; --pretty indents it)"},
+        },
+        runLog,
+    };
+    return command;
+}
+
 }  // namespace vn::cli

@@ -150,4 +150,17 @@ int runRefs(Arguments& args) {
     return 0;
 }
 
+const Subcommand& refsCommand() {
+    static const Subcommand command{
+        "refs",
+        {"refs [PATH] [--json]"},
+        "List branches with upstream and ahead/behind counts, tags, remotes and stashes",
+        "Lists the references of the repository that holds PATH (the current folder by "
+        "default).",
+        {{"--json", "Print the result as JSON for programs (compact; --pretty indents it)"}},
+        runRefs,
+    };
+    return command;
+}
+
 }  // namespace vn::cli

@@ -39,7 +39,7 @@ class HitPrinter {
             pending_.clear();
         }
         if (json_) {
-            std::cout << (hits_ ? "\n]\n" : "]\n") << std::flush;
+            std::cout << (hits_ && prettyJson() ? "\n]\n" : "]\n") << std::flush;
         }
         return hits_;
     }
@@ -51,7 +51,13 @@ class HitPrinter {
             return;
         }
         if (json_) {
-            std::cout << (hits_ ? ",\n  " : "\n  ") << toJson(*row) << std::flush;
+            // One hit a line when pretty, so that each stays readable without indenting it.
+            if (prettyJson()) {
+                std::cout << (hits_ ? ",\n  " : "\n  ") << toJson(*row);
+            } else {
+                std::cout << (hits_ ? "," : "") << toJson(*row);
+            }
+            std::cout << std::flush;
         } else {
             std::cout << history::rowLine(*row) << "\n" << std::flush;
         }
@@ -150,6 +156,29 @@ int runSearch(Arguments& args) {
         return 1;
     }
     return hits > 0 ? 0 : 1;
+}
+
+const Subcommand& searchCommand() {
+    static const Subcommand command{
+        "search",
+        {"search --message|--author|--content|--hash|--range PATTERN [--since D] [--until D] "
+         "[--json]"},
+        "Search the history, printing commits as they are found (D is YYYY-MM-DD)",
+        "Searches the history of the repository in the current folder with one of the modes "
+        "below and prints each matching commit as soon as git finds it.",
+        {
+            {"--message PATTERN", "Commits whose message matches PATTERN (case ignored)"},
+            {"--author PATTERN", "Commits whose author matches PATTERN (case ignored)"},
+            {"--content PATTERN", "Commits that add or remove text matching PATTERN"},
+            {"--hash PATTERN", "The commit that PATTERN (a commit id or its start) names"},
+            {"--range PATTERN", "The commits reachable from PATTERN and not from HEAD"},
+            {"--since D", "Only commits made on day D (YYYY-MM-DD) or later"},
+            {"--until D", "Only commits made before day D"},
+            {"--json", "Print the result as JSON for programs (compact; --pretty indents it)"},
+        },
+        runSearch,
+    };
+    return command;
 }
 
 }  // namespace vn::cli

@@ -125,4 +125,16 @@ int runShow(Arguments& args) {
     return 0;
 }
 
+const Subcommand& showCommand() {
+    static const Subcommand command{
+        "show",
+        {"show [REV] [--json]"},
+        "Show a commit's author, committer, dates, labels, message and changed files",
+        "Shows revision REV (HEAD by default) of the repository in the current folder.",
+        {{"--json", "Print the result as JSON for programs (compact; --pretty indents it)"}},
+        runShow,
+    };
+    return command;
+}
+
 }  // namespace vn::cli

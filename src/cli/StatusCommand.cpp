@@ -16,7 +16,6 @@
 #include "handler/VNRepoHandler.h"
 #include "model/VNFileStatusEntity.h"
 #include "model/VNLogRowData.h"
-#include "platform/WorkQueue.h"
 
 namespace vn::cli {
 
@@ -247,17 +246,13 @@ int runStatus(Arguments& args) {
     }
     auto handler = VNApplication::shared().handlerForType(location->type);
 
-    // The summary and the file list each run their own status; side by side they cost one.
-    Record summary;
     FailureCollector failures;
-    WorkGroup group;
-    WorkQueue::global().async(
-        group, FailureCollector::bind([&] { summary = handler->summary(location->workingCopy); }));
-    std::vector<Record> files = handler->fileStatus(location->workingCopy, mask);
-    group.wait();
+    VNWorkingCopyStatus status = handler->fileStatusAndSummary(location->workingCopy, mask);
     if (!failures.empty()) {
         return history::reportFailure(failures);
     }
+    const Record& summary = status.summary;
+    const std::vector<Record>& files = status.files;
     if (summary.empty()) {
         std::cerr << "vrnl: cannot read the status of " << display(location->workingCopy) << "\n";
         return 1;
@@ -339,6 +334,41 @@ int runOverview(Arguments& args) {
     }
     printHistoryRows(page->logRows(), true);
     return 0;
+}
+
+const Subcommand& statusCommand() {
+    static const Subcommand command{
+        "status",
+        {"status [PATH] [--mask N] [--json]"},
+        "Show the branch, merge or rebase state and the changed files of a working copy",
+        "Prints the summary line (branch, merge or rebase in progress, counts of changed files) "
+        "and the files grouped as staged, unstaged, unmerged, clean and ignored. PATH is any "
+        "folder or file inside the working copy (the current folder by default).",
+        {
+            {"--mask N",
+             "Which files to list, as a sum of status bits: 1 clean, 2 modified, 4 added, "
+             "8 removed, 16 conflicted, 64 missing, 128 untracked, 256 ignored, 512 renamed "
+             "(766, everything but clean and ignored, by default)"},
+            {"--json", "Print the result as JSON for programs (compact; --pretty indents it)"},
+        },
+        runStatus,
+    };
+    return command;
+}
+
+const Subcommand& overviewCommand() {
+    static const Subcommand command{
+        "overview",
+        {"overview [PATH] [--json]"},
+        "The repository at a glance: the summary line and a page of history with its graph "
+        "(what plain vrnl shows)",
+        "Prints the summary line of the working copy that holds PATH (the current folder by "
+        "default) and as many rows of history, with their graph, as fit the terminal. This is "
+        "what vrnl runs without a command.",
+        {{"--json", "Print the result as JSON for programs (compact; --pretty indents it)"}},
+        runOverview,
+    };
+    return command;
 }
 
 }  // namespace vn::cli

@@ -88,6 +88,14 @@ class VNRepoHandlerGit : public VNRepoHandlerBase {
     // run side by side and merged: the status's files in its order, then clean, then ignored.
     std::vector<vn::Record> fileStatus(const std::string& path, uint64_t includeStatuses) override;
     vn::Record summary(const std::string& path) override;
+    // Both from one `git status` run (and the listings of clean and ignored files the mask asks
+    // for), so that a refresh that shows both runs git status once.
+    VNWorkingCopyStatus fileStatusAndSummary(const std::string& path,
+                                             uint64_t includeStatuses) override;
+    // The summary record from a status listing; `withoutUntracked` counts no untracked file, as
+    // when the file list hides them.
+    vn::Record summaryFromStatus(const std::string& path, std::string_view statusOutput,
+                                 bool withoutUntracked);
     // No tracked file changed (untracked files allowed); false when git cannot tell.
     bool isClean(const std::string& path) override;
     bool isMergeOutstanding(const std::string& path) override;

@@ -70,15 +70,25 @@ bool configuredForGitLfs(const std::string& path, const std::string& gitFolder) 
 
 }  // namespace
 
-std::vector<vn::Record> VNRepoHandlerGit::fileStatus(const std::string& path, uint64_t mask) {
-    auto statusArgs = defaultArgsForPath(path, "status");
-    // Any mask from the untracked bit up lists untracked files, whichever bits it holds; the
-    // mask test of each line decides what is kept.
+namespace {
+
+bool hidesUntrackedFiles() {
+    return vn::Preferences::standard().integerForKey("fileStatusFilterMode") ==
+           FileStatusFilterModeHidesUntracked;
+}
+
+// Runs the status (with or without untracked files) and the ls-files listings `mask` asks for,
+// and merges them. Nothing when the status failed, which is reported to the user; `statusText`,
+// when given, receives the status listing for the summary.
+std::optional<std::vector<vn::Record>> listFileStatus(VNRepoHandlerGit& handler,
+                                                      const std::string& path, uint64_t mask,
+                                                      bool untracked, std::string* statusText) {
+    auto statusArgs = handler.defaultArgsForPath(path, "status");
     // NUL-separated: names come as their exact bytes, without quoting.
-    statusArgs.insert(statusArgs.end(), {"--porcelain", "-z", "--ignore-submodules=dirty",
-                                         mask < VNFileStatusUnknown ? "--untracked-files=no"
-                                                                    : "--untracked-files=all"});
-    auto statusTask = VNTask::taskWithCommand(gitPath(), path, std::move(statusArgs));
+    statusArgs.insert(statusArgs.end(),
+                      {"--porcelain", "-z", "--ignore-submodules=dirty",
+                       untracked ? "--untracked-files=all" : "--untracked-files=no"});
+    auto statusTask = VNTask::taskWithCommand(handler.gitPath(), path, std::move(statusArgs));
     statusTask->setRawOutput(true);
 
     // The listings of clean and ignored files can be far longer than the status, so they run on
@@ -93,11 +103,11 @@ std::vector<vn::Record> VNRepoHandlerGit::fileStatus(const std::string& path, ui
     std::optional<Listing> ignored;
     auto start = [&](std::optional<Listing>& slot, std::vector<std::string> words,
                      uint64_t status) {
-        auto args = defaultArgsForPath(path, "ls-files");
+        auto args = handler.defaultArgsForPath(path, "ls-files");
         args.push_back("-z");
         args.insert(args.end(), words.begin(), words.end());
         slot.emplace();
-        slot->task = VNTask::taskWithCommand(gitPath(), path, std::move(args));
+        slot->task = VNTask::taskWithCommand(handler.gitPath(), path, std::move(args));
         slot->task->setRawOutput(true);
         Listing* listing = &*slot;
         vn::WorkQueue::global().async(group, [listing, status] {
@@ -115,13 +125,13 @@ std::vector<vn::Record> VNRepoHandlerGit::fileStatus(const std::string& path, ui
     statusTask->run();
     group.wait();
 
-    auto files = [this](std::optional<Listing>& listing) -> VNGitStatusParser::ListedFiles* {
+    auto files = [&handler](std::optional<Listing>& listing) -> VNGitStatusParser::ListedFiles* {
         if (!listing) {
             return nullptr;
         }
         if (!listing->task->success()) {
-            handleGitFailure("git ls-files", listing->task->exitCode(),
-                             listing->task->errorOutput(), false);
+            handler.handleGitFailure("git ls-files", listing->task->exitCode(),
+                                     listing->task->errorOutput(), false);
             return nullptr;
         }
         return &listing->files;
@@ -130,8 +140,9 @@ std::vector<vn::Record> VNRepoHandlerGit::fileStatus(const std::string& path, ui
     VNGitStatusParser::ListedFiles* ignoredFiles = files(ignored);
     if (!statusTask->success()) {
         // Without the status every tracked file would pass for clean.
-        handleGitFailure("git status", statusTask->exitCode(), statusTask->errorOutput(), true);
-        return {};
+        handler.handleGitFailure("git status", statusTask->exitCode(), statusTask->errorOutput(),
+                                 true);
+        return std::nullopt;
     }
     auto isFolder = [&path](const std::string& relative) {
         std::error_code error;
@@ -139,16 +150,46 @@ std::vector<vn::Record> VNRepoHandlerGit::fileStatus(const std::string& path, ui
         return std::filesystem::is_directory(
             std::filesystem::symlink_status(vn::fs::appendPathComponent(path, relative), error));
     };
-    return VNGitStatusParser::fileStatusRecords(statusTask->output(), trackedFiles, ignoredFiles,
-                                                mask, isFolder);
+    auto records = VNGitStatusParser::fileStatusRecords(statusTask->output(), trackedFiles,
+                                                        ignoredFiles, mask, isFolder);
+    if (statusText) {
+        *statusText = statusTask->output();
+    }
+    return records;
+}
+
+}  // namespace
+
+std::vector<vn::Record> VNRepoHandlerGit::fileStatus(const std::string& path, uint64_t mask) {
+    // Any mask from the untracked bit up lists untracked files, whichever bits it holds; the
+    // mask test of each line decides what is kept.
+    return listFileStatus(*this, path, mask, mask >= VNFileStatusUnknown, nullptr)
+        .value_or(std::vector<vn::Record>());
+}
+
+VNWorkingCopyStatus VNRepoHandlerGit::fileStatusAndSummary(const std::string& path,
+                                                           uint64_t includeStatuses) {
+    // One status listing serves both: it lists untracked files when either asks for them, and
+    // the mask test of the file list and the summary's own count drop them where not wanted.
+    bool hideUntracked = hidesUntrackedFiles();
+    std::string statusText;
+    auto files =
+        listFileStatus(*this, path, includeStatuses,
+                       includeStatuses >= VNFileStatusUnknown || !hideUntracked, &statusText);
+    if (!files) {
+        return {};
+    }
+    VNWorkingCopyStatus result;
+    result.files = std::move(*files);
+    result.summary = summaryFromStatus(path, statusText, hideUntracked);
+    return result;
 }
 
 namespace {
 
 std::shared_ptr<VNTask> summaryStatusTask(VNRepoHandlerGit& handler, const std::string& path) {
     auto args = handler.defaultArgsForPath(path, "status");
-    bool hideUntracked = vn::Preferences::standard().integerForKey("fileStatusFilterMode") ==
-                         FileStatusFilterModeHidesUntracked;
+    bool hideUntracked = hidesUntrackedFiles();
     args.insert(args.end(), {"--porcelain", "-z",
                              hideUntracked ? "--untracked-files=no" : "--untracked-files=all",
                              "--ignore-submodules=dirty"});
@@ -186,10 +227,20 @@ vn::Record VNRepoHandlerGit::summary(const std::string& path) {
             vn::CredentialStore::redactURLPasswords(status->errorOutput()));
         return {};
     }
+    return summaryFromStatus(path, status->output(), false);
+}
+
+vn::Record VNRepoHandlerGit::summaryFromStatus(const std::string& path,
+                                               std::string_view statusOutput,
+                                               bool withoutUntracked) {
     bool merge = isMergeOutstanding(path);
     bool rebase = isRebaseInProgress(path);
     HeadState head = headState(path);
-    VNGitStatusParser::Counts counts = VNGitStatusParser::countStatuses(status->output());
+    VNGitStatusParser::Counts counts = VNGitStatusParser::countStatuses(statusOutput);
+    if (withoutUntracked) {
+        // As a status run without untracked files would have counted.
+        counts.unknown = 0;
+    }
 
     vn::Record record;
     record.set("isclean", counts.isClean());

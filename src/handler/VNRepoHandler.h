@@ -35,6 +35,13 @@ inline constexpr VNRepositoryType VNRepositoryTypeUnknown = 255;
 inline constexpr uint64_t VNFileStatusDefaultMask = 766;
 
 using VNTaskList = std::vector<std::shared_ptr<VNTask>>;
+
+// What a refresh of a working copy asks for: the summary record and the status records, read
+// together.
+struct VNWorkingCopyStatus {
+    vn::Record summary;  // empty when the status could not be read
+    std::vector<vn::Record> files;
+};
 using VNRegexList = std::vector<std::shared_ptr<const vn::Regex>>;
 
 // Hears the output of the command that checks whether a path or URL is a repository, as it
@@ -98,6 +105,10 @@ class VNRepoHandler : public vn::Object, public VNAuthenticationDelegate {
     virtual std::vector<vn::Record> fileStatus(const std::string& path) = 0;
     // The summary record ("isclean", "ismerge", ..., "branch").
     virtual vn::Record summary(const std::string& path) = 0;
+    // The summary and the file list of one moment: what summary(path) and
+    // fileStatus(path, includeStatuses) answer, from a single status run where the backend can.
+    virtual VNWorkingCopyStatus fileStatusAndSummary(const std::string& path,
+                                                     uint64_t includeStatuses) = 0;
     virtual bool isClean(const std::string& path) = 0;
     virtual bool isMergeOutstanding(const std::string& path) = 0;
     virtual bool isRebaseInProgress(const std::string& path) = 0;

@@ -535,6 +535,16 @@ vn::Record VNRepoHandlerBase::summary(const std::string& /*path*/) {
     return {};
 }
 
+VNWorkingCopyStatus VNRepoHandlerBase::fileStatusAndSummary(const std::string& path,
+                                                            uint64_t includeStatuses) {
+    VNWorkingCopyStatus result;
+    result.summary = summary(path);
+    if (!result.summary.empty()) {
+        result.files = fileStatus(path, includeStatuses);
+    }
+    return result;
+}
+
 bool VNRepoHandlerBase::isClean(const std::string& /*path*/) {
     mustOverride("isClean");
     return {};

@@ -108,6 +108,9 @@ class VNRepoHandlerBase : public VNRepoHandler,
     std::vector<vn::Record> fileStatus(const std::string& path, uint64_t includeStatuses) override;
     std::vector<vn::Record> fileStatus(const std::string& path) override;
     vn::Record summary(const std::string& path) override;
+    // summary() and fileStatus() one after the other.
+    VNWorkingCopyStatus fileStatusAndSummary(const std::string& path,
+                                             uint64_t includeStatuses) override;
     bool isClean(const std::string& path) override;
     bool isMergeOutstanding(const std::string& path) override;
     bool isRebaseInProgress(const std::string& path) override;

@@ -543,4 +543,73 @@ TEST(VNRepoHandlerGitStatus, ListingsRunAtTheSameTime) {
     expectFiles(records, selected(fixture.files, 1023));
 }
 
+// A refresh that wants both the summary and the file list runs git status once, and gets what
+// the two separate calls give, whatever the mask and whether untracked files are hidden.
+TEST(VNRepoHandlerGitStatus, SummaryAndFileListShareOneStatusRun) {
+    EveryStateRepository everyState;
+    GitRepository merging;
+    vn::test::stopMergeWithEveryConflictKind(merging);
+    TempDir tools("varnel-git-counter");
+    std::string realGit = vn::fs::findExecutable("git").value_or("/usr/bin/git");
+    std::string log = tools.path() + "/runs";
+    std::string wrapper = vn::test::writeScript(
+        tools.path(), "git",
+        "printf '%s\\n' \"$*\" >> '" + log + "'\nexec '" + realGit + "' \"$@\"\n");
+    auto& prefs = vn::Preferences::standard();
+    prefs.set("gitWhichOne", 1);
+    prefs.set("gitCustomPath", wrapper);
+    auto handler = std::make_shared<VNRepoHandlerGit>();
+    AlertRecorder alerts;
+    struct Case {
+        const char* name;
+        const std::string& path;
+        uint64_t mask;
+        bool hideUntracked;
+    };
+    const Case cases[] = {
+        {"default mask", everyState.repo.path(), VNFileStatusDefaultMask, false},
+        {"default mask, untracked hidden", everyState.repo.path(), VNFileStatusDefaultMask, true},
+        {"below the untracked bit", everyState.repo.path(), 127, false},
+        {"below the untracked bit, untracked hidden", everyState.repo.path(), 127, true},
+        {"everything", everyState.repo.path(), 1023, false},
+        {"merge with conflicts", merging.path(), VNFileStatusDefaultMask, false},
+        {"merge with conflicts, clean files", merging.path(), 767, true},
+    };
+    auto statusRuns = [&log] {
+        int runs = 0;
+        std::string text = vn::test::readFile(log);
+        for (std::size_t at = 0; (at = text.find(" status --porcelain", at)) != std::string::npos;
+             ++at) {
+            ++runs;
+        }
+        return runs;
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        if (c.hideUntracked) {
+            prefs.set("fileStatusFilterMode", 6);
+        }
+        vn::Record summary = handler->summary(c.path);
+        std::vector<vn::Record> files = handler->fileStatus(c.path, c.mask);
+        std::error_code ignored;
+        std::filesystem::remove(log, ignored);
+        VNWorkingCopyStatus both = handler->fileStatusAndSummary(c.path, c.mask);
+        EXPECT_EQ(statusRuns(), 1);
+        prefs.remove("fileStatusFilterMode");
+        EXPECT_FALSE(both.summary.empty());
+        EXPECT_EQ(both.summary, summary);
+        EXPECT_EQ(both.files, files);
+    }
+    prefs.remove("gitWhichOne");
+    prefs.remove("gitCustomPath");
+    EXPECT_TRUE(alerts.alerts().empty());
+
+    // A folder that is no working copy: nothing, and the failure shown once.
+    TempDir notRepository("varnel-not-a-repo");
+    VNWorkingCopyStatus none = handler->fileStatusAndSummary(notRepository.path(), 766);
+    EXPECT_TRUE(none.summary.empty());
+    EXPECT_TRUE(none.files.empty());
+    EXPECT_EQ(alerts.alerts().size(), 1u);
+}
+
 }  // namespace
