@@ -219,14 +219,17 @@ void parsePlainLine(std::string_view text, std::size_t pos, std::size_t contentE
 }
 
 // Reads a header the way git does: [name] or [name "subsection"] with \" and \\ (any other
-// backslash is dropped). `at` is at the "["; nothing for a header git refuses.
-std::optional<std::string> gitHeaderSection(std::string_view line, std::size_t at) {
+// backslash is dropped). `at` is at the "["; nothing for a header git refuses. `after` receives the
+// position just past the "]".
+std::optional<std::string> gitHeaderSection(std::string_view line, std::size_t at,
+                                            std::size_t& after) {
     std::size_t i = at + 1;
     std::string name;
     while (i < line.size() && (isAsciiAlnum(line[i]) || line[i] == '-' || line[i] == '.')) {
         name += line[i++];
     }
     if (i < line.size() && line[i] == ']') {
+        after = i + 1;
         return name.empty() ? std::nullopt : std::optional<std::string>(name);
     }
     if (name.empty() || i >= line.size() || (line[i] != ' ' && line[i] != '\t')) {
@@ -250,6 +253,7 @@ std::optional<std::string> gitHeaderSection(std::string_view line, std::size_t a
     if (i + 1 >= line.size() || line[i + 1] != ']') {
         return std::nullopt;
     }
+    after = i + 2;
     return name + "{" + subsection + "}";
 }
 
@@ -344,13 +348,23 @@ std::size_t parseGitLine(std::string_view text, std::size_t pos, Parsed& parsed,
     item.begin = pos;
     item.end = next;
     if (line[i] == '[') {
-        if (std::optional<std::string> header = gitHeaderSection(line, i)) {
-            item.kind = ItemKind::Header;
-            section = table.idFor(std::move(*header));
-            item.section = section;
-            parsed.items.push_back(std::move(item));
+        std::size_t after = 0;
+        std::optional<std::string> header = gitHeaderSection(line, i, after);
+        if (!header) {
+            return next;
         }
-        return next;
+        item.kind = ItemKind::Header;
+        section = table.idFor(std::move(*header));
+        item.section = section;
+        // git reads on after the "]": "[core] bare = false" is a header and an entry.
+        std::size_t rest = after;
+        while (rest < line.size() && isGitSpace(line[rest])) {
+            ++rest;
+        }
+        const bool alone = rest >= line.size() || line[rest] == '#' || line[rest] == ';';
+        item.end = alone ? next : after;
+        parsed.items.push_back(std::move(item));
+        return alone ? next : after;
     }
     if (!isAsciiAlpha(line[i])) {
         return next;
@@ -408,6 +422,7 @@ Parsed parse(std::string_view text, const Syntax& syntax) {
 std::unordered_map<std::string, std::string> effectiveValues(const Parsed& parsed,
                                                              bool useSections) {
     std::unordered_map<std::string, std::string> values;
+    values.reserve(parsed.items.size());
     for (const Item& item : parsed.items) {
         if (item.kind == ItemKind::Entry) {
             values[parsed.fullKey(item, useSections)] = item.value;
@@ -531,15 +546,19 @@ std::string_view terminatorOf(std::string_view line) {
     return {};
 }
 
-bool endsWithLineBreak(std::string_view text) {
-    return !text.empty() && (text.back() == '\n' || text.back() == '\r');
+// git ends lines at "\n" only.
+bool endsWithLineBreak(std::string_view text, bool git) {
+    return !text.empty() && (text.back() == '\n' || (!git && text.back() == '\r'));
 }
 
 // New lines follow the convention the file already uses.
-std::string newlineOf(std::string_view text) {
-    std::size_t at = text.find_first_of("\r\n");
+std::string newlineOf(std::string_view text, bool git) {
+    std::size_t at = git ? text.find('\n') : text.find_first_of("\r\n");
     if (at == std::string_view::npos) {
         return "\n";
+    }
+    if (git) {
+        return at > 0 && text[at - 1] == '\r' ? "\r\n" : "\n";
     }
     if (text.substr(at).starts_with("\r\n")) {
         return "\r\n";
@@ -900,9 +919,10 @@ bool VNConfigFile::saveAs(const std::string& path) {
     }
     const std::string& text = current.text;
     const Parsed parsed = parse(text, syntax);
-    const std::string newline = newlineOf(text);
+    const std::string newline = newlineOf(text, gitSyntax_);
 
     std::unordered_map<std::string, std::vector<std::size_t>> entriesByKey;
+    entriesByKey.reserve(parsed.items.size());
     // Per section: the last header, entry or continuation of any of its blocks.
     std::vector<std::optional<std::size_t>> anchors(parsed.sections.size());
     std::optional<std::size_t> firstHeader;
@@ -1048,7 +1068,7 @@ bool VNConfigFile::saveAs(const std::string& path) {
     std::string output;
     output.reserve(text.size() + 256);
     auto startLine = [&] {
-        if (!output.empty() && !endsWithLineBreak(output)) {
+        if (!output.empty() && !endsWithLineBreak(output, gitSyntax_)) {
             // A git value ending in a backslash would run on into the next line.
             if (gitSyntax_ && output.back() == '\\') {
                 output += newline;

@@ -374,6 +374,22 @@ TEST(VNConfigFileEdit, ReadsWhatGitWrote) {
     ASSERT_TRUE(continued.setConfigValue("z", "s.k"));
     ASSERT_TRUE(continued.save());
     EXPECT_EQ(readFile(path), "[s]\nk=z\n\tw = x\\\n\ty\n\tflag\n\tq = \"#\" # c\r\n");
+
+    // git reads on after a header's "]"; a lone carriage return is a blank to git, not a line end.
+    writeFile(path, "[a] x = 1\n[b][c]\ty = 2 ; c\n[d]\rz = 3\n");
+    VNConfigFile sameLine = gitFileAt(path);
+    EXPECT_EQ(allEntries(sameLine), (Entries{{"a.x", "1"}, {"c.y", "2"}, {"d.z", "3"}}));
+    for (const auto& [key, value] : allEntries(sameLine)) {
+        EXPECT_EQ(gitReads(path, key), value) << key;
+    }
+    ASSERT_TRUE(sameLine.setConfigValue("4", "a.x"));
+    ASSERT_TRUE(sameLine.setConfigValue("5", "d.w"));
+    sameLine.removeSection("c");
+    ASSERT_TRUE(sameLine.save());
+    EXPECT_EQ(readFile(path), "[a]\nx=4\n[b][d]\rz = 3\nw=5\n");
+    EXPECT_EQ(gitReads(path, "a.x"), "4");
+    EXPECT_EQ(gitReads(path, "d.w"), "5");
+    EXPECT_EQ(allEntries(gitFileAt(path)), (Entries{{"a.x", "4"}, {"d.z", "3"}, {"d.w", "5"}}));
 }
 
 TEST(VNConfigFileEdit, RefusesWhatTheSyntaxCannotHold) {
