@@ -159,13 +159,15 @@ std::optional<std::string> plainHeaderSection(std::string_view trimmed) {
     return std::string(trim(inner));
 }
 
+constexpr std::size_t kNoEntry = static_cast<std::size_t>(-1);
+
 std::string decodePlainValue(std::string_view text) {
     return replaceAll(text, kNewlineToken, "\n");
 }
 
 void parsePlainLine(std::string_view text, std::size_t pos, std::size_t contentEnd,
                     std::size_t next, const Syntax& syntax, Parsed& parsed, SectionTable& table,
-                    std::uint32_t& section, std::optional<std::size_t>& lastEntry) {
+                    std::uint32_t& section, std::size_t& lastEntry) {
     std::string_view content = text.substr(pos, contentEnd - pos);
     if (content.starts_with(kZeroWidthNoBreakSpace)) {
         content.remove_prefix(kZeroWidthNoBreakSpace.size());
@@ -195,7 +197,7 @@ void parsePlainLine(std::string_view text, std::size_t pos, std::size_t contentE
         section = table.idFor(std::move(*header));
         item.section = section;
         // An indented line under a new header does not continue an entry above it.
-        lastEntry.reset();
+        lastEntry = kNoEntry;
     } else if (std::size_t equals = trimmed.find('='); equals != std::string_view::npos) {
         item.kind = ItemKind::Entry;
         item.key = trim(trimmed.substr(0, equals));
@@ -203,9 +205,9 @@ void parsePlainLine(std::string_view text, std::size_t pos, std::size_t contentE
         item.lastContinuation = parsed.items.size();
         lastEntry = parsed.items.size();
     } else if (syntax.indentsContinue && indented) {
-        if (lastEntry) {
+        if (lastEntry != kNoEntry) {
             item.kind = ItemKind::Continuation;
-            Item& entry = parsed.items[*lastEntry];
+            Item& entry = parsed.items[lastEntry];
             entry.value += ' ';
             entry.value += decodePlainValue(trimmed);
             entry.lastContinuation = parsed.items.size();
@@ -404,7 +406,7 @@ Parsed parse(std::string_view text, const Syntax& syntax) {
     Parsed parsed;
     SectionTable table(parsed);
     std::uint32_t section = 0;
-    std::optional<std::size_t> lastEntry;
+    std::size_t lastEntry = kNoEntry;
     std::size_t pos = 0;
     while (pos < text.size()) {
         if (syntax.git) {
