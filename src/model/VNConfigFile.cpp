@@ -260,9 +260,10 @@ std::optional<std::string> gitHeaderSection(std::string_view line, std::size_t a
 }
 
 // Reads a value the way git's parser does, from `i` (after the "="), across lines ended by a
-// backslash. Returns the position just past the line that ends the value; nothing when git would
-// refuse the value (a bad escape, a quote left open at the end of a line).
-std::optional<std::size_t> parseGitValue(std::string_view text, std::size_t i, std::string& value) {
+// backslash. Returns whether git accepts the value (no bad escape, no quote left open at the end
+// of a line) and, either way, the position just past the line where reading stopped.
+std::pair<bool, std::size_t> parseGitValue(std::string_view text, std::size_t i,
+                                           std::string& value) {
     bool quoted = false;
     bool comment = false;
     std::size_t spaces = 0;
@@ -280,10 +281,7 @@ std::optional<std::size_t> parseGitValue(std::string_view text, std::size_t i, s
         char c;
         nextChar(c);
         if (c == '\n') {
-            if (quoted) {
-                return std::nullopt;
-            }
-            return i;
+            return {!quoted, i};
         }
         if (comment) {
             continue;
@@ -317,8 +315,10 @@ std::optional<std::size_t> parseGitValue(std::string_view text, std::size_t i, s
                 case '\\':
                 case '"':
                     break;
-                default:
-                    return std::nullopt;
+                default: {
+                    const std::size_t lineEnd = text.find('\n', i);
+                    return {false, lineEnd == std::string_view::npos ? text.size() : lineEnd + 1};
+                }
             }
             value += c;
             continue;
@@ -393,13 +393,14 @@ std::size_t parseGitLine(std::string_view text, std::size_t pos, Parsed& parsed,
     if (line[i] != '=') {
         return next;
     }
-    std::optional<std::size_t> end = parseGitValue(text, i + 1, item.value);
-    if (!end) {
-        return next;
+    // A value git refuses takes the lines it ran over along: what stands in them is not read
+    // apart, so that no edit elsewhere gives them a meaning.
+    auto [accepted, end] = parseGitValue(text, i + 1, item.value);
+    if (accepted) {
+        item.end = end;
+        parsed.items.push_back(std::move(item));
     }
-    item.end = *end;
-    parsed.items.push_back(std::move(item));
-    return *end;
+    return end;
 }
 
 Parsed parse(std::string_view text, const Syntax& syntax) {

@@ -482,6 +482,16 @@ TEST(VNConfigFileEdit, AnEditNeverChangesWhatOtherLinesMean) {
         {"git: a value ending in a backslash at the end of the file", "[a]\n\tx = 1\\",
          [](VNConfigFile& config) { EXPECT_TRUE(config.setConfigValue("2", "a.y")); },
          "[a]\n\tx = 1\\\n\ny=2\n"},
+        // git refuses the quoted value that runs on over "st = b"; that line is not an entry, and
+        // removing the first "st" must not let the refused value run on over the line after it.
+        {"git: a refused value keeps the lines it ran over",
+         "[a]\n\tst = a\n\tm = \"x\\\n\tst = b\n\tc = 1\n\tz = 2\"\n",
+         [](VNConfigFile& config) {
+             EXPECT_EQ(config.getConfigValueForKey("a.st"), "a");
+             EXPECT_EQ(config.getConfigValueForKey("a.c"), "1");
+             config.removeConfigValueForKey("a.st");
+         },
+         "[a]\n\tm = \"x\\\n\tst = b\n\tc = 1\n\tz = 2\"\n"},
         {"git: remove a subsection", "[remote \"o\"]\n\turl = u\n[core]\n\tbare = false\n",
          [](VNConfigFile& config) { config.removeSection("remote{o}"); },
          "[core]\n\tbare = false\n"},
