@@ -15,6 +15,7 @@
 #include <random>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "model/VNConfigFile.h"
@@ -139,16 +140,26 @@ class Script {
     std::mt19937 random_;
 };
 
-std::string temporaryFolder() {
-    static const std::string folder = [] {
+// Made once, removed when the process ends (each run removes its own file).
+class TemporaryFolder {
+  public:
+    TemporaryFolder() {
         const char* base = std::getenv("TMPDIR");
-        std::string pattern = std::string(base && *base ? base : "/tmp") + "/config-fuzz.XXXXXX";
-        if (::mkdtemp(pattern.data()) == nullptr) {
-            violation("cannot make a temporary folder", pattern);
+        path_ = std::string(base && *base ? base : "/tmp") + "/config-fuzz.XXXXXX";
+        if (::mkdtemp(path_.data()) == nullptr) {
+            violation("cannot make a temporary folder", path_);
         }
-        return pattern;
-    }();
-    return folder;
+    }
+    ~TemporaryFolder() { ::rmdir(path_.c_str()); }
+    const std::string& path() const { return path_; }
+
+  private:
+    std::string path_;
+};
+
+const std::string& temporaryFolder() {
+    static const TemporaryFolder folder;
+    return folder.path();
 }
 
 bool writeBytes(const std::string& path, std::string_view bytes) {
@@ -348,13 +359,15 @@ void run(std::string_view input) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    static const bool quiet = [] {
-        if (!std::getenv("CONFIG_FUZZ_TRACE")) {
-            vn::Log::setSink([](const std::string&) {});
-        }
-        return true;
-    }();
-    (void)quiet;
+    // Refused values are logged; thousands of runs a second need no such lines. The sink goes back
+    // afterwards, for a test program that replays the corpus among other tests.
+    vn::Log::Sink previous;
+    if (!std::getenv("CONFIG_FUZZ_TRACE")) {
+        previous = vn::Log::setSink([](const std::string&) {});
+    }
     run(std::string_view(reinterpret_cast<const char*>(data), size));
+    if (!std::getenv("CONFIG_FUZZ_TRACE")) {
+        vn::Log::setSink(std::move(previous));
+    }
     return 0;
 }
