@@ -162,6 +162,31 @@ TEST(VNConfigFileEdit, DetectsTheEncodingAndWritesBackInIt) {
     EXPECT_EQ(hgrcAt(dir.file("hgrc")).fileEncoding(), vn::FileEncoding::Windows1252);
 }
 
+// Whatever the bytes, decoding and encoding in the detected form gives them back, so that lines a
+// save does not touch keep their bytes.
+TEST(VNConfigFileEdit, FileEncodingsRoundTripAnyBytes) {
+    std::mt19937 random(16);
+    const std::vector<std::string> prefixes = {"", std::string(kBOM), "\xFF\xFE", "\xFE\xFF"};
+    for (int round = 0; round < 2000; ++round) {
+        std::string bytes = prefixes[round % prefixes.size()];
+        const std::size_t length = random() % 24;
+        for (std::size_t i = 0; i < length; ++i) {
+            // Mostly ASCII and NUL, so that UTF-8 and UTF-16 readings both come up.
+            const unsigned pick = random() % 8;
+            bytes += static_cast<char>(pick < 3 ? 'a' + pick : pick < 5 ? 0 : random() % 256);
+        }
+        SCOPED_TRACE(testing::PrintToString(bytes));
+        const vn::DecodedTextFile file = vn::decodeTextFile(bytes);
+        EXPECT_TRUE(vn::isValidUTF8(file.text));
+        EXPECT_EQ(vn::encodeTextFile(file.text, file.encoding, file.byteOrderMark), bytes);
+    }
+    EXPECT_EQ(vn::encodeTextFile("\xE5\xB1\xB1", vn::FileEncoding::Windows1252, false),
+              std::nullopt);
+    EXPECT_EQ(vn::encodeTextFile("\xFF", vn::FileEncoding::UTF8, false), std::nullopt);
+    EXPECT_EQ(vn::encodeTextFile("\xF0\x9F\x98\x80", vn::FileEncoding::UTF16BE, true),
+              std::string("\xFE\xFF\xD8\x3D\xDE\x00", 6));
+}
+
 TEST(VNConfigFileEdit, NewFilesFollowTheUmaskAndCredentialFilesArePrivate) {
     struct Case {
         const char* name;
