@@ -68,4 +68,24 @@ std::string displayText(std::string_view text, bool keepTabs = false);
 // The same, appended to `out`.
 void appendDisplayText(std::string& out, std::string_view text, bool keepTabs = false);
 
+// How a text file's bytes are stored. Configuration files are read as UTF-8, else as UTF-16 when a
+// byte order mark says so, else as Windows-1252 (which also covers ISO Latin-1 text).
+enum class FileEncoding { UTF8, UTF16LE, UTF16BE, Windows1252 };
+
+const char* fileEncodingName(FileEncoding encoding);
+
+struct DecodedTextFile {
+    std::string text;  // UTF-8, without the byte order mark
+    FileEncoding encoding = FileEncoding::UTF8;
+    bool byteOrderMark = false;
+};
+
+// Never fails: every byte sequence has a Windows-1252 reading, and decoding followed by
+// encodeTextFile() in the same form gives back the same bytes.
+DecodedTextFile decodeTextFile(std::string_view bytes);
+
+// Nothing when `utf8` is not valid UTF-8 or holds a character the encoding cannot represent.
+std::optional<std::string> encodeTextFile(std::string_view utf8, FileEncoding encoding,
+                                          bool byteOrderMark);
+
 }  // namespace vn

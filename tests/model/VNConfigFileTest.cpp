@@ -367,7 +367,7 @@ TEST(VNConfigFile, SavesEditsIntoTheRightLines) {
              config.removeSection("extdiff");
              config.setConfigValue("meld", "cmd.meld", "extdiff");
          },
-         "[extdiff]\ncmd.meld=meld\n# graphical diff\n\n[ui]\nverbose = True\n"},
+         "[extdiff]\n# graphical diff\ncmd.meld=meld\n\n[ui]\nverbose = True\n"},
         {"removing a subsection leaves the plain section",
          "[remote]\nkeep = 1\n[remote \"origin\"]\nurl = u\n",
          [](VNConfigFile& config) { config.removeSection("remote{origin}"); },
@@ -421,48 +421,6 @@ TEST(VNConfigFile, CreatesAMissingFileOnSave) {
     settings.setConfigValue("1", "autorefresh");
     ASSERT_TRUE(settings.save());
     EXPECT_EQ(readFile(dir.file("varnelconfig")), "autorefresh=1\n");
-}
-
-TEST(VNConfigFile, WritesBackInTheEncodingItWasReadIn) {
-    struct Case {
-        const char* name;
-        std::string original;
-        std::string username;
-        std::string expected;
-    };
-    const Case cases[] = {
-        // Mac OS Roman: 0x8E is "é", 0x91 is "ë".
-        {"Mac OS Roman", "# caf\x8E\n[ui]\nusername = Ren\x8E\n", "Zo\xC3\xAB",
-         "# caf\x8E\n[ui]\nusername=Zo\x91\n"},
-        // Latin-1 bytes decode as Mac OS Roman (tried first); untouched lines keep their bytes.
-        {"Latin-1",
-         "# Gr\xFC\xDF"
-         "e\n[ui]\nusername = J\xF6rg\n",
-         "Jane",
-         "# Gr\xFC\xDF"
-         "e\n[ui]\nusername=Jane\n"},
-        {"UTF-8", "# caf\xC3\xA9\n[ui]\nusername = Ren\xC3\xA9\n", "\xC3\x85sa",
-         "# caf\xC3\xA9\n[ui]\nusername=\xC3\x85sa\n"},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
-        TempDir dir;
-        writeFile(dir.file("hgrc"), c.original);
-        VNConfigFile config = openConfig(dir.file("hgrc"), kMercurial);
-        config.setConfigValue(c.username, "ui.username");
-        ASSERT_TRUE(config.save());
-        EXPECT_EQ(readFile(dir.file("hgrc")), c.expected);
-    }
-
-    TempDir dir;
-    writeFile(dir.file("hgrc"), "[ui]\nusername = Ren\x8E\n");
-    VNConfigFile config = openConfig(dir.file("hgrc"), kMercurial);
-    EXPECT_EQ(config.fileEncoding(), vn::TextEncoding::MacRoman);
-    EXPECT_EQ(config.getConfigValueForKey("ui.username"), "Ren\xC3\xA9");
-    // Not representable in Mac OS Roman: refused rather than written mangled.
-    config.setConfigValue("\xE5\xB1\xB1\xE7\x94\xB0", "ui.username");
-    EXPECT_FALSE(config.save());
-    EXPECT_EQ(readFile(dir.file("hgrc")), "[ui]\nusername = Ren\x8E\n");
 }
 
 TEST(VNConfigFile, AFailedWriteLeavesTheOldFileAndKeepsTheChanges) {
