@@ -252,35 +252,29 @@ void JsonWriter::beforeValue() {
 }
 
 void JsonWriter::beginObject() {
-    beforeValue();
-    put('{');
-    open_.push_back(false);
-    ++depth_;
+    open('{');
 }
 
 void JsonWriter::endObject() {
-    if (open_.empty()) {
-        return;
-    }
-    bool any = open_.back();
-    open_.pop_back();
-    afterKey_ = false;
-    if (pretty_ && any) {
-        newLine(open_.size());
-    }
-    put('}');
-    --depth_;
-    maybeHandOver();
+    close('}');
 }
 
 void JsonWriter::beginArray() {
+    open('[');
+}
+
+void JsonWriter::endArray() {
+    close(']');
+}
+
+void JsonWriter::open(char bracket) {
     beforeValue();
-    put('[');
+    put(bracket);
     open_.push_back(false);
     ++depth_;
 }
 
-void JsonWriter::endArray() {
+void JsonWriter::close(char bracket) {
     if (open_.empty()) {
         return;
     }
@@ -290,7 +284,7 @@ void JsonWriter::endArray() {
     if (pretty_ && any) {
         newLine(open_.size());
     }
-    put(']');
+    put(bracket);
     --depth_;
     maybeHandOver();
 }

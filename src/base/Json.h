@@ -68,6 +68,9 @@ class JsonWriter {
     void write(double v) { number(v); }
     void write(const Value& v) { value(v); }
 
+    // An object or array: its opening bracket, and its closing one with the layout it needs.
+    void open(char bracket);
+    void close(char bracket);
     // Puts the separator (and, when pretty, the line break and indent) that the next value needs.
     void beforeValue();
     void newLine(std::size_t depth);

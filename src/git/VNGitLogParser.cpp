@@ -8,6 +8,7 @@
 #include <set>
 #include <unordered_map>
 
+#include "base/FieldReader.h"
 #include "git/VNGitStatusParser.h"
 #include "handler/VNRepoHandlerBase.h"
 #include "model/VNFileStatusEntity.h"
@@ -372,12 +373,9 @@ std::optional<vn::Record> VNGitLogParser::parseDetails(std::string_view text, bo
 
 vn::Record VNGitLogParser::parseFullMessages(std::string_view output) {
     vn::Record messages;
-    std::size_t from = 0;
-    while (from < output.size()) {
-        std::size_t end = output.find('\0', from);
-        std::string_view entry = output.substr(
-            from, end == std::string_view::npos ? std::string_view::npos : end - from);
-        from = end == std::string_view::npos ? output.size() : end + 1;
+    vn::FieldReader entries(output);
+    std::string_view entry;
+    while (entries.next(entry)) {
         // Entries after the first start with the newline git ends each commit with.
         while (!entry.empty() && entry.front() == '\n') {
             entry.remove_prefix(1);
@@ -402,21 +400,9 @@ std::vector<vn::Record> VNGitLogParser::parseNameStatus(std::string_view output,
         *truncated = false;
     }
     // Fields are read one after the other, so nothing but the records grows with the listing.
-    std::size_t from = 0;
-    auto nextField = [&](std::string_view& field) {
-        if (from >= output.size()) {
-            return false;
-        }
-        std::size_t end = output.find('\0', from);
-        if (end == std::string_view::npos) {
-            end = output.size();
-        }
-        field = output.substr(from, end - from);
-        from = end + 1;
-        return true;
-    };
+    vn::FieldReader fields(output);
     std::string_view letters;
-    while (nextField(letters)) {
+    while (fields.next(letters)) {
         // Outside -z mode a letter line would hold the path after a tab; -z keeps them apart.
         while (!letters.empty() && (letters.front() == '\n' || letters.front() == ' ')) {
             letters.remove_prefix(1);
@@ -433,7 +419,7 @@ std::vector<vn::Record> VNGitLogParser::parseNameStatus(std::string_view output,
         char letter = letters.front();
         bool twoPaths = letter == 'R' || letter == 'C';
         std::string_view first, second;
-        if (!nextField(first) || (twoPaths && !nextField(second))) {
+        if (!fields.next(first) || (twoPaths && !fields.next(second))) {
             break;  // cut short
         }
         uint64_t status;

@@ -5,6 +5,7 @@
 #include <charconv>
 #include <set>
 
+#include "base/FieldReader.h"
 #include "git/VNGitLogParser.h"
 #include "git/VNGitRemoteInfo.h"
 #include "model/VNLogLabel.h"
@@ -563,12 +564,9 @@ VNGitRefsParser::PushSettings VNGitRefsParser::pushSettingsFromConfig(
     settings.currentBranch = currentBranch;
     std::set<std::string> remotes;
     int mergeCount = 0;
-    std::size_t from = 0;
-    while (from < configList.size()) {
-        std::size_t end = configList.find('\0', from);
-        std::string_view entry = configList.substr(
-            from, end == std::string_view::npos ? std::string_view::npos : end - from);
-        from = end == std::string_view::npos ? configList.size() : end + 1;
+    vn::FieldReader entries(configList);
+    std::string_view entry;
+    while (entries.next(entry)) {
         std::size_t newline = entry.find('\n');
         bool hasValue = newline != std::string_view::npos;
         std::string_view key = entry.substr(0, newline);

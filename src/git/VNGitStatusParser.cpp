@@ -4,6 +4,7 @@
 #include <cctype>
 #include <unordered_set>
 
+#include "base/FieldReader.h"
 #include "base/Regex.h"
 #include "handler/VNRepoHandlerBase.h"
 #include "model/VNFileStatusEntity.h"
@@ -194,21 +195,9 @@ std::vector<VNGitStatusParser::Entry> VNGitStatusParser::parseStatusOutput(
         }
         return entries;
     }
-    std::size_t from = 0;
-    auto nextField = [&](std::string_view& field) {
-        if (from >= output.size()) {
-            return false;
-        }
-        std::size_t end = output.find('\0', from);
-        if (end == std::string_view::npos) {
-            end = output.size();
-        }
-        field = output.substr(from, end - from);
-        from = end + 1;
-        return true;
-    };
+    vn::FieldReader fields(output);
     std::string_view field;
-    while (nextField(field)) {
+    while (fields.next(field)) {
         if (field.size() < 4 || field[2] != ' ') {
             continue;
         }
@@ -222,7 +211,7 @@ std::vector<VNGitStatusParser::Entry> VNGitStatusParser::parseStatusOutput(
         // A rename or copy (on either side) is followed by the name it came from.
         if (x == 'R' || x == 'C' || y == 'R' || y == 'C') {
             std::string_view previous;
-            if (!nextField(previous)) {
+            if (!fields.next(previous)) {
                 break;  // cut short
             }
             if (entry.indexStatus == VNFileStatusRenamed) {
@@ -466,16 +455,12 @@ std::vector<std::string> VNGitStatusParser::names(std::string_view output) {
         return result;
     }
     result.reserve(static_cast<std::size_t>(std::count(output.begin(), output.end(), '\0')));
-    std::size_t from = 0;
-    while (from < output.size()) {
-        std::size_t end = output.find('\0', from);
-        if (end == std::string_view::npos) {
-            end = output.size();
+    vn::FieldReader fields(output);
+    std::string_view name;
+    while (fields.next(name)) {
+        if (!name.empty()) {
+            result.emplace_back(name);
         }
-        if (end > from) {
-            result.emplace_back(output.substr(from, end - from));
-        }
-        from = end + 1;
     }
     return result;
 }
