@@ -21,6 +21,10 @@ class VNLogGraphLines {
         std::vector<VNLogGraphEntryLine> lines;
         // Which candidates of the colour generator the run's colours rule out.
         uint32_t similarColours = 0;
+        // Full, and every segment runs straight down its own lane, the lanes consecutive, each
+        // heading for a revision, without flags: the next row can take such a run as it is
+        // whenever it starts in the same lane and does not hold the next revision.
+        bool plain = false;
     };
     using RunPointer = std::shared_ptr<const Run>;
 
