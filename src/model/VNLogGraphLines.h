@@ -15,7 +15,7 @@
 // Reads like a vector; a change copies only the run it touches.
 class VNLogGraphLines {
   public:
-    static constexpr std::size_t RunLength = 16;
+    static constexpr std::size_t RunLength = 8;
 
     struct Run {
         std::vector<VNLogGraphEntryLine> lines;
