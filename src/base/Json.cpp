@@ -251,6 +251,15 @@ void JsonWriter::beforeValue() {
     }
 }
 
+void JsonWriter::compactValues(std::string_view json) {
+    if (json.empty()) {
+        return;
+    }
+    beforeValue();
+    raw(json);
+    maybeHandOver();
+}
+
 void JsonWriter::beginObject() {
     open('{');
 }

@@ -44,6 +44,11 @@ class JsonWriter {
     void value(const Value& value);
 
     // Shorthands for one member of an object.
+    bool isPretty() const { return pretty_; }
+    // One or more values already written compact by another writer, separated by commas, taking
+    // their place in the open array. For compact output only.
+    void compactValues(std::string_view json);
+
     template <typename T>
     void member(std::string_view name, const T& v) {
         key(name);

@@ -124,13 +124,25 @@ class PageReader {
     }
 
     // Reads the page (or takes the rows `prefetch` read), handing each batch to `emit`; answers
-    // whether git succeeded.
-    bool read(std::shared_ptr<const VNLogGraphEntry> base, std::optional<Record> workingCopy,
+    // whether git succeeded. The working-copy row that leads the page is asked for when the first
+    // rows are in, so that git starts without waiting for it.
+    bool read(std::shared_ptr<const VNLogGraphEntry> base,
+              const std::function<std::optional<Record>()>& leadingRow,
               const std::function<void(std::vector<Record>&)>& emit) {
         VNLogGraphLayout layout(std::move(base), page_.followFirst());
         uint64_t count = 0;
         bool found = false;
+        bool led = false;
+        std::optional<Record> workingCopy;
+        auto lead = [&] {
+            if (!led) {
+                led = true;
+                workingCopy = leadingRow();
+                page_.setFirstRowIsWorkingDir(workingCopy.has_value());
+            }
+        };
         auto take = [&](std::vector<Record>& rows) {
+            lead();
             count += rows.size();
             if (workingCopy) {
                 rows.insert(rows.begin(), std::move(*workingCopy));
@@ -153,7 +165,6 @@ class PageReader {
             }
             emit(rows);
         };
-        page_.setFirstRowIsWorkingDir(workingCopy.has_value());
         bool ok;
         if (hasPrefetched_) {
             ok = prefetchOk_;
@@ -163,6 +174,7 @@ class PageReader {
             ok = handler_.streamLogRevisions(path_, page_.skip(), page_.limit(), branch(),
                                              page_.logOptions(), take);
         }
+        lead();
         if (workingCopy) {
             // An empty listing still shows the uncommitted changes.
             std::vector<Record> rows;
@@ -348,11 +360,22 @@ int runLog(Arguments& args) {
 
     PageReader reader(handler, workingCopy->path, *page, graph);
     std::optional<VNLogGraphStateCache> cache;
-    if (graph && (skip > 0 || limit != 0)) {
-        std::string identity = reader.identity(waitForStatus().has_value());
+    auto openCache = [&](std::string identity) {
         if (!identity.empty()) {
             cache.emplace(VNLogGraphStateCache::defaultFolder(), std::move(identity));
         }
+    };
+    // A first page only leaves its end state for the next one: the queries that name the
+    // listing run beside the log instead of before it.
+    vn::WorkGroup identityGroup;
+    std::string laterIdentity;
+    if (graph && skip > 0) {
+        openCache(reader.identity(waitForStatus().has_value()));
+    } else if (graph && limit != 0) {
+        vn::WorkQueue::global().async(identityGroup, FailureCollector::bind([&] {
+                                          laterIdentity =
+                                              reader.identity(waitForStatus().has_value());
+                                      }));
     }
     if (graph && skip > 0) {
         // While the rows above the page are laid out, git reads the page itself beside it (a
@@ -372,8 +395,15 @@ int runLog(Arguments& args) {
     }
     auto base = std::dynamic_pointer_cast<const VNLogGraphEntry>(page->baseGraphState());
     auto readPage = [&](const std::function<void(std::vector<Record>&)>& emit) {
-        std::optional<Record> first = skip == 0 ? waitForStatus() : std::nullopt;
-        reader.read(base, std::move(first), emit);
+        reader.read(
+            base,
+            [&]() -> std::optional<Record> { return skip == 0 ? waitForStatus() : std::nullopt; },
+            emit);
+        identityGroup.wait();
+        if (!laterIdentity.empty()) {
+            openCache(std::move(laterIdentity));
+            laterIdentity.clear();
+        }
         if (cache && page->moreRevisions() && reader.endState()) {
             cache->remember(skip + reader.rowCount(), reader.endState());
         }

@@ -5,11 +5,16 @@
 #include <charconv>
 #include <chrono>
 #include <climits>
+#include <condition_variable>
 #include <cstdio>
 #include <ctime>
+#include <deque>
+#include <exception>
 #include <filesystem>
+#include <mutex>
 #include <random>
 #include <set>
+#include <thread>
 
 #include "base/Format.h"
 #include "git/VNGitLogParser.h"
@@ -248,23 +253,81 @@ bool runLogListing(VNRepoHandlerGit& handler, const std::string& path, uint64_t 
 
     auto task = gitTask(handler, path, "log", std::move(args));
     task->setLossyUTF8Output(true);
-    // Whole lines are handed on as they arrive; a line cut at a chunk's end waits for the rest.
-    std::string partial;
-    task->setOutputConsumer([&](std::string_view chunk) {
-        std::size_t lastLine = chunk.rfind('\n');
-        if (lastLine == std::string_view::npos) {
-            partial.append(chunk);
+    // Git runs on a thread of its own that only drains the pipe, so that git never waits on a
+    // full pipe while rows are parsed, laid out and written here.
+    struct Shared {
+        std::mutex mutex;
+        std::condition_variable arrived;
+        std::deque<std::string> chunks;
+        bool finished = false;
+        bool abandoned = false;
+    } shared;
+    task->setOutputConsumer([&shared](std::string_view chunk) {
+        std::lock_guard<std::mutex> lock(shared.mutex);
+        if (shared.abandoned || chunk.empty()) {
             return;
         }
-        if (partial.empty()) {
-            lines(chunk.substr(0, lastLine + 1));
-        } else {
-            partial.append(chunk.substr(0, lastLine + 1));
-            lines(partial);
-        }
-        partial.assign(chunk.substr(lastLine + 1));
+        shared.chunks.emplace_back(chunk);
+        shared.arrived.notify_one();
     });
-    bool ok = task->run();
+    bool ok = false;
+    std::exception_ptr failure;
+    std::thread runner(vn::FailureCollector::bind([&] {
+        try {
+            ok = task->run();
+        } catch (...) {
+            failure = std::current_exception();
+        }
+        std::lock_guard<std::mutex> lock(shared.mutex);
+        shared.finished = true;
+        shared.arrived.notify_one();
+    }));
+    // Whole lines are handed on as they arrive; a line cut at a chunk's end waits for the rest.
+    // What arrived while the last batch was handled goes on together, up to a bounded size.
+    constexpr std::size_t BatchSize = 1 << 20;
+    std::string partial;
+    try {
+        std::string batch;
+        for (;;) {
+            batch.assign(partial);
+            partial.clear();
+            bool finished;
+            {
+                std::unique_lock<std::mutex> lock(shared.mutex);
+                shared.arrived.wait(lock,
+                                    [&] { return shared.finished || !shared.chunks.empty(); });
+                while (!shared.chunks.empty() && batch.size() < BatchSize) {
+                    batch.append(shared.chunks.front());
+                    shared.chunks.pop_front();
+                }
+                finished = shared.finished && shared.chunks.empty();
+            }
+            std::size_t lastLine = batch.rfind('\n');
+            if (lastLine == std::string::npos) {
+                partial = std::move(batch);
+            } else {
+                partial.assign(batch, lastLine + 1);
+                batch.resize(lastLine + 1);
+                lines(batch);
+            }
+            if (finished) {
+                break;
+            }
+        }
+    } catch (...) {
+        {
+            // Git goes on to its end with nothing read from it.
+            std::lock_guard<std::mutex> lock(shared.mutex);
+            shared.abandoned = true;
+            shared.chunks.clear();
+        }
+        runner.join();
+        throw;
+    }
+    runner.join();
+    if (failure) {
+        std::rethrow_exception(failure);
+    }
     if (!partial.empty()) {
         lines(partial);
     }

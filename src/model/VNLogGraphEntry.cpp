@@ -2,6 +2,9 @@
 
 #include <cmath>
 #include <cstdlib>
+#include <string>
+#include <utility>
+#include <vector>
 
 #include "base/Json.h"
 
@@ -26,8 +29,34 @@ void VNLogGraphEntry::writeJson(vn::JsonWriter& writer) const {
     commitColour.writeJson(writer);
     writer.key("lineColumns");
     writer.beginArray();
-    for (const auto& line : lineColumns) {
-        line.writeJson(writer);
+    if (writer.isPretty()) {
+        for (const auto& line : lineColumns) {
+            line.writeJson(writer);
+        }
+    } else {
+        // Rows written one after another share most runs with the row before: each run's text
+        // is kept from that row rather than written again. Holding the run keeps it unchanged.
+        thread_local std::vector<std::pair<VNLogGraphLines::RunPointer, std::string>> previous;
+        thread_local std::vector<std::pair<VNLogGraphLines::RunPointer, std::string>> current;
+        const auto& runs = lineColumns.runs();
+        current.clear();
+        current.reserve(runs.size());
+        for (std::size_t i = 0; i < runs.size(); ++i) {
+            if (i < previous.size() && previous[i].first == runs[i]) {
+                current.push_back(std::move(previous[i]));
+            } else {
+                vn::JsonWriter run;
+                run.beginArray();
+                for (const auto& line : runs[i]->lines) {
+                    line.writeJson(run);
+                }
+                run.endArray();
+                const std::string& text = run.text();
+                current.emplace_back(runs[i], text.substr(1, text.size() - 2));
+            }
+            writer.compactValues(current.back().second);
+        }
+        previous.swap(current);
     }
     writer.endArray();
     writer.endObject();

@@ -99,7 +99,7 @@ VNLogGraphColour VNLogGraphLayout::newColour(const VNLogGraphEntry& entry) {
     // mask per colour instead.
     uint32_t taken = entry.commitColour.similarCandidates();
     for (const Segment& segment : segments_) {
-        taken |= segment.colour->similarCandidates();
+        taken |= segment.run ? (*segment.run)->similarColours : segment.colour->similarCandidates();
     }
     for (const Segment& segment : pending_) {
         taken |= segment.colour->similarCandidates();
@@ -153,45 +153,65 @@ std::shared_ptr<const VNLogGraphEntry> VNLogGraphLayout::layout(std::string_view
     };
 
     if (prev) {
-        for (const Line& old : prev->lineColumns) {
-            if (old.originates || old.sharedStart) {
-                continue;  // ended in the previous row
+        constexpr std::size_t RunLength = VNLogGraphLines::RunLength;
+        const auto& runs = prev->lineColumns.runs();
+        std::size_t lines = 0;
+        for (std::size_t r = 0; r < runs.size(); ++r) {
+            const VNLogGraphLines::Run& run = *runs[r];
+            // Most runs of a wide row pass straight down: taken whole when they stay in their
+            // lanes and the revision of this row is not among them.
+            if (run.plain && lines == r * RunLength && run.lines.front().startCol == lane &&
+                std::none_of(run.lines.begin(), run.lines.end(),
+                             [&](const Line& line) { return line.lineContextKey() == revKey; })) {
+                segments_.push_back({lane, lane, nullptr, nullptr, false, false, false, &runs[r]});
+                lane += RunLength;
+                lines += RunLength;
+                continue;
             }
-            Segment& segment = segments_.emplace_back();
-            segment.endCol = old.startCol;
-            segment.colour = &old.lineColour;
-            segment.context = &old.sharedLineContext();
-            segment.terminates = false;
-            segment.originates = old.lineContextKey() == 0;  // no context
-            segment.sharedStart = false;
-            if (old.lineContextKey() != revKey || !sameText(old.lineContext(), rev)) {
-                segment.startCol = lane++;
-            } else if (arrived) {
-                // A second line converging on this revision ends at its dot.
-                segment.originates = true;
-                segment.startCol = entry->commitColumn;
-            } else {
-                entry->commitColumn = lane;
-                // The carrying line is in the row, in its old colour, while a new one is chosen.
-                segment.startCol = old.startCol;
-                std::size_t carried = segments_.size() - 1;
-                entry->commitColour = old.lineColour.isGrey() ? newColour(*entry) : old.lineColour;
-                Segment& line = segments_[carried];
-                line.colour = &entry->commitColour;
-                line.startCol = entry->commitColumn;
-                line.context = &parent1_;
-                if (parent1_->empty()) {
-                    line.originates = true;  // a root revision
+            for (const Line& old : run.lines) {
+                if (old.originates || old.sharedStart) {
+                    continue;  // ended in the previous row
                 }
-                for (const auto& parent : mergeParents_) {
-                    const Line* found = findInPrevious(*parent);
-                    const VNLogGraphColour* colour =
-                        found ? (workingCopy ? &grey : &found->lineColour) : kept(mergeColour());
-                    pending_.push_back({entry->commitColumn, entry->commitColumn, colour, &parent,
-                                        true, parent->empty(), found != nullptr});
+                ++lines;
+                Segment& segment = segments_.emplace_back();
+                segment.endCol = old.startCol;
+                segment.colour = &old.lineColour;
+                segment.context = &old.sharedLineContext();
+                segment.terminates = false;
+                segment.originates = old.lineContextKey() == 0;  // no context
+                segment.sharedStart = false;
+                if (old.lineContextKey() != revKey || !sameText(old.lineContext(), rev)) {
+                    segment.startCol = lane++;
+                } else if (arrived) {
+                    // A second line converging on this revision ends at its dot.
+                    segment.originates = true;
+                    segment.startCol = entry->commitColumn;
+                } else {
+                    entry->commitColumn = lane;
+                    // The carrying line is in the row, in its old colour, while a new one is
+                    // chosen.
+                    segment.startCol = old.startCol;
+                    std::size_t carried = segments_.size() - 1;
+                    entry->commitColour =
+                        old.lineColour.isGrey() ? newColour(*entry) : old.lineColour;
+                    Segment& line = segments_[carried];
+                    line.colour = &entry->commitColour;
+                    line.startCol = entry->commitColumn;
+                    line.context = &parent1_;
+                    if (parent1_->empty()) {
+                        line.originates = true;  // a root revision
+                    }
+                    for (const auto& parent : mergeParents_) {
+                        const Line* found = findInPrevious(*parent);
+                        const VNLogGraphColour* colour =
+                            found ? (workingCopy ? &grey : &found->lineColour)
+                                  : kept(mergeColour());
+                        pending_.push_back({entry->commitColumn, entry->commitColumn, colour,
+                                            &parent, true, parent->empty(), found != nullptr});
+                    }
+                    ++lane;
+                    arrived = true;
                 }
-                ++lane;
-                arrived = true;
             }
         }
     }
@@ -218,10 +238,22 @@ std::shared_ptr<const VNLogGraphEntry> VNLogGraphLayout::layout(std::string_view
     for (Segment& line : pending_) {
         if (line.sharedStart) {
             const std::string& context = **line.context;
-            auto target = std::find_if(segments_.begin(), segments_.end(), [&](const Segment& s) {
-                return sameText(**s.context, context);
-            });
-            line.startCol = target != segments_.end() ? target->startCol : 0;
+            line.startCol = 0;
+            for (const Segment& segment : segments_) {
+                if (segment.run) {
+                    const auto& lines = (*segment.run)->lines;
+                    auto target = std::find_if(lines.begin(), lines.end(), [&](const Line& l) {
+                        return sameText(l.lineContext(), context);
+                    });
+                    if (target != lines.end()) {
+                        line.startCol = target->startCol;
+                        break;
+                    }
+                } else if (sameText(**segment.context, context)) {
+                    line.startCol = segment.startCol;
+                    break;
+                }
+            }
         } else {
             line.startCol = lane++;
         }
@@ -241,11 +273,29 @@ void VNLogGraphLayout::build(VNLogGraphEntry& entry) {
     const std::vector<VNLogGraphLines::RunPointer>* above =
         previous_ ? &previous_->lineColumns.runs() : nullptr;
     const std::size_t count = segments_.size();
-    entry.lineColumns.reserve(count);
-    for (std::size_t start = 0; start < count; start += RunLength) {
-        const std::size_t length = std::min(RunLength, count - start);
-        const Segment* segments = segments_.data() + start;
-        const std::size_t index = start / RunLength;
+    std::size_t total = 0;
+    for (const Segment& segment : segments_) {
+        total += segment.run ? RunLength : 1;
+    }
+    entry.lineColumns.reserve(total);
+    // Runs taken whole stand at run boundaries, so the others fall into the same runs of
+    // RunLength as the lines would.
+    std::size_t line = 0;
+    for (std::size_t next = 0; next < count;) {
+        const std::size_t index = line / RunLength;
+        if (const VNLogGraphLines::RunPointer* whole = segments_[next].run) {
+            entry.lineColumns.appendRun(*whole);
+            ++next;
+            line += RunLength;
+            continue;
+        }
+        std::size_t length = 0;
+        while (length < RunLength && next + length < count && !segments_[next + length].run) {
+            ++length;
+        }
+        const Segment* segments = segments_.data() + next;
+        next += length;
+        line += length;
         if (above && index < above->size()) {
             const Run& candidate = *(*above)[index];
             if (candidate.lines.size() == length &&
@@ -265,6 +315,7 @@ void VNLogGraphLayout::build(VNLogGraphEntry& entry) {
         }
         auto run = std::make_shared<Run>();
         run->lines.reserve(length);
+        run->plain = length == RunLength;
         for (std::size_t i = 0; i < length; ++i) {
             const Segment& segment = segments[i];
             Line& line = run->lines.emplace_back(segment.endCol, *segment.colour, *segment.context);
@@ -273,6 +324,9 @@ void VNLogGraphLayout::build(VNLogGraphEntry& entry) {
             line.originates = segment.originates;
             line.sharedStart = segment.sharedStart;
             run->similarColours |= segment.colour->similarCandidates();
+            run->plain = run->plain && segment.endCol == segment.startCol &&
+                         segment.startCol == segments[0].startCol + i && !segment.terminates &&
+                         !segment.originates && !segment.sharedStart && line.lineContextKey() != 0;
         }
         entry.lineColumns.appendRun(std::move(run));
     }

@@ -48,6 +48,8 @@ class VNLogGraphLayout {
         bool terminates;
         bool originates;
         bool sharedStart;
+        // When set, the segment stands for this whole run of the row above, taken unchanged.
+        const VNLogGraphLines::RunPointer* run = nullptr;
     };
 
     std::shared_ptr<const VNLogGraphEntry> layout(std::string_view rev, bool workingCopy);

@@ -30,6 +30,7 @@ VNLogGraphLines::Run& VNLogGraphLines::writableRun(std::size_t index) {
 VNLogGraphEntryLine& VNLogGraphLines::operator[](std::size_t i) {
     Run& run = writableRun(i / RunLength);
     run.similarColours = UnknownColours;
+    run.plain = false;
     return run.lines[i % RunLength];
 }
 
@@ -40,6 +41,7 @@ void VNLogGraphLines::push_back(VNLogGraphEntryLine line) {
         runs_.push_back(std::move(run));
     }
     Run& run = writableRun(runs_.size() - 1);
+    run.plain = false;
     if (!(run.similarColours & UnknownColours)) {
         run.similarColours |= line.lineColour.similarCandidates();
     }

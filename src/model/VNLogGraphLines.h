@@ -15,12 +15,16 @@
 // Reads like a vector; a change copies only the run it touches.
 class VNLogGraphLines {
   public:
-    static constexpr std::size_t RunLength = 16;
+    static constexpr std::size_t RunLength = 8;
 
     struct Run {
         std::vector<VNLogGraphEntryLine> lines;
         // Which candidates of the colour generator the run's colours rule out.
         uint32_t similarColours = 0;
+        // Full, and every segment runs straight down its own lane, the lanes consecutive, each
+        // heading for a revision, without flags: the next row can take such a run as it is
+        // whenever it starts in the same lane and does not hold the next revision.
+        bool plain = false;
     };
     using RunPointer = std::shared_ptr<const Run>;
 

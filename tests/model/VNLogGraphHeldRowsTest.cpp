@@ -9,6 +9,7 @@
 #include <random>
 #include <set>
 
+#include "base/Json.h"
 #include "model/VNLogGraphLayout.h"
 #include "model/VNLogGraphStateCache.h"
 
@@ -414,6 +415,57 @@ TEST(LogGraphHeldRows, WritingASharedRowCopiesOnlyThatRow) {
     EXPECT_EQ(copy.lineColumns.size(), 2u);
     EXPECT_EQ(copy.lineColumns.back().lineContext(), "Z");
     EXPECT_FALSE(copy.lineColumns == second->lineColumns);
+}
+
+// The compact JSON of a row, written segment by segment: the indented form without its blanks
+// (the contexts of these histories have none).
+std::string segmentBySegment(const VNLogGraphEntry& entry) {
+    vn::JsonWriter writer(true);
+    entry.writeJson(writer);
+    std::string text = writer.text();
+    std::erase_if(text, [](char c) { return c == ' ' || c == '\n'; });
+    return text;
+}
+
+std::string compact(const VNLogGraphEntry& entry) {
+    vn::JsonWriter writer;
+    entry.writeJson(writer);
+    return writer.text();
+}
+
+TEST(LogGraphHeldRows, CompactJsonReusingRunsOfTheRowBeforeEqualsEverySegmentWritten) {
+    for (const History& history : histories(300)) {
+        SCOPED_TRACE(history.name);
+        auto rows = rowsFor(history.commits);
+        VNLogGraphLayout().addRows(rows);
+        // In order (runs shared with the row written before), backwards, and skipping rows.
+        std::vector<std::size_t> order;
+        for (std::size_t i = 0; i < rows.size(); ++i) {
+            order.push_back(i);
+        }
+        for (std::size_t i = rows.size(); i-- > 0;) {
+            order.push_back(i);
+        }
+        for (std::size_t i = 0; i < rows.size(); i += 7) {
+            order.push_back(i);
+        }
+        for (std::size_t i : order) {
+            SCOPED_TRACE("row " + std::to_string(i));
+            auto entry = rows[i]["graph"].objectAs<VNLogGraphEntry>();
+            ASSERT_EQ(compact(*entry), segmentBySegment(*entry));
+        }
+    }
+    // A row changed after it was written is written as it is now.
+    auto rows = rowsFor(histories(100)[1].commits);
+    VNLogGraphLayout().addRows(rows);
+    VNLogGraphEntry copy = *rows[50]["graph"].objectAs<VNLogGraphEntry>();
+    ASSERT_GT(copy.lineColumns.size(), 2u);
+    compact(copy);
+    copy.lineColumns[1].startCol = 99;
+    copy.lineColumns[0].lineColour = VNLogGraphColour::grey();
+    std::string written = compact(copy);
+    EXPECT_EQ(written, segmentBySegment(copy));
+    EXPECT_NE(written.find("\"startCol\":99"), std::string::npos) << written;
 }
 
 // ---- The cache of states ----
