@@ -475,7 +475,7 @@ const Subcommand& logCommand() {
         "is any folder inside the working copy (the current folder by default).",
         {
             {"--skip N", "Start after the first N commits"},
-            {"--limit N", "Show at most N commits (100 by default)"},
+            {"--limit N", "Show at most N commits (100 by default; 0 for the whole history)"},
             {"--branch B", "Only the history of branch (or revision) B"},
             {"--remotes", "Include remote branches"},
             {"--topo", "Topological order: no parent before all of its children"},
