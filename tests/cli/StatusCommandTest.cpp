@@ -7,6 +7,7 @@
 #include "handler/VNTask.h"
 #include "platform/FileSystem.h"
 #include "platform/Preferences.h"
+#include "support/GitRunCounter.h"
 #include "support/StatusFixtures.h"
 #include "support/TestEnvironment.h"
 
@@ -87,32 +88,16 @@ TEST(VrnlStatus, SummaryLineAndStagedAndUnstagedGroups) {
 // The summary and the file list come from one git status, whatever the output form.
 TEST(VrnlStatus, RunsGitStatusOnce) {
     ChangedRepository fixture;
-    TempDir tools("varnel-git-counter");
-    std::string realGit = vn::fs::findExecutable("git").value_or("/usr/bin/git");
-    std::string log = tools.path() + "/runs";
-    std::string wrapper = vn::test::writeScript(
-        tools.path(), "git",
-        "printf '%s\\n' \"$*\" >> '" + log + "'\nexec '" + realGit + "' \"$@\"\n");
-    auto& prefs = vn::Preferences::standard();
-    prefs.set("gitWhichOne", 1);
-    prefs.set("gitCustomPath", wrapper);
+    vn::test::GitRunCounter counter;
     for (const std::vector<std::string>& args :
          {std::vector<std::string>{"status"}, std::vector<std::string>{"status", "--json"},
           std::vector<std::string>{"status", "--mask", "1023"}}) {
         SCOPED_TRACE(args.back());
-        std::error_code ignored;
-        std::filesystem::remove(log, ignored);
+        counter.clear();
         auto task = vrnlIn(fixture.repo.path(), args);
         EXPECT_EQ(task->exitCode(), 0) << task->errorOutput();
-        std::string runs = vn::test::readFile(log);
-        std::size_t statusRuns = 0;
-        for (std::size_t at = 0; (at = runs.find(" status ", at)) != std::string::npos; ++at) {
-            ++statusRuns;
-        }
-        EXPECT_EQ(statusRuns, 1u) << runs;
+        EXPECT_EQ(counter.runsWith(" status "), 1) << counter.runs();
     }
-    prefs.remove("gitWhichOne");
-    prefs.remove("gitCustomPath");
 }
 
 TEST(VrnlStatus, JsonCarriesTheEngineRecords) {

@@ -3,6 +3,7 @@
 
 #include <filesystem>
 #include <functional>
+#include <optional>
 #include <set>
 
 #include "git/VNRepoHandlerGit.h"
@@ -10,6 +11,7 @@
 #include "model/VNFileStatusEntity.h"
 #include "platform/FileSystem.h"
 #include "platform/Preferences.h"
+#include "support/GitRunCounter.h"
 #include "support/StatusFixtures.h"
 #include "support/TestEnvironment.h"
 
@@ -549,15 +551,8 @@ TEST(VNRepoHandlerGitStatus, SummaryAndFileListShareOneStatusRun) {
     EveryStateRepository everyState;
     GitRepository merging;
     vn::test::stopMergeWithEveryConflictKind(merging);
-    TempDir tools("varnel-git-counter");
-    std::string realGit = vn::fs::findExecutable("git").value_or("/usr/bin/git");
-    std::string log = tools.path() + "/runs";
-    std::string wrapper = vn::test::writeScript(
-        tools.path(), "git",
-        "printf '%s\\n' \"$*\" >> '" + log + "'\nexec '" + realGit + "' \"$@\"\n");
+    std::optional<vn::test::GitRunCounter> counter(std::in_place);
     auto& prefs = vn::Preferences::standard();
-    prefs.set("gitWhichOne", 1);
-    prefs.set("gitCustomPath", wrapper);
     auto handler = std::make_shared<VNRepoHandlerGit>();
     AlertRecorder alerts;
     struct Case {
@@ -575,15 +570,6 @@ TEST(VNRepoHandlerGitStatus, SummaryAndFileListShareOneStatusRun) {
         {"merge with conflicts", merging.path(), VNFileStatusDefaultMask, false},
         {"merge with conflicts, clean files", merging.path(), 767, true},
     };
-    auto statusRuns = [&log] {
-        int runs = 0;
-        std::string text = vn::test::readFile(log);
-        for (std::size_t at = 0; (at = text.find(" status --porcelain", at)) != std::string::npos;
-             ++at) {
-            ++runs;
-        }
-        return runs;
-    };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
         if (c.hideUntracked) {
@@ -591,17 +577,15 @@ TEST(VNRepoHandlerGitStatus, SummaryAndFileListShareOneStatusRun) {
         }
         vn::Record summary = handler->summary(c.path);
         std::vector<vn::Record> files = handler->fileStatus(c.path, c.mask);
-        std::error_code ignored;
-        std::filesystem::remove(log, ignored);
+        counter->clear();
         VNWorkingCopyStatus both = handler->fileStatusAndSummary(c.path, c.mask);
-        EXPECT_EQ(statusRuns(), 1);
+        EXPECT_EQ(counter->runsWith(" status --porcelain"), 1);
         prefs.remove("fileStatusFilterMode");
         EXPECT_FALSE(both.summary.empty());
         EXPECT_EQ(both.summary, summary);
         EXPECT_EQ(both.files, files);
     }
-    prefs.remove("gitWhichOne");
-    prefs.remove("gitCustomPath");
+    counter.reset();
     EXPECT_TRUE(alerts.alerts().empty());
 
     // A folder that is no working copy: nothing, and the failure shown once.
