@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <sstream>
+#include <string_view>
 
 namespace vn::cli {
 
@@ -16,40 +17,16 @@ struct Cell {
     bool dot = false;
 };
 
-const char* glyph(const Cell& cell, bool workingCopy) {
+// The box-drawing character of each combination of directions, indexed by the direction bits.
+constexpr std::string_view BoxGlyphs[16] = {
+    " ", "│", "│", "│", "─", "╯", "╮", "┤", "─", "╰", "╭", "├", "─", "┴", "┬", "┼",
+};
+
+std::string_view glyph(const Cell& cell, bool workingCopy) {
     if (cell.dot) {
         return workingCopy ? "◌" : "●";
     }
-    switch (cell.directions) {
-        case Up | Down:
-        case Up:
-        case Down:
-            return "│";
-        case Left | Right:
-        case Left:
-        case Right:
-            return "─";
-        case Up | Left:
-            return "╯";
-        case Up | Right:
-            return "╰";
-        case Down | Left:
-            return "╮";
-        case Down | Right:
-            return "╭";
-        case Up | Down | Left:
-            return "┤";
-        case Up | Down | Right:
-            return "├";
-        case Left | Right | Up:
-            return "┴";
-        case Left | Right | Down:
-            return "┬";
-        case Up | Down | Left | Right:
-            return "┼";
-        default:
-            return " ";
-    }
+    return BoxGlyphs[cell.directions & 15];
 }
 
 std::string colourEscape(const VNLogGraphColour& colour, bool trueColour) {
@@ -127,17 +104,30 @@ void appendRowText(std::string& out, const VNLogGraphEntry& entry, bool workingC
     dot.dot = true;
     dot.colour = &entry.commitColour;
 
+    if (!colour) {
+        // The common case of output to a file or pipe: written straight into the string, at most
+        // three bytes a cell.
+        std::size_t used = out.size();
+        out.resize(used + 3 * cells.size());
+        char* end = out.data() + used;
+        for (const Cell& cell : cells) {
+            std::string_view g = glyph(cell, workingCopy);
+            end = std::copy(g.begin(), g.end(), end);
+        }
+        out.resize(std::size_t(end - out.data()));
+        return;
+    }
     const VNLogGraphColour* current = nullptr;
     for (const Cell& cell : cells) {
-        const char* g = glyph(cell, workingCopy);
-        bool blank = g[0] == ' ';
-        if (colour && !blank && cell.colour && cell.colour != current) {
+        std::string_view g = glyph(cell, workingCopy);
+        bool blank = g.size() == 1;
+        if (!blank && cell.colour && cell.colour != current) {
             out += colourEscape(*cell.colour, trueColour);
             current = cell.colour;
         }
         out += g;
     }
-    if (colour && current) {
+    if (current) {
         out += "\x1b[0m";
     }
 }

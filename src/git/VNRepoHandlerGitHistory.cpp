@@ -255,10 +255,13 @@ bool runLogListing(VNRepoHandlerGit& handler, const std::string& path, uint64_t 
     task->setLossyUTF8Output(true);
     // Git runs on a thread of its own that only drains the pipe, so that git never waits on a
     // full pipe while rows are parsed, laid out and written here.
+    constexpr std::size_t WakeBytes = 256 << 10;
+    constexpr auto LookInterval = std::chrono::milliseconds(5);
     struct Shared {
         std::mutex mutex;
         std::condition_variable arrived;
         std::deque<std::string> chunks;
+        std::size_t pendingBytes = 0;
         bool finished = false;
         bool abandoned = false;
     } shared;
@@ -268,7 +271,12 @@ bool runLogListing(VNRepoHandlerGit& handler, const std::string& path, uint64_t 
             return;
         }
         shared.chunks.emplace_back(chunk);
-        shared.arrived.notify_one();
+        shared.pendingBytes += chunk.size();
+        // Git flushes after every commit, so chunks are small; waking the reader for each one
+        // costs more than parsing it. The reader also looks on its own every few milliseconds.
+        if (shared.pendingBytes >= WakeBytes) {
+            shared.arrived.notify_one();
+        }
     });
     bool ok = false;
     std::exception_ptr failure;
@@ -294,9 +302,15 @@ bool runLogListing(VNRepoHandlerGit& handler, const std::string& path, uint64_t 
             bool finished;
             {
                 std::unique_lock<std::mutex> lock(shared.mutex);
-                shared.arrived.wait(lock,
-                                    [&] { return shared.finished || !shared.chunks.empty(); });
+                while (!shared.finished && shared.pendingBytes < WakeBytes) {
+                    // A short wait, so that the first rows show at once on a slow history.
+                    if (shared.arrived.wait_for(lock, LookInterval) == std::cv_status::timeout &&
+                        !shared.chunks.empty()) {
+                        break;
+                    }
+                }
                 while (!shared.chunks.empty() && batch.size() < BatchSize) {
+                    shared.pendingBytes -= shared.chunks.front().size();
                     batch.append(shared.chunks.front());
                     shared.chunks.pop_front();
                 }
