@@ -61,13 +61,14 @@ bool confirmed(Action action) {
     return vn::UserInterface::current()->showAlert(alert) == 0;
 }
 
-// The whole file instead of a hunk: an untracked file is staged by a patch that creates it, an
-// added or deleted file unstaged by the reverse of the patch that adds or deletes it.
+// The whole file instead of a hunk: an untracked file is staged by a patch that creates it, a
+// deleted one by the patch that deletes it, an added or deleted file unstaged by the reverse of
+// the patch that adds or deletes it.
 Outcome wholeFile(Action action, const VNHunkActions::Context& context,
                   const VNDiffFileModel& file) {
     const std::string& root = context.repositoryPath;
     uint64_t options = context.patchOptions & VNRepoHandlerBase::PatchIgnoreWhitespace;
-    if (action == Action::StageHunk) {
+    if (action == Action::StageHunk && file.changeType() == VNDiffFileModel::Untracked) {
         std::string full = vn::fs::appendPathComponent(root, file.filename());
         std::string mode = context.handler->fileModeForPatch(root, file.filename(), false);
         if (mode == "120000" || vn::fs::isDirectory(full)) {
@@ -86,6 +87,15 @@ Outcome wholeFile(Action action, const VNHunkActions::Context& context,
         return outcome;
     }
     bool deleted = file.changeType() == VNDiffFileModel::Deleted;
+    if (action == Action::StageHunk) {
+        // The deletion of a file staged: a patch that deletes it from the index rather than
+        // one that leaves it there empty.
+        std::string mode = context.handler->fileModeForPatch(root, file.filename(), false);
+        Outcome outcome = apply(context, vn::createPatch(file, false, mode), PatchTarget::Index,
+                                false, vn::TextEncoding::UTF8, options);
+        outcome.wholeFileSummary = "Staging file";
+        return outcome;
+    }
     std::string mode = context.handler->fileModeForPatch(root, file.filename(), deleted);
     Outcome outcome = apply(context, vn::createPatch(file, false, mode), PatchTarget::Index, true,
                             vn::TextEncoding::UTF8, options);
@@ -137,7 +147,9 @@ VNHunkActions::Outcome VNHunkActions::perform(Action action, const Context& cont
         return {};
     }
     uint64_t changeType = file.changeType();
-    if (action == Action::StageHunk && changeType == VNDiffFileModel::Untracked) {
+    if (action == Action::StageHunk &&
+        (changeType == VNDiffFileModel::Untracked ||
+         (changeType == VNDiffFileModel::Deleted && file.hunks().size() == 1))) {
         Outcome outcome = wholeFile(action, context, file);
         requestRefresh(context, true);
         return outcome;

@@ -160,9 +160,17 @@ TEST(VNHunkActions, WholeFilesForUntrackedAddedAndDeletedFiles) {
     EXPECT_EQ(f.repo.git({"ls-files", "new.sh"}), "");
     EXPECT_EQ(readFile(f.repo.file("new.sh")), odd);
 
-    // Deleted: unstaging brings it back into the index with its mode; the working copy still
+    // Deleted in the working copy: staging the hunk stages the deletion.
+    std::filesystem::remove(f.repo.file("gone.txt"));
+    auto removed = f.diff("gone.txt", false);
+    ASSERT_TRUE(removed);
+    auto deletion = VNHunkActions::perform(Action::StageHunk, f.context(), *removed,
+                                           *removed->hunks().front(), {});
+    EXPECT_EQ(deletion.state, State::Applied) << deletion.message << deletion.patch;
+    EXPECT_EQ(f.repo.git({"ls-files", "gone.txt"}), "");
+
+    // Deleted in the index: unstaging brings it back with its mode; the working copy still
     // lacks it.
-    f.repo.git({"rm", "-q", "gone.txt"});
     auto deleted = f.diff("gone.txt", true);
     ASSERT_TRUE(deleted);
     auto restored = VNHunkActions::perform(Action::UnstageHunk, f.context(), *deleted,
