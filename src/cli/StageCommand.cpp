@@ -333,7 +333,8 @@ const Subcommand& stageCommand() {
         {"stage FILE [--hunk N] [--lines A-B] [--json]"},
         "Stage a file's changes, one hunk of them or the changed lines among some rows",
         "Stages exactly the chosen changes of FILE: the other changes stay unstaged. Hunks and "
-        "rows are numbered as vrnl diff prints them. An untracked file is staged as a whole. "
+        "rows are numbered as vrnl diff prints them (with its default context). An untracked file "
+        "is staged as a whole. "
         "Prints the file's status afterwards.",
         selectionOptions(Mode::Stage),
         runStage,
