@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "git/VNRepoHandlerGit.h"
+#include "handler/FileType.h"
 #include "handler/VNHunkActions.h"
 #include "handler/VNTask.h"
 #include "model/VNDiffModel.h"
@@ -260,6 +261,34 @@ TEST(VNHunkActions, NotificationsAndTheQuestionBeforeDiscarding) {
         }
     }
     EXPECT_EQ(contentAt(f.repo, "", "f.txt"), "a\nB\nc\n");
+}
+
+TEST(VNHunkActions, TheTextFormatOfAFileComesFromTheFileCommand) {
+    vn::test::TempDir dir;
+    struct Case {
+        const char* name;
+        std::string contents;
+        bool crlf;
+        vn::TextEncoding encoding;
+    };
+    const Case cases[] = {
+        {"crlf.txt", "a\r\nb\r\n", true, vn::TextEncoding::UTF8},
+        {"latin1.txt", "caf\xE9 na\xEFve\n", false, vn::TextEncoding::Latin1},
+        {"utf8 crlf.txt", "d\xC3\xA9j\xC3\xA0\r\n", true, vn::TextEncoding::UTF8},
+        {"mac.txt", "x \x8E\x8F y\n", false, vn::TextEncoding::MacRoman},
+        // Mixed line ends are no CRLF file.
+        {"mixed.txt", "a\r\nb\n", false, vn::TextEncoding::UTF8},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        vn::test::writeFile(dir.file(c.name), c.contents);
+        vn::TextFormat format = vn::textFormatOfFile(dir.file(c.name));
+        EXPECT_EQ(format.crlf, c.crlf);
+        EXPECT_EQ(format.encoding, c.encoding);
+    }
+    vn::TextFormat missing = vn::textFormatOfFile(dir.file("missing.txt"));
+    EXPECT_FALSE(missing.crlf);
+    EXPECT_EQ(missing.encoding, vn::TextEncoding::UTF8);
 }
 
 // Mercurial has no index: discarding goes through `patch` on the working file.
