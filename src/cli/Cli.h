@@ -86,6 +86,9 @@ int runRefs(Arguments& args);
 int runBlame(Arguments& args);
 int runSearch(Arguments& args);
 int runStatus(Arguments& args);
+int runStage(Arguments& args);
+int runUnstage(Arguments& args);
+int runDiscard(Arguments& args);
 // The repository at a glance: the summary line, then a page of history with its graph.
 int runOverview(Arguments& args);
 
@@ -99,6 +102,9 @@ const Subcommand& refsCommand();
 const Subcommand& blameCommand();
 const Subcommand& searchCommand();
 const Subcommand& statusCommand();
+const Subcommand& stageCommand();
+const Subcommand& unstageCommand();
+const Subcommand& discardCommand();
 const Subcommand& overviewCommand();
 const Subcommand& helpCommand();
 

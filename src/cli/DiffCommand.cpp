@@ -120,15 +120,24 @@ void printFile(const VNDiffFileModel& file, std::string& out) {
     }
 
     std::size_t width = lineNumberWidth(file);
+    // Rows are numbered through the file, and hunks from 1: what stage, unstage and discard take.
+    std::size_t rows = 0;
+    for (const auto& hunk : file.hunks()) {
+        rows += hunk->lineCount();
+    }
+    std::size_t rowWidth = std::to_string(rows).size();
+    int64_t row = 0;
     for (const auto& hunk : file.hunks()) {
         out += colour("@@ " + rangeText('-', hunk->startLineBefore(), hunk->endLineBefore()) + " " +
                           rangeText('+', hunk->startLineAfter(), hunk->endLineAfter()) + " @@",
                       "36") +
-               "\n";
+               colour(" hunk " + std::to_string(hunk->index()), "2") + "\n";
         std::string numbers;
         for (std::size_t i = 0, count = hunk->lineCount(); i < count; ++i) {
             VNDiffHunkModel::LineView line = hunk->lineAt(i);
             numbers.clear();
+            appendLineNumber(numbers, ++row, rowWidth);
+            numbers.append(" | ");
             appendLineNumber(numbers, line.beforeLineNumber, width);
             numbers.push_back(' ');
             appendLineNumber(numbers, line.afterLineNumber, width);
@@ -443,7 +452,9 @@ const Subcommand& diffCommand() {
         "patch file's (FILE - reads standard input)",
         "Without options, shows what is changed in the working copy and not staged. FILES "
         "(after PATH, or after --) limit the diff to those files; they are taken literally. "
-        "Each line shows its number before and after the change.",
+        "Each line shows its row (counted through the file), then its number before and after "
+        "the change; each hunk header its hunk number. vrnl stage, unstage and discard take "
+        "those numbers.",
         {
             {"--staged", "What is staged: the index against HEAD"},
             {"--rev R", "What revision R changed against its first parent"},

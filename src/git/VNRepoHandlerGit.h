@@ -323,6 +323,20 @@ class VNRepoHandlerGit : public VNRepoHandlerBase {
     // The id of the empty tree in the repository's hash, for comparisons with nothing.
     std::optional<std::string> emptyTree(const std::string& path);
 
+    // ---- Applying patches (VNRepoHandlerGitApply.cpp) ----
+    // `git apply` with the default arguments: "--cached" for the index, "-R" to reverse,
+    // "--ignore-whitespace" for PatchIgnoreWhitespace, "-C1" for PatchReducedContext (working
+    // folder only). git applies all of a patch or nothing. A refusal is reported as
+    // "git apply" with git's own message, and keeps the patch file.
+    PatchApplication applyPatch(const std::string& path, const std::string& patch,
+                                PatchTarget target, bool reverse, vn::TextEncoding encoding,
+                                uint64_t options) override;
+    bool applyPatchToIndex(const std::string& path, const std::string& patch, bool reverse,
+                           vn::TextEncoding encoding, uint64_t options);
+    // From `git ls-files --stage` or `git ls-tree HEAD`; the working file's when git has none.
+    std::string fileModeForPatch(const std::string& path, const std::string& file,
+                                 bool inHead) override;
+
   private:
     // The "number" of versionDetails, without the rest of the record.
     std::string detectedVersionNumber();

@@ -711,14 +711,6 @@ std::shared_ptr<VNTask> VNRepoHandlerBase::applyPatchTask(
     return {};
 }
 
-bool VNRepoHandlerBase::applyPatchToWorkingFolder(const std::string& /*path*/,
-                                                  const std::string& /*patch*/, bool /*reverse*/,
-                                                  vn::TextEncoding /*encoding*/,
-                                                  uint64_t /*options*/) {
-    mustOverride("applyPatchToWorkingFolder");
-    return {};
-}
-
 std::optional<std::string> VNRepoHandlerBase::dereferenceLargeFileContent(
     const std::string& /*path*/, const std::string& /*file*/) {
     mustOverride("dereferenceLargeFileContent");

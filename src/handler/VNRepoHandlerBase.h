@@ -177,8 +177,38 @@ class VNRepoHandlerBase : public VNRepoHandler,
                                            const std::string& basePath, uint32_t strip,
                                            uint32_t patchMode, bool dryRun,
                                            uint64_t options) override;
+    // ---- Applying patch text (VNRepoHandlerBasePatch.cpp) ----
+    // Option bits of a patch application.
+    static constexpr uint64_t PatchIgnoreWhitespace = 4;
+    // Working folder only: one line of context must match, not all.
+    static constexpr uint64_t PatchReducedContext = 8;
+    enum class PatchTarget { Index, WorkingFolder };
+    struct PatchApplication {
+        bool success = false;
+        int64_t exitCode = -1;
+        std::string errorOutput;
+        // The patch file, kept when the tool refused it so that it can be looked at.
+        std::string keptPatchFile;
+    };
+    // Writes the patch (converted to `encoding` where it is UTF-8 text that the encoding can
+    // hold; as it is otherwise) to a new temporary file, applies it and removes the file on
+    // success. A failure is reported (shown to the user except for the working folder with
+    // PatchReducedContext) and keeps the file. Here the working folder is patched with
+    // `patch`, all or nothing and without fuzz; a backend with an index applies to it.
+    virtual PatchApplication applyPatch(const std::string& path, const std::string& patch,
+                                        PatchTarget target, bool reverse, vn::TextEncoding encoding,
+                                        uint64_t options);
+    // The mode ("100644", "100755", "120000") a whole-file patch gives `file`: as the index has
+    // it, or with `inHead` as the checked-out revision has it. Here: from the working file.
+    virtual std::string fileModeForPatch(const std::string& path, const std::string& file,
+                                         bool inHead);
+    // applyPatch to the working folder.
     bool applyPatchToWorkingFolder(const std::string& path, const std::string& patch, bool reverse,
                                    vn::TextEncoding encoding, uint64_t options) override;
+    // A new file "VarnelTemp.XXXXXX" in the user's temporary folder holding the patch; nothing
+    // (and `error` set) when it could not be written.
+    static std::optional<std::string> writePatchFile(const std::string& patch,
+                                                     vn::TextEncoding encoding, std::string& error);
     // The diff parser with this handler's large-file hooks.
     void parseDiffToModel(std::string_view diff,
                           std::vector<std::shared_ptr<VNDiffFileModel>>& dest,

@@ -117,6 +117,25 @@ VNDiffHunkModel::LineView VNDiffHunkModel::lineAt(std::size_t index) const {
                     lineNumberFromText(record[AfterLineNumberKey])};
 }
 
+VNDiffHunkModel::LineEnd VNDiffHunkModel::lineEndAt(std::size_t index) const {
+    return spans_.empty() ? LineEnd::Unknown : spans_[index].lineEnd;
+}
+
+std::vector<std::string_view> VNDiffHunkModel::rawLines() const {
+    std::vector<std::string_view> lines;
+    std::string_view raw(rawHunk_);
+    std::size_t start = 0;
+    while (start < raw.size()) {
+        std::size_t end = raw.find('\n', start);
+        if (end == std::string_view::npos) {
+            end = raw.size();
+        }
+        lines.push_back(raw.substr(start, end - start));
+        start = end + 1;
+    }
+    return lines;
+}
+
 vn::Value VNDiffHunkModel::jsonValue() const {
     const auto& lines = hunkLines();
     return vn::Record{

@@ -28,6 +28,11 @@ class VNDiffHunkModel : public vn::Object {
     // The line number of a line that has no such side.
     static constexpr int64_t NoLineNumber = -1;
 
+    // How a body line ended in the text the parser read: patches made from the line end it
+    // the same way. Other: a line end inside the file's line (a lone CR, a form feed...), which
+    // split it into pieces that no patch can put back together.
+    enum class LineEnd : uint8_t { Unknown, LF, CRLF, Other };
+
     // Where the parser found one body line in the raw hunk.
     struct LineSpan {
         std::size_t offset = 0;  // of the line's first byte in the raw hunk
@@ -35,6 +40,7 @@ class VNDiffHunkModel : public vn::Object {
         // The line is not UTF-8: `offset` is in the decoded text given with the body, which
         // holds the line as read in the 8-bit fallback (the raw hunk keeps its bytes).
         bool decoded = false;
+        LineEnd lineEnd = LineEnd::Unknown;
         std::size_t contentLength = 0;  // the content after the prefix, as far as it is kept
         int64_t beforeLineNumber = NoLineNumber;
         int64_t afterLineNumber = NoLineNumber;
@@ -65,6 +71,14 @@ class VNDiffHunkModel : public vn::Object {
     void setStartLineAfter(int64_t line) { startLineAfter_ = line; }
     int64_t endLineAfter() const { return endLineAfter_; }
     void setEndLineAfter(int64_t line) { endLineAfter_ = line; }
+    // The ranges as the header gives them for patches, also from a header that leaves out a
+    // count of 1 (which the line ranges above, and the rows' numbers, are not read from).
+    struct HeaderRanges {
+        bool known = false;
+        int64_t startBefore = 0, countBefore = 0, startAfter = 0, countAfter = 0;
+    };
+    const HeaderRanges& headerRanges() const { return headerRanges_; }
+    void setHeaderRanges(HeaderRanges ranges) { headerRanges_ = ranges; }
     // The body lines exactly as read (header excluded), each followed by "\n".
     const std::string& rawHunk() const { return rawHunk_; }
     void setRawHunk(std::string raw);
@@ -76,6 +90,11 @@ class VNDiffHunkModel : public vn::Object {
 
     std::size_t lineCount() const;
     LineView lineAt(std::size_t index) const;
+    // Unknown for lines given as records.
+    LineEnd lineEndAt(std::size_t index) const;
+    // Each body line's bytes as read, prefix included, from the raw hunk (whole, however long,
+    // and in the file's own encoding).
+    std::vector<std::string_view> rawLines() const;
 
     vn::Value jsonValue() const override;
     void writeJson(vn::JsonWriter& writer) const override;
@@ -88,6 +107,7 @@ class VNDiffHunkModel : public vn::Object {
     int64_t endLineBefore_ = 0;
     int64_t startLineAfter_ = 0;
     int64_t endLineAfter_ = 0;
+    HeaderRanges headerRanges_;
     std::string rawHunk_;
     std::string decodedLines_;
     // While `spans_` is not empty it describes the lines and the records may not exist yet.

@@ -170,6 +170,42 @@ bool isBlank(char c) {
 // of the line. The new-side count is required: a header without it (@@ -1 +1 @@) is
 // deliberately left unread and its hunk numbered from 0. Written out rather than as a pattern:
 // each attempt stops at the next "@", so the scan stays linear on any line.
+// "@@ -A[,B] +C[,D] @@" with either count left out when it is 1, as git writes it.
+VNDiffHunkModel::HeaderRanges looseHunkHeader(std::string_view line) {
+    VNDiffHunkModel::HeaderRanges ranges;
+    std::size_t at = 2;
+    auto number = [&](int64_t& value) {
+        std::size_t start = at;
+        value = 0;
+        while (at < line.size() && line[at] >= '0' && line[at] <= '9' && at - start < 12) {
+            value = value * 10 + (line[at] - '0');
+            ++at;
+        }
+        return at > start;
+    };
+    auto side = [&](char sign, int64_t& start, int64_t& count) {
+        while (at < line.size() && line[at] == ' ') {
+            ++at;
+        }
+        if (at >= line.size() || line[at] != sign) {
+            return false;
+        }
+        ++at;
+        if (!number(start)) {
+            return false;
+        }
+        count = 1;
+        if (at < line.size() && line[at] == ',') {
+            ++at;
+            return number(count);
+        }
+        return true;
+    };
+    ranges.known = line.substr(0, 2) == "@@" && side('-', ranges.startBefore, ranges.countBefore) &&
+                   side('+', ranges.startAfter, ranges.countAfter);
+    return ranges;
+}
+
 bool readHunkHeader(std::string_view line, int64_t numbers[4], bool& hasOldCount) {
     auto readAt = [&](std::size_t at) {
         auto blanks = [&] {
@@ -336,9 +372,11 @@ class Pass {
             std::string_view line(start, p - start);
             // Every line end after the line goes with it, so a CR before an LF and empty lines
             // never reach the classification.
+            const char* lineEnd = p;
             while (p < end && (endLength = lineEndLength(p, end)) != 0) {
                 p += endLength;
             }
+            terminator_ = std::string_view(lineEnd, p - lineEnd);
             if (!line.empty() && !classify(line)) {
                 return;
             }
@@ -452,6 +490,9 @@ class Pass {
             hunk_->setEndLineBefore(lastLine(startBefore, countBefore));
             hunk_->setStartLineAfter(startAfter);
             hunk_->setEndLineAfter(lastLine(startAfter, countAfter));
+            hunk_->setHeaderRanges({true, startBefore, countBefore, startAfter, countAfter});
+        } else {
+            hunk_->setHeaderRanges(looseHunkHeader(line));
         }
         hunks_.push_back(hunk_);
         hunk_->setIndex(hunks_.size());
@@ -492,6 +533,10 @@ class Pass {
         span.decoded = decoded;
         span.prefixLength = static_cast<uint32_t>(prefixLength);
         span.contentLength = content.size();
+        // A patch made from this line must end it as the file does.
+        span.lineEnd = terminator_ == "\n" || terminator_.empty() ? VNDiffHunkModel::LineEnd::LF
+                       : terminator_ == "\r\n"                    ? VNDiffHunkModel::LineEnd::CRLF
+                                                                  : VNDiffHunkModel::LineEnd::Other;
         switch (rawLine[0]) {
             case '+':
                 file_->addLinesAdded(1);
@@ -579,6 +624,8 @@ class Pass {
     // Set from the first hunk header of the current file on; until then lines are headers.
     bool hasRawHunk_ = false;
     std::string rawHunk_;
+    // The line end that followed the line being classified, as read.
+    std::string_view terminator_;
     std::string decodedLines_;
     std::vector<VNDiffHunkModel::LineSpan> lines_;
     // Whether the current file's name is known for sure; a guess from an ambiguous "diff --git"

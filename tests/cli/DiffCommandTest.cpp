@@ -95,11 +95,11 @@ TEST(VrnlDiff, PatchFileForPeople) {
              std::string("modified  model.bin  +2 -2"),
              "  Git LFS file " + std::string(12, '1') + " -> " + std::string(12, '2'),
              std::string("modified  notes.txt  +1 -1"),
-             std::string("@@ -3,7 +3,7 @@"),
-             std::string("3 3  line 3"),
-             std::string("6   -line 6"),
-             std::string("  6 +changed"),
-             std::string("9 9  line 9"),
+             std::string("@@ -3,7 +3,7 @@ hunk 1"),
+             std::string("1 | 3 3  line 3"),
+             std::string("4 | 6   -line 6"),
+             std::string("5 |   6 +changed"),
+             std::string("8 | 9 9  line 9"),
              std::string("renamed  run.sh -> run tool.sh"),
              std::string("  mode 100644 -> 100755"),
          }) {
@@ -430,11 +430,11 @@ TEST(VrnlDiff, RepositoryChangesForPeople) {
              std::string("modified  run.sh"),
              std::string("  mode 100644 -> 100755"),
              std::string("renamed  story.txt -> the story.txt  +1 -1"),
-             std::string("@@ -6,3 +6,3 @@"),
-             std::string("6 6  line 6"),
-             std::string("7   -line 7"),
-             std::string("  7 +changed 7"),
-             std::string("8 8  line 8"),
+             std::string("@@ -6,3 +6,3 @@ hunk 1"),
+             std::string("1 | 6 6  line 6"),
+             std::string("2 | 7   -line 7"),
+             std::string("3 |   7 +changed 7"),
+             std::string("4 | 8 8  line 8"),
          }) {
         EXPECT_NE(std::find(lines.begin(), lines.end(), expected), lines.end())
             << "missing \"" << expected << "\" in\n"
@@ -467,10 +467,10 @@ TEST(VrnlDiff, ColoursOnATerminal) {
     ASSERT_TRUE(task->success()) << task->errorOutput() << task->output();
     const std::string& out = task->output();
     for (const std::string& expected : {
-             std::string("\x1b[36m@@ -6,3 +6,3 @@\x1b[0m"),
-             std::string("\x1b[2m6 6\x1b[0m  line 6"),
-             std::string("\x1b[2m7  \x1b[0m \x1b[31m-line 7\x1b[0m"),
-             std::string("\x1b[2m  7\x1b[0m \x1b[32m+changed 7\x1b[0m"),
+             std::string("\x1b[36m@@ -6,3 +6,3 @@\x1b[0m\x1b[2m hunk 1\x1b[0m"),
+             std::string("\x1b[2m1 | 6 6\x1b[0m  line 6"),
+             std::string("\x1b[2m2 | 7  \x1b[0m \x1b[31m-line 7\x1b[0m"),
+             std::string("\x1b[2m3 |   7\x1b[0m \x1b[32m+changed 7\x1b[0m"),
          }) {
         EXPECT_NE(out.find(expected), std::string::npos)
             << "missing " << ::testing::PrintToString(expected) << " in "

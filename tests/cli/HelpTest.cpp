@@ -63,6 +63,9 @@ const std::vector<CommandOptions>& everyCommand() {
           {"--since", "2020-01-01"},
           {"--until", "2020-01-01"},
           {"--json"}}},
+        {"stage", {{"--hunk", "1"}, {"--lines", "1-2"}, {"--json"}}},
+        {"unstage", {{"--hunk", "1"}, {"--lines", "1-2"}, {"--json"}}},
+        {"discard", {{"--hunk", "1"}, {"--lines", "1-2"}, {"--yes"}, {"--json"}}},
         {"help", {}},
     };
     return commands;

@@ -7,6 +7,7 @@
 #include "handler/VNRepoHandler.h"
 #include "handler/VNTask.h"
 #include "model/VNDiffModel.h"
+#include "platform/FileSystem.h"
 #include "support/TestEnvironment.h"
 
 namespace vn::test {
@@ -38,7 +39,15 @@ std::string numberedLines(int from, int to, const std::string& stem) {
 }
 
 std::string contentAt(GitRepository& repo, const std::string& revision, const std::string& file) {
-    return repo.git({"show", revision + ":" + file});
+    // The stored bytes, not their reading as text: files in other encodings stay as they are.
+    auto task = VNTask::taskWithCommand(vn::fs::findExecutable("git").value_or("git"), repo.path(),
+                                        {"show", revision + ":" + file});
+    task->setRawOutput(true);
+    if (!task->run()) {
+        ADD_FAILURE() << "git show " << revision << ":" << file
+                      << " failed: " << task->errorOutput();
+    }
+    return task->output();
 }
 
 int expectLinesAgree(const VNDiffFileModel& file, const std::string& oldText,
