@@ -111,7 +111,7 @@ VNWorkingCopyPane::VNWorkingCopyPane(std::shared_ptr<VNRepoHandler> handler, std
                            std::initializer_list<QPushButton*> buttons) {
         auto* box = new QWidget(this);
         auto* layout = new QVBoxLayout(box);
-        layout->setContentsMargins(0, 0, 0, 0);
+        layout->setContentsMargins(4, 4, 4, 4);
         auto* label = new QLabel(title, box);
         QFont bold = label->font();
         bold.setBold(true);
