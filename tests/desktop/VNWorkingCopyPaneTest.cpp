@@ -94,12 +94,14 @@ struct PaneFixture {
 
 TEST(VNWorkingCopyPane, StageAndUnstageMoveFilesBetweenTheListsAndShowTheirDiff) {
     PaneFixture f;
+    std::filesystem::remove(f.repo.file("dir/b.txt"));
     vn::test::CheckedModel stagedChecked(f.pane->stagedModel());
     vn::test::CheckedModel unstagedChecked(f.pane->unstagedModel());
     ASSERT_TRUE(f.refreshedAfter([&] { f.pane->refresh(); }));
     EXPECT_EQ(listing(*f.pane->stagedModel()), Listing{});
-    EXPECT_EQ(listing(*f.pane->unstagedModel()),
-              (Listing{{"a.txt", VNFileStatusModified}, {"new file.txt", VNFileStatusUnknown}}));
+    EXPECT_EQ(listing(*f.pane->unstagedModel()), (Listing{{"a.txt", VNFileStatusModified},
+                                                          {"dir/b.txt", VNFileStatusMissing},
+                                                          {"new file.txt", VNFileStatusUnknown}}));
 
     // The chosen file's unstaged diff.
     ASSERT_TRUE(f.diffShownAfter([&] { select(f.pane->unstagedList(), {"a.txt"}); }));
@@ -117,14 +119,15 @@ TEST(VNWorkingCopyPane, StageAndUnstageMoveFilesBetweenTheListsAndShowTheirDiff)
     EXPECT_EQ(lines->rowAt(2).afterLineNumber, 1);
 
     QSignalSpy changed(f.pane.get(), &VNWorkingCopyPane::workingCopyChanged);
-    select(f.pane->unstagedList(), {"a.txt", "new file.txt"});
+    select(f.pane->unstagedList(), {"a.txt", "dir/b.txt", "new file.txt"});
     f.pane->stageSelected();
-    ASSERT_TRUE(waitUntil([&] { return f.pane->stagedModel()->entries().size() == 2; }));
+    ASSERT_TRUE(waitUntil([&] { return f.pane->stagedModel()->entries().size() == 3; }));
     EXPECT_EQ(changed.count(), 1);
-    EXPECT_EQ(listing(*f.pane->stagedModel()),
-              (Listing{{"a.txt", VNFileStatusModified}, {"new file.txt", VNFileStatusAdded}}));
+    EXPECT_EQ(listing(*f.pane->stagedModel()), (Listing{{"a.txt", VNFileStatusModified},
+                                                        {"dir/b.txt", VNFileStatusRemoved},
+                                                        {"new file.txt", VNFileStatusAdded}}));
     EXPECT_EQ(listing(*f.pane->unstagedModel()), Listing{});
-    EXPECT_EQ(f.repo.git({"diff", "--cached", "--name-only"}), "a.txt\nnew file.txt\n");
+    EXPECT_EQ(f.repo.git({"diff", "--cached", "--name-only"}), "a.txt\ndir/b.txt\nnew file.txt\n");
     EXPECT_TRUE(f.pane->errorText().isEmpty());
 
     // The staged diff of one of them, then back out of the index.
@@ -132,10 +135,11 @@ TEST(VNWorkingCopyPane, StageAndUnstageMoveFilesBetweenTheListsAndShowTheirDiff)
     ASSERT_EQ(lines->rowCount(), 3);
     EXPECT_EQ(lines->rowAt(2).prefix, '+');
     f.pane->unstageSelected();
-    ASSERT_TRUE(waitUntil([&] { return f.pane->stagedModel()->entries().size() == 1; }));
-    EXPECT_EQ(listing(*f.pane->stagedModel()), (Listing{{"a.txt", VNFileStatusModified}}));
+    ASSERT_TRUE(waitUntil([&] { return f.pane->stagedModel()->entries().size() == 2; }));
+    EXPECT_EQ(listing(*f.pane->stagedModel()),
+              (Listing{{"a.txt", VNFileStatusModified}, {"dir/b.txt", VNFileStatusRemoved}}));
     EXPECT_EQ(listing(*f.pane->unstagedModel()), (Listing{{"new file.txt", VNFileStatusUnknown}}));
-    EXPECT_EQ(f.repo.git({"diff", "--cached", "--name-only"}), "a.txt\n");
+    EXPECT_EQ(f.repo.git({"diff", "--cached", "--name-only"}), "a.txt\ndir/b.txt\n");
 }
 
 TEST(VNWorkingCopyPane, DiscardAsksFirstAndKeepsStagedWork) {
