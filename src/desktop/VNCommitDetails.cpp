@@ -123,7 +123,10 @@ void VNCommitDetails::showRevision(const std::string& rev) {
             detailsLoaded_ = true;
             render(loaded.details);
             for (const vn::Record& file : loaded.files) {
-                std::string name = file.string("path", file.string("filename"));
+                std::string name = file.string("path");
+                if (name.empty()) {
+                    name = file.string("filename");
+                }
                 QString shown = statusLetter(static_cast<uint64_t>(file.integer("status"))) +
                                 QStringLiteral("  ") + QString::fromStdString(name);
                 std::string previous = file.string("previousName");

@@ -43,19 +43,25 @@ void VNGraphCell::paintGraph(QPainter& painter, const QRectF& rect, const VNLogG
         if (line.isBlank) {
             continue;
         }
-        // Angled segments: a line that changes lane bends at the row's middle.
+        // Angled segments that bend between the row's middle and its edges, so that every line
+        // crosses the row's edges straight up and down and joins the rows above and below.
+        const double quarter = (bottom - top) / 4;
         QPainterPath path;
         if (line.terminates) {
             path.moveTo(dotX, middle);
         } else {
             path.moveTo(x(line.endCol), top);
+            if (line.originates || line.endCol != line.startCol) {
+                path.lineTo(x(line.endCol), top + quarter);
+            }
         }
         if (line.originates) {
             path.lineTo(dotX, middle);
         } else {
             const double toX = x(line.startCol);
-            if (!line.terminates && line.endCol != line.startCol) {
-                path.lineTo(toX, middle);
+            const double fromX = line.terminates ? dotX : x(line.endCol);
+            if (fromX != toX) {
+                path.lineTo(toX, line.terminates ? bottom - quarter : middle);
             }
             path.lineTo(toX, bottom);
         }

@@ -352,6 +352,7 @@ void VNRepoWindow::search(const QString& text, SearchMode mode) {
             if (!task || !task->run()) {
                 return hits;
             }
+
             const std::string& output = task->output();
             for (std::size_t start = 0; start < output.size();) {
                 std::size_t end = output.find('\n', start);
