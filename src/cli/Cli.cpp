@@ -136,9 +136,9 @@ std::string colour(std::string_view text, std::string_view sgr) {
 
 const std::vector<Subcommand>& subcommands() {
     static const std::vector<Subcommand> table = {
-        doctorCommand(),   diffCommand(),   checkUrlCommand(), logCommand(),
-        showCommand(),     refsCommand(),   blameCommand(),    searchCommand(),
-        overviewCommand(), statusCommand(), helpCommand(),
+        doctorCommand(), diffCommand(),   checkUrlCommand(), logCommand(),      showCommand(),
+        refsCommand(),   blameCommand(),  searchCommand(),   overviewCommand(), statusCommand(),
+        addCommand(),    removeCommand(), moveCommand(),     helpCommand(),
     };
     return table;
 }

@@ -86,6 +86,9 @@ int runRefs(Arguments& args);
 int runBlame(Arguments& args);
 int runSearch(Arguments& args);
 int runStatus(Arguments& args);
+int runAdd(Arguments& args);
+int runRemove(Arguments& args);
+int runMove(Arguments& args);
 // The repository at a glance: the summary line, then a page of history with its graph.
 int runOverview(Arguments& args);
 
@@ -99,8 +102,14 @@ const Subcommand& refsCommand();
 const Subcommand& blameCommand();
 const Subcommand& searchCommand();
 const Subcommand& statusCommand();
+const Subcommand& addCommand();
+const Subcommand& removeCommand();
+const Subcommand& moveCommand();
 const Subcommand& overviewCommand();
 const Subcommand& helpCommand();
+
+// Status records grouped as staged, unstaged, unmerged, clean and ignored, one file a line.
+void printStatusGroups(const std::vector<Record>& files);
 
 // History rows, one a line, with the graph beside them when asked.
 void printHistoryRows(const std::vector<Record>& rows, bool graph);
