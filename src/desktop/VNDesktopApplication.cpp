@@ -23,10 +23,12 @@
 
 #include "app/VNApplication.h"
 #include "desktop/VNCommitDetails.h"
+#include "desktop/VNFileListModel.h"
 #include "desktop/VNHistoryModel.h"
 #include "desktop/VNMainLoopBridge.h"
 #include "desktop/VNRepoWindow.h"
 #include "desktop/VNTheme.h"
+#include "desktop/VNWorkingCopyPane.h"
 #include "platform/Preferences.h"
 #include "platform/Resources.h"
 
@@ -361,6 +363,12 @@ int VNDesktopApplication::screenshot(const VNLaunchRequest& request) {
     // The chosen commit's files and first diff, when a commit is chosen.
     VNCommitDetails* details = window.details();
     waitUntil([&] { return details->settled(); }, 30000);
+    if (request.select == QStringLiteral("working")) {
+        VNWorkingCopyPane* pane = window.workingCopyPane();
+        waitUntil(
+            [&] { return pane->stagedModel()->rowCount() + pane->unstagedModel()->rowCount() > 0; },
+            10000);
+    }
     waitUntil([] { return false; }, 300);  // lets the panes settle and paint
     QPixmap image = window.grab();
     if (!image.save(request.screenshotFile, "PNG")) {

@@ -22,14 +22,18 @@
 #include "base/Json.h"
 #include "desktop/VNAsync.h"
 #include "desktop/VNCommitDetails.h"
+#include "desktop/VNDiffView.h"
 #include "desktop/VNGraphCell.h"
 #include "desktop/VNHistoryFilter.h"
 #include "desktop/VNHistoryModel.h"
 #include "desktop/VNHistoryView.h"
+#include "desktop/VNSidebar.h"
 #include "desktop/VNTheme.h"
+#include "desktop/VNWorkingCopyPane.h"
 #include "handler/ToolCheck.h"
 #include "handler/VNRepoHandler.h"
 #include "handler/VNTask.h"
+#include "model/VNDiffModel.h"
 #include "model/VNLogDescriptionEntry.h"
 #include "model/VNLogLabel.h"
 #include "platform/Preferences.h"
@@ -64,9 +68,18 @@ VNRepoWindow::VNRepoWindow(std::shared_ptr<VNRepoHandler> handler, std::string p
     historyView_ = new VNHistoryView(this);
     historyView_->setModel(history_);
     details_ = new VNCommitDetails(handler_, path_, this);
-    workingCopy_ = new QLabel(tr("Uncommitted changes"), this);
+    auto* diffView = new VNDiffView(details_);
+    details_->setDiffWidget(diffView);
+    details_->setDiffPresenter([diffView](std::shared_ptr<VNDiffModel> diff) {
+        if (diff) {
+            diffView->setDiff(std::move(diff));
+        } else {
+            diffView->showPlaceholder(tr("Loading…"));
+        }
+    });
+    workingCopy_ = new VNWorkingCopyPane(handler_, path_, this);
     workingCopy_->setObjectName(QStringLiteral("workingCopyPane"));
-    sidebar_ = new QWidget(this);
+    sidebar_ = new VNSidebar(handler_, path_, this);
     sidebar_->setObjectName(QStringLiteral("sidebar"));
     sidebar_->setMinimumWidth(160);
 
@@ -137,6 +150,13 @@ VNRepoWindow::VNRepoWindow(std::shared_ptr<VNRepoHandler> handler, std::string p
     connect(history_, &VNHistoryModel::loadingFinished, this, &VNRepoWindow::historyFinished);
     connect(details_, &VNCommitDetails::revisionActivated, this,
             [this](const QString& rev) { selectRevision(rev); });
+    connect(sidebar_, &VNSidebar::revisionActivated, this,
+            [this](const QString& rev) { showRevision(rev); });
+    // Staging changes the working-copy row (it may come or go) as well as the lists.
+    connect(workingCopy_, &VNWorkingCopyPane::workingCopyChanged, this, [this] {
+        reloadHistory();
+        sidebar_->refresh();
+    });
 
     restoreLayout();
     refresh();
@@ -212,6 +232,12 @@ void VNRepoWindow::buildMenus() {
 }
 
 void VNRepoWindow::refresh() {
+    reloadHistory();
+    workingCopy_->refresh();
+    sidebar_->refresh();
+}
+
+void VNRepoWindow::reloadHistory() {
     graphColumnSized_ = false;
     QModelIndex current = historyView_->currentIndex();
     if (current.isValid() && pendingSelection_.empty()) {
@@ -220,12 +246,23 @@ void VNRepoWindow::refresh() {
     historyView_->setMoreRowsComing(true);
     history_->load(handler_, path_);
     updateStatus();
-    if (workingCopy_->metaObject()->indexOfMethod("refresh()") >= 0) {
-        QMetaObject::invokeMethod(workingCopy_, "refresh");
+}
+
+void VNRepoWindow::showRevision(const QString& name) {
+    if (selectRevision(name)) {
+        return;
     }
-    if (sidebar_->metaObject()->indexOfMethod("refresh()") >= 0) {
-        QMetaObject::invokeMethod(sidebar_, "refresh");
-    }
+    // A name no row carries as a label (a stash, a submodule's commit): git says which commit.
+    auto handler = handler_;
+    std::string path = path_;
+    std::string wanted = name.toStdString();
+    runAsync<std::optional<std::string>>(
+        this, [handler, path, wanted] { return handler->getCommitSHA(path, wanted); },
+        [this, name](std::optional<std::string> sha) {
+            if (!sha || !selectRevision(QString::fromStdString(*sha))) {
+                statusBar()->showMessage(tr("%1 is not in the history shown.").arg(name), 5000);
+            }
+        });
 }
 
 void VNRepoWindow::historyFinished(bool ok) {

@@ -12,6 +12,8 @@ class QLineEdit;
 class QSplitter;
 class QStackedWidget;
 class VNRepoHandler;
+class VNSidebar;
+class VNWorkingCopyPane;
 
 namespace vn::desktop {
 
@@ -43,12 +45,17 @@ class VNRepoWindow : public QMainWindow {
     VNHistoryModel* historyModel() const { return history_; }
     VNHistoryView* historyView() const { return historyView_; }
     VNCommitDetails* details() const { return details_; }
-    QWidget* workingCopyPane() const { return workingCopy_; }
-    QWidget* sidebar() const { return sidebar_; }
+    VNWorkingCopyPane* workingCopyPane() const { return workingCopy_; }
+    VNSidebar* sidebar() const { return sidebar_; }
     QLineEdit* searchField() const { return searchField_; }
 
     // Reads the history (and the panes) again.
     void refresh();
+    // Reads the history again, keeping the chosen row when it is still there.
+    void reloadHistory();
+    // Selects the commit a branch, tag, stash or hash names, asking git when no row carries
+    // the name.
+    void showRevision(const QString& name);
     // Shows only the commits that match; an empty text shows the whole history again.
     void search(const QString& text, SearchMode mode);
     void clearSearch();
@@ -81,8 +88,8 @@ class VNRepoWindow : public QMainWindow {
     VNHistoryFilter* filter_;
     VNHistoryView* historyView_;
     VNCommitDetails* details_;
-    QWidget* workingCopy_;
-    QWidget* sidebar_;
+    VNWorkingCopyPane* workingCopy_;
+    VNSidebar* sidebar_;
     QStackedWidget* lower_;
     QSplitter* mainSplitter_;
     QSplitter* centreSplitter_;

@@ -9,11 +9,13 @@
 
 #include "DesktopSupport.h"
 #include "desktop/VNCommitDetails.h"
+#include "desktop/VNFileListModel.h"
 #include "desktop/VNGraphCell.h"
 #include "desktop/VNHistoryModel.h"
 #include "desktop/VNHistoryView.h"
 #include "desktop/VNRepoWindow.h"
 #include "desktop/VNTheme.h"
+#include "desktop/VNWorkingCopyPane.h"
 #include "git/VNRepoHandlerGit.h"
 #include "model/VNDiffModel.h"
 #include "model/VNLogDescriptionEntry.h"
@@ -153,10 +155,33 @@ TEST_F(RepoWindowTest, SelectingACommitShowsItsFilesAndDiff) {
     EXPECT_EQ(details->diff()->fileEntries()[0]->filename(), "other file.txt");
     EXPECT_TRUE(details->summary()->toPlainText().contains(QStringLiteral("commit 8")));
 
-    // The working-copy row shows the working copy instead of commit details.
+    // The working-copy row shows the working copy instead of commit details; staging and
+    // unstaging there moves the file between the lists and reads the history again.
     window->selectRow(0);
-    EXPECT_TRUE(window->workingCopyPane()->isVisible());
+    VNWorkingCopyPane* pane = window->workingCopyPane();
+    EXPECT_TRUE(pane->isVisible());
     EXPECT_FALSE(details->isVisible());
+    ASSERT_TRUE(waitInLoop([&] { return pane->unstagedModel()->rowCount() == 1; }));
+    auto chooseFirst = [](QListView* list) {
+        list->selectionModel()->select(list->model()->index(0, 0),
+                                       QItemSelectionModel::ClearAndSelect);
+    };
+    int reloads = 0;
+    QObject::connect(window->historyModel(), &QAbstractItemModel::modelReset, [&] { ++reloads; });
+    chooseFirst(pane->unstagedList());
+    pane->stageSelected();
+    ASSERT_TRUE(waitInLoop([&] {
+        return pane->stagedModel()->rowCount() == 1 && pane->unstagedModel()->rowCount() == 0;
+    }));
+    EXPECT_EQ(vn::test::chomp(repo_->git({"diff", "--cached", "--name-only"})), "main.txt");
+    chooseFirst(pane->stagedList());
+    pane->unstageSelected();
+    ASSERT_TRUE(waitInLoop([&] {
+        return pane->stagedModel()->rowCount() == 0 && pane->unstagedModel()->rowCount() == 1;
+    }));
+    EXPECT_GE(reloads, 2);
+    ASSERT_TRUE(loaded(*window));
+    EXPECT_TRUE(window->historyModel()->row(0).isWorkingCopy());
 }
 
 TEST_F(RepoWindowTest, SearchNarrowsTheHistoryByMessageAuthorContentAndHash) {
