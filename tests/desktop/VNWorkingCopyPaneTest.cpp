@@ -186,4 +186,30 @@ TEST(VNWorkingCopyPane, AFailedOperationIsShownAndTheListsStayTrue) {
     EXPECT_EQ(listing(*f.pane->unstagedModel()).size(), 2u);
 }
 
+TEST(VNWorkingCopyPane, UntrackedFilesShowTheirLinesOrABinaryPlaceholder) {
+    PaneFixture f;
+    f.repo.write("blob.bin", std::string("PK\0\x01\x02 binary", 12));
+    f.repo.write("no newline.txt", "one\ntwo");
+    ASSERT_TRUE(f.refreshedAfter([&] { f.pane->refresh(); }));
+    VNDiffView* diff = f.pane->diffView();
+    ASSERT_TRUE(f.diffShownAfter([&] { select(f.pane->unstagedList(), {"blob.bin"}); }));
+    EXPECT_TRUE(diff->isShowingPlaceholder());
+    EXPECT_TRUE(diff->placeholderText().contains(QStringLiteral("Binary")));
+
+    ASSERT_TRUE(f.diffShownAfter([&] { select(f.pane->unstagedList(), {"no newline.txt"}); }));
+    ASSERT_FALSE(diff->isShowingPlaceholder());
+    VNDiffLineModel* lines = diff->lineModel();
+    ASSERT_EQ(lines->rowCount(), 5);
+    EXPECT_EQ(lines->index(0).data().toString(), QStringLiteral("no newline.txt   +2 \u22120"));
+    EXPECT_EQ(lines->index(3).data().toString(), QStringLiteral("two"));
+    EXPECT_EQ(lines->rowAt(3).afterLineNumber, 2);
+    EXPECT_EQ(lines->rowAt(4).prefix, '\\');
+
+    // Both lists' choices together: the diff follows the list chosen last.
+    ASSERT_TRUE(f.diffShownAfter([&] { select(f.pane->unstagedList(), {"a.txt", "blob.bin"}); }));
+    EXPECT_FALSE(diff->isShowingPlaceholder());
+    EXPECT_EQ(lines->index(0).data().toString(), QStringLiteral("a.txt   +1 \u22121"));
+    EXPECT_EQ(f.pane->selectedUnstagedFiles(), (std::vector<std::string>{"a.txt", "blob.bin"}));
+}
+
 }  // namespace
