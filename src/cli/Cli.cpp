@@ -138,7 +138,7 @@ const std::vector<Subcommand>& subcommands() {
     static const std::vector<Subcommand> table = {
         doctorCommand(), diffCommand(),   checkUrlCommand(), logCommand(),      showCommand(),
         refsCommand(),   blameCommand(),  searchCommand(),   overviewCommand(), statusCommand(),
-        addCommand(),    removeCommand(), moveCommand(),     helpCommand(),
+        addCommand(),    removeCommand(), moveCommand(),     openCommand(),     helpCommand(),
     };
     return table;
 }

@@ -89,6 +89,7 @@ int runStatus(Arguments& args);
 int runAdd(Arguments& args);
 int runRemove(Arguments& args);
 int runMove(Arguments& args);
+int runOpen(Arguments& args);
 // The repository at a glance: the summary line, then a page of history with its graph.
 int runOverview(Arguments& args);
 
@@ -105,6 +106,7 @@ const Subcommand& statusCommand();
 const Subcommand& addCommand();
 const Subcommand& removeCommand();
 const Subcommand& moveCommand();
+const Subcommand& openCommand();
 const Subcommand& overviewCommand();
 const Subcommand& helpCommand();
 

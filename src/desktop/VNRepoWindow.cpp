@@ -99,7 +99,17 @@ VNRepoWindow::VNRepoWindow(std::shared_ptr<VNRepoHandler> handler, std::string p
     mainSplitter_->setStretchFactor(0, 0);
     mainSplitter_->setStretchFactor(1, 1);
     mainSplitter_->setSizes({220, 1000});
+    centreSplitter_->setSizes({560, 400});
     setCentralWidget(mainSplitter_);
+    QHeaderView* columns = historyView_->horizontalHeader();
+    const int em = historyView_->fontMetrics().horizontalAdvance(QLatin1Char('M'));
+    columns->resizeSection(VNHistoryModel::AuthorColumn, em * 11);
+    columns->resizeSection(
+        VNHistoryModel::DateColumn,
+        historyView_->fontMetrics().horizontalAdvance(QStringLiteral("2000-00-00 00:00")) + em * 2);
+    columns->resizeSection(
+        VNHistoryModel::CommitColumn,
+        historyView_->fontMetrics().horizontalAdvance(QStringLiteral("0000000000")) + em * 2);
 
     // The toolbar: refresh and search.
     auto* tools = addToolBar(tr("Repository"));
