@@ -212,4 +212,31 @@ TEST(VNWorkingCopyPane, UntrackedFilesShowTheirLinesOrABinaryPlaceholder) {
     EXPECT_EQ(f.pane->selectedUnstagedFiles(), (std::vector<std::string>{"a.txt", "blob.bin"}));
 }
 
+TEST(VNWorkingCopyPane, ALateDiffOfAnEarlierChoiceIsDropped) {
+    PaneFixture f;
+    std::string big;
+    for (int i = 0; i < 200000; ++i) {
+        big.append("line ").append(std::to_string(i)).append("\n");
+    }
+    f.repo.write("big.txt", big);
+    f.repo.git({"add", "big.txt"});
+    f.repo.git({"commit", "-q", "-m", "big"});
+    f.repo.write("big.txt", big + "end\n");
+    for (std::size_t at = 0; at < big.size(); at += 5000) {
+        big[at] = 'L';
+    }
+    f.repo.write("big.txt", big);
+    ASSERT_TRUE(f.refreshedAfter([&] { f.pane->refresh(); }));
+
+    // The big file's diff is asked for first and answers last; only the later choice may show.
+    QSignalSpy shown(f.pane.get(), &VNWorkingCopyPane::diffShown);
+    select(f.pane->unstagedList(), {"big.txt"});
+    select(f.pane->unstagedList(), {"a.txt"});
+    ASSERT_TRUE(waitUntil([&] { return shown.count() > 0; }));
+    waitUntil([&] { return shown.count() > 1; }, 3000);
+    EXPECT_EQ(shown.count(), 1);
+    EXPECT_EQ(f.pane->diffView()->lineModel()->index(0).data().toString(),
+              QStringLiteral("a.txt   +1 \u22121"));
+}
+
 }  // namespace
