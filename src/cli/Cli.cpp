@@ -138,7 +138,8 @@ const std::vector<Subcommand>& subcommands() {
     static const std::vector<Subcommand> table = {
         doctorCommand(), diffCommand(),    checkUrlCommand(), logCommand(),      showCommand(),
         refsCommand(),   blameCommand(),   searchCommand(),   overviewCommand(), statusCommand(),
-        stageCommand(),  unstageCommand(), discardCommand(),  helpCommand(),
+        stageCommand(),  unstageCommand(), discardCommand(),  addCommand(),      removeCommand(),
+        moveCommand(),   openCommand(),    helpCommand(),
     };
     return table;
 }

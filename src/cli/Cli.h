@@ -89,6 +89,10 @@ int runStatus(Arguments& args);
 int runStage(Arguments& args);
 int runUnstage(Arguments& args);
 int runDiscard(Arguments& args);
+int runAdd(Arguments& args);
+int runRemove(Arguments& args);
+int runMove(Arguments& args);
+int runOpen(Arguments& args);
 // The repository at a glance: the summary line, then a page of history with its graph.
 int runOverview(Arguments& args);
 
@@ -105,8 +109,15 @@ const Subcommand& statusCommand();
 const Subcommand& stageCommand();
 const Subcommand& unstageCommand();
 const Subcommand& discardCommand();
+const Subcommand& addCommand();
+const Subcommand& removeCommand();
+const Subcommand& moveCommand();
+const Subcommand& openCommand();
 const Subcommand& overviewCommand();
 const Subcommand& helpCommand();
+
+// Status records grouped as staged, unstaged, unmerged, clean and ignored, one file a line.
+void printStatusGroups(const std::vector<Record>& files);
 
 // History rows, one a line, with the graph beside them when asked.
 void printHistoryRows(const std::vector<Record>& rows, bool graph);

@@ -155,7 +155,9 @@ std::string summaryLine(const Record& summary) {
     return line;
 }
 
-void printGroups(const std::vector<Record>& files) {
+}  // namespace
+
+void printStatusGroups(const std::vector<Record>& files) {
     Group staged{"Staged", "32", {}};
     Group unstaged{"Unstaged", "31", {}};
     Group unmerged{"Unmerged", "1;31", {}};
@@ -203,8 +205,6 @@ void printGroups(const std::vector<Record>& files) {
         }
     }
 }
-
-}  // namespace
 
 int runStatus(Arguments& args) {
     bool json = args.flag("--json");
@@ -267,7 +267,7 @@ int runStatus(Arguments& args) {
         return 0;
     }
     std::cout << summaryLine(summary) << "\n";
-    printGroups(files);
+    printStatusGroups(files);
     return 0;
 }
 

@@ -337,6 +337,35 @@ class VNRepoHandlerGit : public VNRepoHandlerBase {
     std::string fileModeForPatch(const std::string& path, const std::string& file,
                                  bool inHead) override;
 
+    // ---- File operations (VNRepoHandlerGitFiles.cpp) ----
+    // Each list runs one git command over the files, spread over several runs when the file
+    // list would make one command line too long; no files, no tasks.
+    // Stages the files as they are in the working copy, ignored ones too.
+    VNTaskList addTasks(const std::string& path, const std::vector<std::string>& files) override;
+    // Gives the files back their committed state in the index; the working files stay.
+    VNTaskList unstageTasks(const std::string& path,
+                            const std::vector<std::string>& files) override;
+    // Deletes the files from the index and from the disk, changed or not.
+    VNTaskList removeTasks(const std::string& path, const std::vector<std::string>& files) override;
+    // Deletes the files from the index only: they stay on disk, untracked.
+    VNTaskList stopTrackingTasks(const std::string& path,
+                                 const std::vector<std::string>& files) override;
+    // Stages every change of the working copy: new files, changes and deletions.
+    VNTaskList addRemoveTasks(const std::string& path) override;
+    // `git mv`; git has no copy that it records, so a copy is the same move.
+    VNTaskList moveTasks(const std::string& path, const std::string& source,
+                         const std::string& destination) override;
+    VNTaskList copyTasks(const std::string& path, const std::string& source,
+                         const std::string& destination) override;
+    // Gives the working files back what the index holds, dropping their unstaged changes
+    // (staged changes stay); with a revision, both the index and the working files get the
+    // files as that revision has them.
+    VNTaskList revertTasks(const std::string& path, const std::vector<std::string>& files,
+                           uint64_t options, uint64_t submoduleOptions) override;
+    VNTaskList revertTasks(const std::string& path, const std::vector<std::string>& files,
+                           const std::string& revision, uint64_t options,
+                           uint64_t submoduleOptions) override;
+
   private:
     // The "number" of versionDetails, without the rest of the record.
     std::string detectedVersionNumber();

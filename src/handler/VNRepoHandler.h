@@ -285,6 +285,9 @@ class VNRepoHandler : public vn::Object, public VNAuthenticationDelegate {
 
     // ---- File changes and ignores ----------------------------------------------------------
     virtual VNTaskList addTasks(const std::string& path, const std::vector<std::string>& files) = 0;
+    // Takes the files' staged changes back out of the index; the working files stay as they are.
+    virtual VNTaskList unstageTasks(const std::string& path,
+                                    const std::vector<std::string>& files) = 0;
     virtual VNTaskList addRemoveTasks(const std::string& path) = 0;
     virtual VNTaskList removeTasks(const std::string& path,
                                    const std::vector<std::string>& files) = 0;

@@ -918,6 +918,12 @@ VNTaskList VNRepoHandlerBase::addTasks(const std::string& /*path*/,
     return {};
 }
 
+VNTaskList VNRepoHandlerBase::unstageTasks(const std::string& /*path*/,
+                                           const std::vector<std::string>& /*files*/) {
+    mustOverride("unstageTasks");
+    return {};
+}
+
 VNTaskList VNRepoHandlerBase::addRemoveTasks(const std::string& /*path*/) {
     mustOverride("addRemoveTasks");
     return {};

@@ -290,6 +290,8 @@ class VNRepoHandlerBase : public VNRepoHandler,
 
     // ---- File changes and ignores ----------------------------------------------------------
     VNTaskList addTasks(const std::string& path, const std::vector<std::string>& files) override;
+    VNTaskList unstageTasks(const std::string& path,
+                            const std::vector<std::string>& files) override;
     VNTaskList addRemoveTasks(const std::string& path) override;
     VNTaskList removeTasks(const std::string& path, const std::vector<std::string>& files) override;
     VNTaskList stopTrackingTasks(const std::string& path,

@@ -107,4 +107,32 @@ int MainLoop::backendFd() const {
     return uv_backend_fd(loop_);
 }
 
+void MainLoop::setDrivenByOuterLoop(bool driven) {
+    if (driven == driven_) {
+        return;
+    }
+    driven_ = driven;
+    if (driven) {
+        uv_ref(reinterpret_cast<uv_handle_t*>(async_));
+    } else {
+        uv_unref(reinterpret_cast<uv_handle_t*>(async_));
+    }
+}
+
+int MainLoop::nextTimeoutMs() const {
+    uv_update_time(loop_);
+    return uv_backend_timeout(loop_);
+}
+
+bool MainLoop::needsRun() const {
+    // The watcher queue holds descriptors that were started but not yet added to epoll; it is a
+    // public field of uv_loop_t on Unix.
+    bool watchersPending = loop_->watcher_queue[0] != static_cast<void*>(loop_->watcher_queue);
+    return watchersPending || uv_backend_timeout(loop_) == 0;
+}
+
+void MainLoop::runReady() {
+    uv_run(loop_, UV_RUN_NOWAIT);
+}
+
 }  // namespace vn

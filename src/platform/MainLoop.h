@@ -35,6 +35,21 @@ class MainLoop {
     void runOnce(bool wait);
 
     int backendFd() const;
+
+    // ---- Driving from an outer loop (a toolkit's own event loop) -----------------------------
+    // While driven, the wake-up handle is referenced so that libuv counts the loop as alive and
+    // answers real timeouts instead of 0 (which would wake the outer loop without end).
+    void setDrivenByOuterLoop(bool driven);
+    bool drivenByOuterLoop() const { return driven_; }
+    // Milliseconds until libuv's next timer is due, 0 when something is ready now, -1 when
+    // nothing but a readable backend descriptor can give it work.
+    int nextTimeoutMs() const;
+    // Whether a run is owed before the outer loop may sleep on the backend descriptor: libuv
+    // adds descriptors started outside a run (a process's pipes, a timer) to its poll set only
+    // inside a run, and callbacks may be pending.
+    bool needsRun() const;
+    // Runs what is ready without blocking: due timers, readable descriptors, posted work.
+    void runReady();
     uv_loop_s* uvLoop() const { return loop_; }
     std::thread::id ownerThread() const { return owner_; }
 
@@ -48,6 +63,7 @@ class MainLoop {
     std::mutex mutex_;
     std::deque<std::function<void()>> pending_;
     bool stopRequested_ = false;
+    bool driven_ = false;
 };
 
 }  // namespace vn

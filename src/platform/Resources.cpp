@@ -15,7 +15,9 @@ namespace {
 std::mutex gMutex;
 std::string gOverride;
 
-std::string executableFolder() {
+}  // namespace
+
+std::string Resources::executableFolder() {
     char buffer[PATH_MAX];
     ssize_t n = ::readlink("/proc/self/exe", buffer, sizeof buffer - 1);
     if (n <= 0) {
@@ -23,8 +25,6 @@ std::string executableFolder() {
     }
     return fs::deletingLastPathComponent(std::string(buffer, static_cast<std::size_t>(n)));
 }
-
-}  // namespace
 
 std::string Resources::path() {
     {

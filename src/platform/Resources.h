@@ -14,6 +14,8 @@ class Resources {
     static std::string pathFor(std::string_view relative);
     // For tests and front ends that know better; an empty text returns to the default rule.
     static void setPathOverride(std::string path);
+    // The folder of the running executable (where vrnl finds varnel).
+    static std::string executableFolder();
 };
 
 // The application's data folder, $XDG_DATA_HOME/varnel (created on first use).

@@ -1,0 +1,105 @@
+#include "desktop/VNDescriptionCell.h"
+
+#include <QApplication>
+#include <QPainter>
+#include <QPainterPath>
+
+#include "desktop/VNHistoryModel.h"
+#include "model/VNLogDescriptionEntry.h"
+#include "model/VNLogLabel.h"
+
+namespace vn::desktop {
+
+namespace {
+
+QColor blend(const QColor& a, const QColor& b, double weight) {
+    return QColor::fromRgbF(static_cast<float>(a.redF() * weight + b.redF() * (1 - weight)),
+                            static_cast<float>(a.greenF() * weight + b.greenF() * (1 - weight)),
+                            static_cast<float>(a.blueF() * weight + b.blueF() * (1 - weight)));
+}
+
+}  // namespace
+
+QColor VNDescriptionCell::chipColour(const VNLogLabel& label, const QPalette& palette) {
+    QColor hue;
+    switch (label.type()) {
+        case VNLogLabel::Tag:
+            hue = QColor(214, 160, 30);
+            break;
+        case VNLogLabel::RemoteBranch:
+            hue = QColor(70, 130, 210);
+            break;
+        default:
+            hue = QColor(60, 170, 90);
+            break;
+    }
+    const bool dark = palette.color(QPalette::Base).lightnessF() < 0.5;
+    double weight = label.currentMarker() ? 0.55 : 0.32;
+    return blend(hue, palette.color(QPalette::Base), dark ? weight + 0.1 : weight);
+}
+
+QString VNDescriptionCell::chipText(const VNLogLabel& label) {
+    QString text = QString::fromStdString(label.label());
+    if (!label.annotation().empty()) {
+        text += QStringLiteral(" ") + QString::fromStdString(label.annotation());
+    }
+    return text;
+}
+
+void VNDescriptionCell::paint(QPainter* painter, const QStyleOptionViewItem& option,
+                              const QModelIndex& index) const {
+    QStyleOptionViewItem opt = option;
+    initStyleOption(&opt, index);
+    auto pointer = index.data(VNHistoryModel::RowRole).value<quintptr>();
+    const VNHistoryRow* row = pointer ? reinterpret_cast<const VNHistoryRow*>(pointer) : nullptr;
+    if (!row || !row->description || row->description->labels().empty()) {
+        if (row && row->isWorkingCopy()) {
+            opt.font.setItalic(true);
+        }
+        QStyledItemDelegate::paint(painter, opt, index);
+        return;
+    }
+    const QWidget* widget = option.widget;
+    QStyle* style = widget ? widget->style() : QApplication::style();
+    QString subject = opt.text;
+    opt.text.clear();
+    style->drawControl(QStyle::CE_ItemViewItem, &opt, painter, widget);
+
+    painter->save();
+    painter->setClipRect(option.rect);
+    painter->setRenderHint(QPainter::Antialiasing, true);
+    QRectF area = QRectF(option.rect).adjusted(3, 2, -3, -2);
+    const QFontMetricsF metrics(opt.font);
+    double x = area.left();
+    for (const auto& label : row->description->labels()) {
+        if (!label) {
+            continue;
+        }
+        QString text = chipText(*label);
+        QFont font = opt.font;
+        font.setBold(label->currentMarker());
+        painter->setFont(font);
+        double width = QFontMetricsF(font).horizontalAdvance(text) + 10;
+        if (x + width > area.right()) {
+            break;
+        }
+        QRectF chip(x, area.top(), width, area.height());
+        QColor fill = chipColour(*label, opt.palette);
+        painter->setPen(QPen(fill.darker(130), 1));
+        painter->setBrush(fill);
+        painter->drawRoundedRect(chip, 4, 4);
+        painter->setPen(opt.palette.color(QPalette::Text));
+        painter->drawText(chip, Qt::AlignCenter, text);
+        x += width + 4;
+    }
+    painter->setFont(opt.font);
+    QRectF textRect(x + 2, option.rect.top(), option.rect.right() - x - 2, option.rect.height());
+    QPalette::ColorRole role =
+        opt.state.testFlag(QStyle::State_Selected) ? QPalette::HighlightedText : QPalette::Text;
+    painter->setPen(opt.palette.color(role));
+    painter->drawText(textRect, Qt::AlignVCenter | Qt::AlignLeft,
+                      metrics.elidedText(subject, Qt::ElideRight, textRect.width()));
+    painter->restore();
+}
+
+}  // namespace vn::desktop

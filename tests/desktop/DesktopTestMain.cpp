@@ -1,0 +1,19 @@
+#include <QApplication>
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+
+#include "desktop/VNMainLoopBridge.h"
+#include "support/TestEnvironment.h"
+
+int main(int argc, char** argv) {
+    ::testing::InitGoogleTest(&argc, argv);
+    vn::test::isolateEnvironment();
+    // The tests draw offscreen unless a platform was chosen on purpose.
+    setenv("QT_QPA_PLATFORM", "offscreen", 0);
+    QApplication app(argc, argv);
+    auto* bridge = new vn::desktop::VNMainLoopBridge(&app);
+    (void)bridge;
+    return RUN_ALL_TESTS();
+}

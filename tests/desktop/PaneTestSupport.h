@@ -1,0 +1,76 @@
+#pragma once
+
+#include <QAbstractItemModelTester>
+#include <QEventLoop>
+#include <QString>
+#include <QStringList>
+#include <QTimer>
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <memory>
+#include <ostream>
+
+// Failed comparisons of QString print the text, not its bytes.
+inline void PrintTo(const QString& text, std::ostream* out) {
+    *out << '"' << text.toStdString() << '"';
+}
+
+namespace vn::test {
+
+// Runs QAbstractItemModelTester on a model for as long as it lives and fails the test for every
+// warning the tester prints meanwhile.
+class CheckedModel {
+  public:
+    explicit CheckedModel(QAbstractItemModel* model) {
+        messages() = {};
+        previous_ = qInstallMessageHandler(&CheckedModel::handle);
+        tester_ = std::make_unique<QAbstractItemModelTester>(
+            model, QAbstractItemModelTester::FailureReportingMode::Warning);
+    }
+    ~CheckedModel() {
+        tester_.reset();
+        qInstallMessageHandler(previous_);
+        EXPECT_TRUE(messages().isEmpty()) << messages().join(QStringLiteral("\n")).toStdString();
+    }
+    CheckedModel(const CheckedModel&) = delete;
+    CheckedModel& operator=(const CheckedModel&) = delete;
+
+  private:
+    static QStringList& messages() {
+        static QStringList list;
+        return list;
+    }
+    static void handle(QtMsgType type, const QMessageLogContext& context, const QString& text) {
+        // The tester's own category; the offscreen platform's notes about windows are not the
+        // model's business.
+        if (type != QtDebugMsg && type != QtInfoMsg && context.category &&
+            QByteArray(context.category).startsWith("qt.modeltest")) {
+            messages().append(QString::fromUtf8(context.category ? context.category : "") +
+                              QStringLiteral(": ") + text);
+        }
+    }
+    QtMessageHandler previous_ = nullptr;
+    std::unique_ptr<QAbstractItemModelTester> tester_;
+};
+
+// Spins a real event loop until `done` holds or the time is up; answers `done()`.
+inline bool waitUntil(const std::function<bool()>& done, int timeoutMs = 20000) {
+    if (done()) {
+        return true;
+    }
+    QEventLoop loop;
+    QTimer check;
+    QObject::connect(&check, &QTimer::timeout, &loop, [&] {
+        if (done()) {
+            loop.quit();
+        }
+    });
+    check.start(10);
+    QTimer::singleShot(timeoutMs, &loop, &QEventLoop::quit);
+    loop.exec();
+    return done();
+}
+
+}  // namespace vn::test
