@@ -1,0 +1,16 @@
+#!/bin/sh
+# The signing program git is given as gpg.program: runs GnuPG 2 under whichever name it has
+# here (gpg2 where both versions are installed, gpg elsewhere), with the arguments git passes.
+# The folder of the "gpgProgram" preference is on PATH, so the user's choice is found first.
+for candidate in gpg2 gpg; do
+    if command -v "$candidate" >/dev/null 2>&1; then
+        # A pinentry on the terminal needs to know which terminal that is.
+        if [ -z "$GPG_TTY" ] && [ -t 0 ]; then
+            GPG_TTY=$(tty)
+            export GPG_TTY
+        fi
+        exec "$candidate" "$@"
+    fi
+done
+echo "vngpg.sh: GnuPG (gpg2 or gpg) was not found on PATH" >&2
+exit 127
