@@ -136,9 +136,10 @@ std::string colour(std::string_view text, std::string_view sgr) {
 
 const std::vector<Subcommand>& subcommands() {
     static const std::vector<Subcommand> table = {
-        doctorCommand(),   diffCommand(),   checkUrlCommand(), logCommand(),
-        showCommand(),     refsCommand(),   blameCommand(),    searchCommand(),
-        overviewCommand(), statusCommand(), helpCommand(),
+        doctorCommand(), diffCommand(),  checkUrlCommand(), logCommand(),      showCommand(),
+        refsCommand(),   blameCommand(), searchCommand(),   overviewCommand(), statusCommand(),
+        commitCommand(), initCommand(),  cloneCommand(),    pushCommand(),     pullCommand(),
+        fetchCommand(),  helpCommand(),
     };
     return table;
 }

@@ -88,6 +88,12 @@ int runSearch(Arguments& args);
 int runStatus(Arguments& args);
 // The repository at a glance: the summary line, then a page of history with its graph.
 int runOverview(Arguments& args);
+int runCommit(Arguments& args);
+int runInit(Arguments& args);
+int runClone(Arguments& args);
+int runPush(Arguments& args);
+int runPull(Arguments& args);
+int runFetch(Arguments& args);
 
 // The commands, each with its usage text, defined beside the code that runs it.
 const Subcommand& doctorCommand();
@@ -101,6 +107,12 @@ const Subcommand& searchCommand();
 const Subcommand& statusCommand();
 const Subcommand& overviewCommand();
 const Subcommand& helpCommand();
+const Subcommand& commitCommand();
+const Subcommand& initCommand();
+const Subcommand& cloneCommand();
+const Subcommand& pushCommand();
+const Subcommand& pullCommand();
+const Subcommand& fetchCommand();
 
 // History rows, one a line, with the graph beside them when asked.
 void printHistoryRows(const std::vector<Record>& rows, bool graph);
