@@ -7,6 +7,8 @@ packages=(
     libicu-dev libyajl-dev libuv1-dev libcurl4-openssl-dev libsecret-1-dev
     googletest libgtest-dev libgmock-dev libbenchmark-dev
     git mercurial git-flow git-lfs subversion gnupg patch file
+    # the tests serve repositories over HTTP with a small Python server
+    python3
     # localedef's data: the tests build a German locale when the system has none
     locales
 )
