@@ -1,14 +1,9 @@
 #!/bin/sh
 # The signing program git is given as gpg.program: runs GnuPG 2 under whichever name it has
 # here (gpg2 where both versions are installed, gpg elsewhere), with the arguments git passes.
-# The folder of the "gpgProgram" preference is on PATH, so the user's choice is found first.
+# The folder of the "gpgProgram" preference is on PATH too, so a GnuPG kept only there is found.
 for candidate in gpg2 gpg; do
     if command -v "$candidate" >/dev/null 2>&1; then
-        # A pinentry on the terminal needs to know which terminal that is.
-        if [ -z "$GPG_TTY" ] && [ -t 0 ]; then
-            GPG_TTY=$(tty)
-            export GPG_TTY
-        fi
         exec "$candidate" "$@"
     fi
 done

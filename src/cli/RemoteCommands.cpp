@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <csignal>
+#include <cstdlib>
 #include <filesystem>
 #include <iostream>
 
@@ -219,6 +220,12 @@ int runCommit(Arguments& args) {
     }
     if (!key.empty()) {
         options |= VNRepoHandlerGit::CommitSign;
+        // A passphrase is asked on this terminal: the command's own standard input is a
+        // pseudo-terminal that nobody reads.
+        const char* terminal = ::isatty(STDIN_FILENO) ? ::ttyname(STDIN_FILENO) : nullptr;
+        if (terminal && !std::getenv("GPG_TTY")) {
+            ::setenv("GPG_TTY", terminal, 1);
+        }
     }
     if (all) {
         options |= VNRepoHandlerGit::CommitAll;
