@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <filesystem>
 
 #include "git/VNRepoHandlerGit.h"
 #include "platform/CredentialStore.h"
@@ -100,7 +101,17 @@ TEST(RemoteAuthentication, HttpPushPromptsOnceStoresAndAsksAgainAfterARefusal) {
     EXPECT_NE(cancelled->errorOutput().find("User cancelled password prompt."), std::string::npos);
     EXPECT_EQ(cancelled->authRetryCount(), 0);
 
-    std::string stored = vn::test::readFile(vn::FileCredentialStore::defaultPath());
+    // The password is in the store and nowhere else: not in a log, nor in a file beside it.
+    std::string storePath = vn::FileCredentialStore::defaultPath();
+    for (const std::string& root : {vn::test::sandboxPath(), scratch.path()}) {
+        for (const auto& file : std::filesystem::recursive_directory_iterator(root)) {
+            if (file.is_regular_file() && file.path() != storePath) {
+                EXPECT_EQ(vn::test::readFile(file.path()).find("wonder land"), std::string::npos)
+                    << file.path();
+            }
+        }
+    }
+    std::string stored = vn::test::readFile(storePath);
     vn::CredentialStore::setShared(nullptr);
     EXPECT_EQ(stored.find("stale"), std::string::npos);
 }
