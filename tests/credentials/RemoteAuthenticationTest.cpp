@@ -116,4 +116,56 @@ TEST(RemoteAuthentication, HttpPushPromptsOnceStoresAndAsksAgainAfterARefusal) {
     EXPECT_EQ(stored.find("stale"), std::string::npos);
 }
 
+// A git too old for credential helpers asks through the prompt companion itself (SSH_ASKPASS),
+// which answers from the store, files what the user typed, and asks again once the remote has
+// refused a stored password.
+TEST(RemoteAuthentication, ThePromptCompanionStoresAndForgetsPasswordsWithoutTheHelper) {
+    vn::test::GitHttpServer server("bob", "pass word");
+    if (!server.running()) {
+        GTEST_SKIP() << "the test HTTP server did not start";
+    }
+    TempDir scratch("varnel-askpass-http");
+    vn::test::runProgram(server.root(), "git", {"init", "-q", "--bare", "remote.git"});
+    std::string url = server.url("remote.git");
+    url.insert(7, "bob@");
+    ScopedEnvironment data("XDG_DATA_HOME", scratch.file("data"));
+    auto shared = std::make_shared<vn::FileCredentialStore>(vn::FileCredentialStore::defaultPath());
+    vn::CredentialStore::setShared(shared);
+    std::string answers = scratch.file("answers");
+    ScopedEnvironment answerFile("VARNEL_LOGIN_ANSWER_FILE", answers);
+
+    GitRepository work;
+    work.git({"remote", "add", "origin", url});
+    auto handler = std::make_shared<VNRepoHandlerGit>();
+    handler->setDetectedGitVersion("1.7.9");
+    struct Step {
+        const char* name;
+        std::string answers;
+        const char* storedBefore;
+        std::size_t questionsAfter;
+        int64_t retries;
+    };
+    const std::vector<Step> steps = {
+        {"asked and filed", "pass word\n", nullptr, 1, 0},
+        {"answered from the store", "", nullptr, 1, 0},
+        {"a refused password is dropped and asked again", "pass word\n", "stale", 2, 1},
+    };
+    int n = 0;
+    for (const Step& step : steps) {
+        SCOPED_TRACE(step.name);
+        work.commitFile("a.txt", std::to_string(++n) + "\n", "commit");
+        vn::test::writeFile(answers, step.answers);
+        if (step.storedBefore) {
+            shared->setPasswordForURL(url, "bob", step.storedBefore);
+        }
+        auto task = handler->pushTask(work.path(), "origin");
+        ASSERT_TRUE(task->askpassEnvironment()->contains("SSH_ASKPASS"));
+        EXPECT_TRUE(task->run()) << task->errorOutput();
+        EXPECT_EQ(task->authRetryCount(), step.retries);
+        EXPECT_EQ(lineCount(vn::test::readFile(answers + ".asked")), step.questionsAfter);
+        EXPECT_EQ(shared->passwordForURL(url, "bob"), "pass word");
+    }
+    vn::CredentialStore::setShared(nullptr);
+}
+
 }  // namespace
