@@ -144,4 +144,27 @@ TEST(VrnlRemoteCommands, FailuresShowGitsOwnTextAndAFailedCloneLeavesNothing) {
     EXPECT_NE(refused->errorOutput().find("fatal:"), std::string::npos) << refused->errorOutput();
 }
 
+TEST(VrnlRemoteCommands, ProgressBarsOnATerminal) {
+    auto script = vn::fs::findExecutable("script");
+    if (!script) {
+        GTEST_SKIP() << "util-linux's script, which gives vrnl a terminal, is not installed";
+    }
+    GitRepository source;
+    for (int i = 0; i < 5; ++i) {
+        source.commitFile("f" + std::to_string(i), std::to_string(i) + "\n", "commit");
+    }
+    TempDir dir("varnel-cli-tty");
+    auto run = vn::test::runProgram(
+        dir.path(), *script,
+        {"-qec", std::string(VARNEL_TEST_VRNL) + " clone file://" + source.path() + " out",
+         "/dev/null"});
+    ASSERT_TRUE(run->success()) << run->output();
+    const std::string& screen = run->output();
+    // git's phases drawn as bars in place, each ended with its own final line.
+    EXPECT_NE(screen.find("Receiving objects ["), std::string::npos) << screen;
+    EXPECT_NE(screen.find("] 100% ("), std::string::npos);
+    EXPECT_NE(screen.find("\x1b[K"), std::string::npos);
+    EXPECT_TRUE(vn::fs::exists(dir.file("out/f4")));
+}
+
 }  // namespace
