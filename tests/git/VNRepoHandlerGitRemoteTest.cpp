@@ -286,6 +286,12 @@ TEST(GitRemoteTasks, PullArgumentsFollowTheChoices) {
         EXPECT_EQ(summary(handler, *tasks[2]), c.update);
         EXPECT_TRUE(tasks[2]->askpassEnvironment()) << "the update may reach submodule remotes";
     }
+    EXPECT_EQ(summary(handler, *handler.pushTask(pair.work.path(), "origin", std::string("main"),
+                                                 std::nullopt, true)),
+              "push -v -f origin refs/heads/main:refs/heads/main");
+    EXPECT_EQ(summary(handler, *handler.pushTask(pair.work.path(), "origin", std::string("main"),
+                                                 std::string("HEAD~1"), false)),
+              "push -v origin HEAD~1:refs/heads/main");
     // A remote that would read as an option is kept an operand.
     auto hostile = handler.pushTask(pair.work.path(), "--upload-pack=touch /tmp/x", false);
     EXPECT_EQ(summary(handler, *hostile), "push -v --all -- --upload-pack=touch /tmp/x");
