@@ -461,12 +461,12 @@ int runPush(Arguments& args) {
             }
             branches.push_back(current);
         }
-        for (const std::string& spec : branches) {
+        for (const std::string& given : branches) {
             VNGitPushBranchEntry entry;
             entry.push = true;
-            std::size_t colon = spec.find(':');
-            entry.localBranch = spec.substr(0, colon);
-            entry.remoteBranch = colon == std::string::npos ? "" : spec.substr(colon + 1);
+            std::size_t colon = given.find(':');
+            entry.localBranch = given.substr(0, colon);
+            entry.remoteBranch = colon == std::string::npos ? "" : given.substr(colon + 1);
             // A branch without an upstream gets this one, as a first push usually means.
             bool hasUpstream = !upstreams.string(entry.localBranch).empty();
             entry.track = setUpstream || (!hasUpstream && !noUpstream)
