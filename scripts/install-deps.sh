@@ -9,6 +9,8 @@ packages=(
     # the desktop application; its tests draw on the offscreen platform plugin (in qt6-base)
     qt6-base-dev qt6-svg-dev libgl-dev
     git mercurial git-flow git-lfs subversion gnupg patch file
+    # the tests serve repositories over HTTP with a small Python server
+    python3
     # localedef's data: the tests build a German locale when the system has none
     locales
 )

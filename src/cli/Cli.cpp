@@ -139,7 +139,8 @@ const std::vector<Subcommand>& subcommands() {
         doctorCommand(), diffCommand(),    checkUrlCommand(), logCommand(),      showCommand(),
         refsCommand(),   blameCommand(),   searchCommand(),   overviewCommand(), statusCommand(),
         stageCommand(),  unstageCommand(), discardCommand(),  addCommand(),      removeCommand(),
-        moveCommand(),   openCommand(),    helpCommand(),
+        moveCommand(),   commitCommand(),  initCommand(),     cloneCommand(),    pushCommand(),
+        pullCommand(),   fetchCommand(),   openCommand(),     helpCommand(),
     };
     return table;
 }

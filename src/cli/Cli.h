@@ -95,6 +95,12 @@ int runMove(Arguments& args);
 int runOpen(Arguments& args);
 // The repository at a glance: the summary line, then a page of history with its graph.
 int runOverview(Arguments& args);
+int runCommit(Arguments& args);
+int runInit(Arguments& args);
+int runClone(Arguments& args);
+int runPush(Arguments& args);
+int runPull(Arguments& args);
+int runFetch(Arguments& args);
 
 // The commands, each with its usage text, defined beside the code that runs it.
 const Subcommand& doctorCommand();
@@ -115,6 +121,12 @@ const Subcommand& moveCommand();
 const Subcommand& openCommand();
 const Subcommand& overviewCommand();
 const Subcommand& helpCommand();
+const Subcommand& commitCommand();
+const Subcommand& initCommand();
+const Subcommand& cloneCommand();
+const Subcommand& pushCommand();
+const Subcommand& pullCommand();
+const Subcommand& fetchCommand();
 
 // Status records grouped as staged, unstaged, unmerged, clean and ignored, one file a line.
 void printStatusGroups(const std::vector<Record>& files);

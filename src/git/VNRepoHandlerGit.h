@@ -7,6 +7,7 @@
 #include <string_view>
 #include <vector>
 
+#include "git/VNGitPushBranchEntry.h"
 #include "handler/VNRepoHandlerBase.h"
 
 // The Git backend. This part is its frame: which git runs, the words every git command line
@@ -81,6 +82,91 @@ class VNRepoHandlerGit : public VNRepoHandlerBase {
     bool validatePathOrURL(const std::string& pathOrURL,
                            VNPathOrURLValidationDelegate* delegate) override;
     bool checkConfigForRepo(const std::string& path, bool fixAndPrompt) override;
+
+    // ---- Commit, clone and init (VNRepoHandlerGitCommit.cpp) ----
+    // Commit option bits.
+    static constexpr uint64_t CommitAmend = 1;
+    static constexpr uint64_t CommitAll = 2;
+    static constexpr uint64_t CommitSignoff = 4;
+    static constexpr uint64_t CommitBypassHooks = 8;
+    static constexpr uint64_t CommitSign = 16;
+    // Writes the message ("no message" when empty, so that git never aborts for want of one) to
+    // a new file "VarnelTemp.XXXXXX" in the temporary folder; nothing when it cannot be written.
+    static std::optional<std::string> writeCommitMessageFile(const std::string& message);
+    // Commits the files as they are in the working copy; a non-empty `gpgKey` always signs.
+    // The message file lives as long as the task. Null when the message cannot be written.
+    std::shared_ptr<VNTask> commitTask(const std::string& path,
+                                       const std::vector<std::string>& files,
+                                       const std::string& message, const std::string& author,
+                                       const std::string& gpgKey, uint64_t options);
+    // Commits what is staged (every tracked change with CommitAll); signs only with CommitSign
+    // and a key.
+    std::shared_ptr<VNTask> commitTask(const std::string& path, const std::string& message,
+                                       const std::string& author, const std::string& gpgKey,
+                                       uint64_t options);
+    // The signing wrapper given to git as gpg.program.
+    static std::string signingWrapperPath();
+    std::shared_ptr<VNTask> cloneTaskForSource(const std::string& source,
+                                               const std::string& destination,
+                                               const vn::Record& options) override;
+    std::shared_ptr<VNTask> createNewRepoTask(const std::string& path) override;
+    // Removes what a failed or cancelled clone left at `destination`, only when nothing was
+    // there before it started (`existedBefore`) so that no folder of the user's is touched.
+    static bool discardIncompleteClone(const std::string& destination, bool existedBefore);
+
+    // ---- Push, pull and fetch (VNRepoHandlerGitRemote.cpp) ----
+    // push.default as a mode.
+    static constexpr unsigned PushDefaultMatching = 0;
+    static constexpr unsigned PushDefaultUpstream = 1;
+    static constexpr unsigned PushDefaultCurrent = 2;
+    static constexpr unsigned PushDefaultSimple = 3;
+    static constexpr unsigned PushDefaultNothing = 4;
+    // Submodule option bit: do not recurse.
+    static constexpr uint64_t SubmoduleNoRecursion = 1;
+
+    // Every branch (`--all`) to the remote, forced or not.
+    std::shared_ptr<VNTask> pushTask(const std::string& path, const std::string& remote) override;
+    std::shared_ptr<VNTask> pushTask(const std::string& path, const std::string& remote,
+                                     bool forcePush) override;
+    std::shared_ptr<VNTask> pushTaskRemoteName(const std::string& path,
+                                               const std::string& remoteName) override;
+    // One reference (a branch, a tag or "src:dst") to the remote.
+    std::shared_ptr<VNTask> pushTaskRef(const std::string& path, const std::string& remote,
+                                        const std::string& ref);
+    // A branch (or, with a revision, that commit as the branch) to the remote.
+    std::shared_ptr<VNTask> pushTask(const std::string& path, const std::string& remote,
+                                     const std::optional<std::string>& branch,
+                                     const std::optional<std::string>& revision,
+                                     bool forcePush) override;
+    // The branches of a push list: one push of the entries that set their upstream, one of the
+    // others that push, then an upstream removal for each untracked entry with a remote branch.
+    VNTaskList pushTasks(const std::string& path, const std::string& remote,
+                         const std::vector<VNGitPushBranchEntry>& branchPushList, bool forcePush);
+    // With a remote branch, makes it the local branch's upstream; without, removes the upstream.
+    std::shared_ptr<VNTask> setTrackingBranchTask(const std::string& path,
+                                                  const std::string& localBranch,
+                                                  const std::optional<std::string>& remoteBranch);
+    // push.default of the repository (or, without a path, of the user), as a PushDefault mode.
+    unsigned pushBranchDefaultOption(const std::optional<std::string>& path);
+    // The mode a push.default value gives; unset or empty values follow the git version.
+    static unsigned pushDefaultModeFor(std::string_view value, std::string_view gitVersion);
+    // The fetch of the remote, then the pull with its choices, then the submodule update.
+    VNTaskList pullTasks(const std::string& path, const std::string& remote,
+                         const std::string& branch, bool commit, bool includeLog,
+                         bool commitEvenIfFF, bool rebase, uint64_t submoduleUpdateOptions);
+    // `git submodule update --init`, recursive unless SubmoduleNoRecursion.
+    std::shared_ptr<VNTask> submoduleUpdateTask(const std::string& path,
+                                                uint64_t submoduleUpdateOptions);
+    // One fetch per remote (every remote when none is given), then the Subversion fetch when
+    // the repository has a Subversion bridge.
+    VNTaskList fetchTasks(const std::string& path, const std::optional<std::string>& remote,
+                          bool prune, bool tags);
+    // Subversion bridge: rebase onto the Subversion head, then commit to it.
+    VNTaskList svnDCommitTasks(const std::string& path, const std::string& branch);
+    std::shared_ptr<VNTask> svnFetchTask(const std::string& path);
+    // Whether the repository has git-svn remotes; whether a remote is a Subversion one.
+    bool hasSvnInterop(const std::string& path) override;
+    bool isRemoteSvn(const std::string& path, const std::string& remote) override;
 
     // ---- Working-copy status (VNRepoHandlerGitStatus.cpp) ----
     using VNRepoHandlerBase::fileStatus;

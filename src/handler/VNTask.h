@@ -142,6 +142,10 @@ class VNTask : public vn::Object, public std::enable_shared_from_this<VNTask> {
         authenticationFailedDelegate_ = std::move(d);
     }
     bool blocking() const { return blocking_; }
+    // Keeps `resource` as long as the task lives: a file the command reads, removed with it.
+    void holdUntilReleased(std::shared_ptr<void> resource) {
+        heldResources_.push_back(std::move(resource));
+    }
     // The master side of the pseudo-terminal given as standard input (-1 without one).
     int ttyFileDescriptor() const { return ttyFileHandle_.fd(); }
 
@@ -205,4 +209,5 @@ class VNTask : public vn::Object, public std::enable_shared_from_this<VNTask> {
     std::unique_ptr<vn::Process> internalTask_;
     std::chrono::steady_clock::time_point launchTime_;
     mutable std::recursive_mutex mutex_;
+    std::vector<std::shared_ptr<void>> heldResources_;
 };

@@ -2,11 +2,13 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cstdlib>
 #include <mutex>
 
 #include "base/Regex.h"
 #include "platform/FileCredentialStore.h"
 #include "platform/Log.h"
+#include "platform/SecretServiceCredentialStore.h"
 
 namespace vn {
 
@@ -143,9 +145,19 @@ std::optional<RemoteAddress> RemoteAddress::parse(std::string_view url) {
 std::shared_ptr<CredentialStore> CredentialStore::shared() {
     std::lock_guard<std::mutex> lock(gSharedMutex);
     if (!gShared) {
-        gShared = std::make_shared<FileCredentialStore>();
+        gShared = makeDefault();
     }
     return gShared;
+}
+
+std::shared_ptr<CredentialStore> CredentialStore::makeDefault() {
+    const char* choice = std::getenv("VARNEL_CREDENTIAL_STORE");
+    if (!(choice && std::string_view(choice) == "file")) {
+        if (auto secretService = SecretServiceCredentialStore::connect()) {
+            return secretService;
+        }
+    }
+    return std::make_shared<FileCredentialStore>();
 }
 
 void CredentialStore::setShared(std::shared_ptr<CredentialStore> store) {
@@ -166,6 +178,16 @@ std::string CredentialStore::userFromURL(std::string_view url) {
 std::string CredentialStore::redactURLPasswords(std::string_view text) {
     static const Regex userInfo("([A-Za-z][A-Za-z0-9+.\\-]*://[^/\\s:@]*):[^/\\s@]*@");
     return userInfo.replaceAll(text, "$1:***@");
+}
+
+std::optional<CredentialStore::StoredCredential> CredentialStore::credentialForURL(
+    std::string_view url, std::string_view user) {
+    auto password = passwordForURL(url, user);
+    if (!password) {
+        return std::nullopt;
+    }
+    return StoredCredential{user.empty() ? userFromURL(url) : std::string(user),
+                            std::move(*password)};
 }
 
 void CredentialStore::authenticationFailedForURL(std::string_view url) {

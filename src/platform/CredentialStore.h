@@ -30,8 +30,11 @@ class CredentialStore {
   public:
     virtual ~CredentialStore() = default;
 
-    // The store the engine uses (by default the file store in the application data folder).
+    // The store the engine and its companions use: the Secret Service when the session bus has
+    // one, else the file store in the application data folder. VARNEL_CREDENTIAL_STORE=file
+    // chooses the file store whatever the desktop offers.
     static std::shared_ptr<CredentialStore> shared();
+    static std::shared_ptr<CredentialStore> makeDefault();
     // For front ends and tests; null returns to the default.
     static void setShared(std::shared_ptr<CredentialStore> store);
 
@@ -44,6 +47,14 @@ class CredentialStore {
     // The password stored for the URL's service and `user` (the URL's own user when empty).
     virtual std::optional<std::string> passwordForURL(std::string_view url,
                                                       std::string_view user = {}) = 0;
+    // The password with the user it belongs to: for `user` when given (else the URL's own),
+    // else the first stored for the URL's service.
+    struct StoredCredential {
+        std::string user;
+        std::string password;
+    };
+    virtual std::optional<StoredCredential> credentialForURL(std::string_view url,
+                                                             std::string_view user = {});
     virtual bool setPasswordForURL(std::string_view url, std::string_view user,
                                    std::string_view password) = 0;
     // Drops what is stored for the URL's service: for its user when it names one, else for

@@ -59,6 +59,15 @@ bool FileCredentialStore::save(const std::vector<Entry>& entries) const {
 
 std::optional<std::string> FileCredentialStore::passwordForURL(std::string_view url,
                                                                std::string_view user) {
+    auto credential = credentialForURL(url, user);
+    if (!credential) {
+        return std::nullopt;
+    }
+    return std::move(credential->password);
+}
+
+std::optional<CredentialStore::StoredCredential> FileCredentialStore::credentialForURL(
+    std::string_view url, std::string_view user) {
     auto address = RemoteAddress::parse(url);
     if (!address) {
         return std::nullopt;
@@ -71,7 +80,7 @@ std::optional<std::string> FileCredentialStore::passwordForURL(std::string_view 
     }
     for (const Entry& entry : *entries) {
         if (entry.service == address->service() && (wanted.empty() || entry.user == wanted)) {
-            return entry.password;
+            return StoredCredential{entry.user, entry.password};
         }
     }
     return std::nullopt;

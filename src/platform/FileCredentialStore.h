@@ -22,6 +22,8 @@ class FileCredentialStore : public CredentialStore {
 
     std::optional<std::string> passwordForURL(std::string_view url,
                                               std::string_view user = {}) override;
+    std::optional<StoredCredential> credentialForURL(std::string_view url,
+                                                     std::string_view user = {}) override;
     bool setPasswordForURL(std::string_view url, std::string_view user,
                            std::string_view password) override;
     std::size_t removePasswordForURL(std::string_view url) override;

@@ -66,6 +66,8 @@ void isolateEnvironment() {
     ::setenv("TZ", "UTC", 1);
     ::setenv("LC_ALL", "C.UTF-8", 1);
     ::setenv("GIT_CONFIG_NOSYSTEM", "1", 1);
+    // Passwords go to the sandbox's file store, never to the developer's keyring.
+    ::setenv("VARNEL_CREDENTIAL_STORE", "file", 1);
     ::setenv("GIT_AUTHOR_NAME", "Test Author", 1);
     ::setenv("GIT_AUTHOR_EMAIL", "author@example.com", 1);
     ::setenv("GIT_COMMITTER_NAME", "Test Committer", 1);
