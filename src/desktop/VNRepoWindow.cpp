@@ -321,7 +321,8 @@ void VNRepoWindow::selectRow(int row) {
     }
     QModelIndex index = model->index(row, VNHistoryModel::DescriptionColumn);
     historyView_->setCurrentIndex(index);
-    historyView_->scrollTo(index);
+    historyView_->scrollTo(
+        index, row == 0 ? QAbstractItemView::EnsureVisible : QAbstractItemView::PositionAtCenter);
 }
 
 bool VNRepoWindow::selectRevision(const QString& revision) {
