@@ -110,7 +110,17 @@ Run openOnce(const std::string& path) {
     window.repaint();
     run.painted = static_cast<double>(clock.nsecsElapsed()) / 1e6;
     VNHistoryModel* model = window.historyModel();
+    std::vector<std::pair<double, int>> batches;
+    auto connection = QObject::connect(model, &VNHistoryModel::rowsArrived, [&](int total) {
+        batches.emplace_back(static_cast<double>(clock.nsecsElapsed()) / 1e6, total);
+    });
     waitUntil([&] { return model->rowCount() >= 1000 || !model->isLoading(); }, 120000);
+    QObject::disconnect(connection);
+    if (std::getenv("VARNEL_BENCH_BATCHES")) {
+        for (const auto& [at, total] : batches) {
+            std::fprintf(stderr, "batch at %.1f ms: %d rows\n", at, total);
+        }
+    }
     window.historyView()->viewport()->repaint();
     run.firstThousand = static_cast<double>(clock.nsecsElapsed()) / 1e6;
     waitUntil([&] { return !model->isLoading(); }, 600000);
