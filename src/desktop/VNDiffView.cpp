@@ -1,7 +1,10 @@
 #include "desktop/VNDiffView.h"
 
+#include <QAction>
+#include <QClipboard>
 #include <QEvent>
 #include <QFontDatabase>
+#include <QGuiApplication>
 #include <QItemSelectionModel>
 #include <QLabel>
 #include <QListView>
@@ -221,6 +224,17 @@ VNDiffView::VNDiffView(QWidget* parent) : QWidget(parent) {
     list_->setModel(model_);
     connect(list_->selectionModel(), &QItemSelectionModel::selectionChanged, this,
             [this] { emit selectionChanged(); });
+    auto* copy = new QAction(tr("Copy"), list_);
+    copy->setShortcut(QKeySequence::Copy);
+    copy->setShortcutContext(Qt::WidgetWithChildrenShortcut);
+    connect(copy, &QAction::triggered, this, [this] {
+        QString text = selectedText();
+        if (!text.isEmpty()) {
+            QGuiApplication::clipboard()->setText(text);
+        }
+    });
+    list_->addAction(copy);
+    list_->setContextMenuPolicy(Qt::ActionsContextMenu);
     placeholder_ = new QLabel(this);
     placeholder_->setAlignment(Qt::AlignCenter);
     placeholder_->setWordWrap(true);
@@ -291,6 +305,19 @@ std::vector<int> VNDiffView::selectedRows() const {
     }
     std::sort(rows.begin(), rows.end());
     return rows;
+}
+
+QString VNDiffView::selectedText() const {
+    QString text;
+    for (int row : selectedRows()) {
+        VNDiffLineModel::RowView line = model_->rowAt(row);
+        if (line.prefix == '\\') {
+            continue;
+        }
+        text += QString::fromUtf8(line.text.data(), static_cast<qsizetype>(line.text.size()));
+        text += QLatin1Char('\n');
+    }
+    return text;
 }
 
 void VNDiffView::changeEvent(QEvent* event) {

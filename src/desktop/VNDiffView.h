@@ -28,6 +28,8 @@ class VNDiffView : public QWidget {
     void showPlaceholder(const QString& text);
     // The line rows the user chose, in order; header rows are never among them.
     std::vector<int> selectedRows() const;
+    // The chosen lines' text, one a line, without prefixes (what Copy puts on the clipboard).
+    QString selectedText() const;
 
     // What the view shows, for callers that need to look closer (and tests).
     VNDiffLineModel* lineModel() const { return model_; }

@@ -1,6 +1,7 @@
 #include "desktop/VNRefsModel.h"
 
 #include <QFont>
+#include <QStringList>
 
 #include "git/VNGitLogParser.h"
 #include "git/VNRepoHandlerGit.h"
@@ -200,21 +201,23 @@ QVariant VNRefsModel::data(const QModelIndex& index, int role) const {
     auto section = static_cast<std::size_t>(index.internalId() - 1);
     const Item& item = contents_[section][static_cast<std::size_t>(index.row())];
     switch (role) {
-        case Qt::DisplayRole: {
-            QString text = qs(item.name);
-            if (item.ahead > 0 || item.behind > 0) {
-                text += QStringLiteral("  ");
-                if (item.ahead > 0) {
-                    text += QStringLiteral("\u2191%1").arg(item.ahead);
-                }
-                if (item.behind > 0) {
-                    text += QStringLiteral("\u2193%1").arg(item.behind);
-                }
+        case Qt::DisplayRole:
+            return qs(item.name);
+        case DetailRole: {
+            QStringList parts;
+            if (item.ahead > 0) {
+                parts << QStringLiteral("\u2191%1").arg(item.ahead);
+            }
+            if (item.behind > 0) {
+                parts << QStringLiteral("\u2193%1").arg(item.behind);
+            }
+            if (!item.upstream.empty()) {
+                parts << qs(item.upstream);
             }
             if (!item.detail.empty()) {
-                text += QStringLiteral("  ") + qs(item.detail);
+                parts << qs(item.detail);
             }
-            return text;
+            return parts.join(QStringLiteral("  "));
         }
         case Qt::ToolTipRole: {
             QString tip = qs(item.name);

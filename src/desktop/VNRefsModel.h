@@ -23,6 +23,8 @@ class VNRefsModel : public QAbstractItemModel {
         UpstreamRole,                     // QString: a branch's upstream
         AheadRole,                        // int: commits the branch has that its upstream lacks
         BehindRole,                       // int
+        DetailRole,  // QString shown fainter after the name: ahead/behind and upstream, a
+                     // stash's message, a submodule's commit
     };
     struct Item {
         std::string name;

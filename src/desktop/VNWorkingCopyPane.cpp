@@ -111,7 +111,7 @@ VNWorkingCopyPane::VNWorkingCopyPane(std::shared_ptr<VNRepoHandler> handler, std
                            std::initializer_list<QPushButton*> buttons) {
         auto* box = new QWidget(this);
         auto* layout = new QVBoxLayout(box);
-        layout->setContentsMargins(0, 0, 0, 0);
+        layout->setContentsMargins(4, 4, 4, 4);
         auto* label = new QLabel(title, box);
         QFont bold = label->font();
         bold.setBold(true);
@@ -401,13 +401,28 @@ void VNWorkingCopyPane::runFileOperation(std::function<VNTaskList()> tasks,
 }
 
 void VNWorkingCopyPane::stageSelected() {
-    std::vector<std::string> files = selectedPaths(Side::Unstaged, false);
-    if (files.empty() || operationRunning_) {
+    if (operationRunning_) {
+        return;
+    }
+    // Files gone from the disk are staged as removals, the others as they are.
+    std::vector<std::string> present, missing;
+    for (const QModelIndex& index : unstagedList_->selectionModel()->selectedRows()) {
+        const auto& entry = unstagedModel_->entry(index.row());
+        (entry.status == VNFileStatusMissing ? missing : present).push_back(entry.path);
+    }
+    if (present.empty() && missing.empty()) {
         return;
     }
     auto handler = handler_;
     std::string path = path_;
-    runFileOperation([handler, path, files] { return handler->addTasks(path, files); }, {});
+    runFileOperation(
+        [handler, path, present, missing] {
+            VNTaskList tasks = handler->addTasks(path, present);
+            VNTaskList removals = handler->removeTasks(path, missing);
+            tasks.insert(tasks.end(), removals.begin(), removals.end());
+            return tasks;
+        },
+        {});
 }
 
 void VNWorkingCopyPane::unstageSelected() {

@@ -10,6 +10,12 @@
 
 #include <functional>
 #include <memory>
+#include <ostream>
+
+// Failed comparisons of QString print the text, not its bytes.
+inline void PrintTo(const QString& text, std::ostream* out) {
+    *out << '"' << text.toStdString() << '"';
+}
 
 namespace vn::test {
 

@@ -228,6 +228,14 @@ TEST(VNDiffView, PlaceholdersAndChosenLines) {
     EXPECT_EQ(view.selectedRows(), lines);
     EXPECT_GT(changed.count(), 0);
 
+    // Copy takes the chosen lines' text without prefixes, and not the marker of a missing
+    // final newline.
+    QItemSelectionModel* selection = view.listView()->selectionModel();
+    selection->select(QItemSelection(view.lineModel()->index(4), view.lineModel()->index(10)),
+                      QItemSelectionModel::ClearAndSelect);
+    EXPECT_EQ(view.selectedRows(), (std::vector<int>{4, 5, 6, 8, 9, 10}));
+    EXPECT_EQ(view.selectedText(), QStringLiteral("\tnew   \nadded\nthird\nlast\nlast\n"));
+
     view.showPlaceholder(QStringLiteral("Loading"));
     EXPECT_TRUE(view.selectedRows().empty());
     view.clear();

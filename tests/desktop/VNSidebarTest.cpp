@@ -20,7 +20,13 @@ std::vector<std::string> shown(const VNRefsModel& model, VNRefsModel::Section se
     std::vector<std::string> rows;
     QModelIndex parent = model.index(section, 0);
     for (int row = 0; row < model.rowCount(parent); ++row) {
-        rows.push_back(model.index(row, 0, parent).data().toString().toStdString());
+        QModelIndex index = model.index(row, 0, parent);
+        QString text = index.data().toString();
+        QString detail = index.data(VNRefsModel::DetailRole).toString();
+        if (!detail.isEmpty()) {
+            text += QStringLiteral(" | ") + detail;
+        }
+        rows.push_back(text.toStdString());
     }
     return rows;
 }
@@ -64,15 +70,16 @@ TEST(VNSidebar, ListsARealRepositorysReferencesAndActivatesRevisions) {
     ASSERT_TRUE(waitUntil([&] { return refreshed.count() > 0; }));
 
     EXPECT_EQ(shown(*model, VNRefsModel::Branches),
-              (std::vector<std::string>{"feature  \u21932", "main  \u21911"}));
+              (std::vector<std::string>{"feature | \u21932  origin/main",
+                                        "main | \u21911  origin/main"}));
     EXPECT_EQ(shown(*model, VNRefsModel::RemoteBranches),
               (std::vector<std::string>{"origin/feature", "origin/main"}));
     EXPECT_EQ(shown(*model, VNRefsModel::Tags), (std::vector<std::string>{"light", "v1.0"}));
     EXPECT_EQ(shown(*model, VNRefsModel::Stashes),
-              (std::vector<std::string>{"stash@{0}  On main: half done"}));
+              (std::vector<std::string>{"stash@{0} | On main: half done"}));
     auto submodules = shown(*model, VNRefsModel::Submodules);
     ASSERT_EQ(submodules.size(), 1u);
-    EXPECT_EQ(submodules[0].substr(0, 9), "libs/the ");
+    EXPECT_EQ(submodules[0].substr(0, 15), "libs/the lib | ");
 
     QModelIndex branches = model->index(VNRefsModel::Branches, 0);
     QModelIndex main = model->index(1, 0, branches);

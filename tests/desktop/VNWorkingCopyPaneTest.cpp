@@ -94,12 +94,14 @@ struct PaneFixture {
 
 TEST(VNWorkingCopyPane, StageAndUnstageMoveFilesBetweenTheListsAndShowTheirDiff) {
     PaneFixture f;
+    std::filesystem::remove(f.repo.file("dir/b.txt"));
     vn::test::CheckedModel stagedChecked(f.pane->stagedModel());
     vn::test::CheckedModel unstagedChecked(f.pane->unstagedModel());
     ASSERT_TRUE(f.refreshedAfter([&] { f.pane->refresh(); }));
     EXPECT_EQ(listing(*f.pane->stagedModel()), Listing{});
-    EXPECT_EQ(listing(*f.pane->unstagedModel()),
-              (Listing{{"a.txt", VNFileStatusModified}, {"new file.txt", VNFileStatusUnknown}}));
+    EXPECT_EQ(listing(*f.pane->unstagedModel()), (Listing{{"a.txt", VNFileStatusModified},
+                                                          {"dir/b.txt", VNFileStatusMissing},
+                                                          {"new file.txt", VNFileStatusUnknown}}));
 
     // The chosen file's unstaged diff.
     ASSERT_TRUE(f.diffShownAfter([&] { select(f.pane->unstagedList(), {"a.txt"}); }));
@@ -117,14 +119,15 @@ TEST(VNWorkingCopyPane, StageAndUnstageMoveFilesBetweenTheListsAndShowTheirDiff)
     EXPECT_EQ(lines->rowAt(2).afterLineNumber, 1);
 
     QSignalSpy changed(f.pane.get(), &VNWorkingCopyPane::workingCopyChanged);
-    select(f.pane->unstagedList(), {"a.txt", "new file.txt"});
+    select(f.pane->unstagedList(), {"a.txt", "dir/b.txt", "new file.txt"});
     f.pane->stageSelected();
-    ASSERT_TRUE(waitUntil([&] { return f.pane->stagedModel()->entries().size() == 2; }));
+    ASSERT_TRUE(waitUntil([&] { return f.pane->stagedModel()->entries().size() == 3; }));
     EXPECT_EQ(changed.count(), 1);
-    EXPECT_EQ(listing(*f.pane->stagedModel()),
-              (Listing{{"a.txt", VNFileStatusModified}, {"new file.txt", VNFileStatusAdded}}));
+    EXPECT_EQ(listing(*f.pane->stagedModel()), (Listing{{"a.txt", VNFileStatusModified},
+                                                        {"dir/b.txt", VNFileStatusRemoved},
+                                                        {"new file.txt", VNFileStatusAdded}}));
     EXPECT_EQ(listing(*f.pane->unstagedModel()), Listing{});
-    EXPECT_EQ(f.repo.git({"diff", "--cached", "--name-only"}), "a.txt\nnew file.txt\n");
+    EXPECT_EQ(f.repo.git({"diff", "--cached", "--name-only"}), "a.txt\ndir/b.txt\nnew file.txt\n");
     EXPECT_TRUE(f.pane->errorText().isEmpty());
 
     // The staged diff of one of them, then back out of the index.
@@ -132,10 +135,11 @@ TEST(VNWorkingCopyPane, StageAndUnstageMoveFilesBetweenTheListsAndShowTheirDiff)
     ASSERT_EQ(lines->rowCount(), 3);
     EXPECT_EQ(lines->rowAt(2).prefix, '+');
     f.pane->unstageSelected();
-    ASSERT_TRUE(waitUntil([&] { return f.pane->stagedModel()->entries().size() == 1; }));
-    EXPECT_EQ(listing(*f.pane->stagedModel()), (Listing{{"a.txt", VNFileStatusModified}}));
+    ASSERT_TRUE(waitUntil([&] { return f.pane->stagedModel()->entries().size() == 2; }));
+    EXPECT_EQ(listing(*f.pane->stagedModel()),
+              (Listing{{"a.txt", VNFileStatusModified}, {"dir/b.txt", VNFileStatusRemoved}}));
     EXPECT_EQ(listing(*f.pane->unstagedModel()), (Listing{{"new file.txt", VNFileStatusUnknown}}));
-    EXPECT_EQ(f.repo.git({"diff", "--cached", "--name-only"}), "a.txt\n");
+    EXPECT_EQ(f.repo.git({"diff", "--cached", "--name-only"}), "a.txt\ndir/b.txt\n");
 }
 
 TEST(VNWorkingCopyPane, DiscardAsksFirstAndKeepsStagedWork) {
@@ -180,6 +184,59 @@ TEST(VNWorkingCopyPane, AFailedOperationIsShownAndTheListsStayTrue) {
     ASSERT_TRUE(f.refreshedAfter([&] { f.pane->refresh(); }));
     EXPECT_EQ(listing(*f.pane->stagedModel()), Listing{});
     EXPECT_EQ(listing(*f.pane->unstagedModel()).size(), 2u);
+}
+
+TEST(VNWorkingCopyPane, UntrackedFilesShowTheirLinesOrABinaryPlaceholder) {
+    PaneFixture f;
+    f.repo.write("blob.bin", std::string("PK\0\x01\x02 binary", 12));
+    f.repo.write("no newline.txt", "one\ntwo");
+    ASSERT_TRUE(f.refreshedAfter([&] { f.pane->refresh(); }));
+    VNDiffView* diff = f.pane->diffView();
+    ASSERT_TRUE(f.diffShownAfter([&] { select(f.pane->unstagedList(), {"blob.bin"}); }));
+    EXPECT_TRUE(diff->isShowingPlaceholder());
+    EXPECT_TRUE(diff->placeholderText().contains(QStringLiteral("Binary")));
+
+    ASSERT_TRUE(f.diffShownAfter([&] { select(f.pane->unstagedList(), {"no newline.txt"}); }));
+    ASSERT_FALSE(diff->isShowingPlaceholder());
+    VNDiffLineModel* lines = diff->lineModel();
+    ASSERT_EQ(lines->rowCount(), 5);
+    EXPECT_EQ(lines->index(0).data().toString(), QStringLiteral("no newline.txt   +2 \u22120"));
+    EXPECT_EQ(lines->index(3).data().toString(), QStringLiteral("two"));
+    EXPECT_EQ(lines->rowAt(3).afterLineNumber, 2);
+    EXPECT_EQ(lines->rowAt(4).prefix, '\\');
+
+    // Both lists' choices together: the diff follows the list chosen last.
+    ASSERT_TRUE(f.diffShownAfter([&] { select(f.pane->unstagedList(), {"a.txt", "blob.bin"}); }));
+    EXPECT_FALSE(diff->isShowingPlaceholder());
+    EXPECT_EQ(lines->index(0).data().toString(), QStringLiteral("a.txt   +1 \u22121"));
+    EXPECT_EQ(f.pane->selectedUnstagedFiles(), (std::vector<std::string>{"a.txt", "blob.bin"}));
+}
+
+TEST(VNWorkingCopyPane, ALateDiffOfAnEarlierChoiceIsDropped) {
+    PaneFixture f;
+    std::string big;
+    for (int i = 0; i < 200000; ++i) {
+        big.append("line ").append(std::to_string(i)).append("\n");
+    }
+    f.repo.write("big.txt", big);
+    f.repo.git({"add", "big.txt"});
+    f.repo.git({"commit", "-q", "-m", "big"});
+    f.repo.write("big.txt", big + "end\n");
+    for (std::size_t at = 0; at < big.size(); at += 5000) {
+        big[at] = 'L';
+    }
+    f.repo.write("big.txt", big);
+    ASSERT_TRUE(f.refreshedAfter([&] { f.pane->refresh(); }));
+
+    // The big file's diff is asked for first and answers last; only the later choice may show.
+    QSignalSpy shown(f.pane.get(), &VNWorkingCopyPane::diffShown);
+    select(f.pane->unstagedList(), {"big.txt"});
+    select(f.pane->unstagedList(), {"a.txt"});
+    ASSERT_TRUE(waitUntil([&] { return shown.count() > 0; }));
+    waitUntil([&] { return shown.count() > 1; }, 3000);
+    EXPECT_EQ(shown.count(), 1);
+    EXPECT_EQ(f.pane->diffView()->lineModel()->index(0).data().toString(),
+              QStringLiteral("a.txt   +1 \u22121"));
 }
 
 }  // namespace
