@@ -1,7 +1,7 @@
 // Measures the repository window on a large history (git.git by default): the window painted,
 // the first 1,000 rows painted, the whole history loaded against a plain git log of the same
 // format, the memory the whole history takes, the 95th percentile of a full-window repaint while
-// scrolling, and the diff view on a 500,000-line diff.
+// scrolling. The diff view's figures on a 500,000-line diff come from diff_view_bench.
 //
 //   desktop_history_bench [REPOSITORY] [--runs N]
 //
@@ -11,7 +11,6 @@
 #include <QApplication>
 #include <QElapsedTimer>
 #include <QEventLoop>
-#include <QListView>
 #include <QScrollBar>
 #include <QTimer>
 
@@ -26,7 +25,6 @@
 #include <string>
 #include <vector>
 
-#include "desktop/VNDiffView.h"
 #include "desktop/VNHistoryModel.h"
 #include "desktop/VNHistoryView.h"
 #include "desktop/VNMainLoopBridge.h"
@@ -35,7 +33,6 @@
 #include "git/VNGitLogParser.h"
 #include "git/VNRepoHandlerGit.h"
 #include "handler/VNTask.h"
-#include "model/VNDiffModel.h"
 #include "platform/FileSystem.h"
 #include "support/BenchEnvironment.h"
 
@@ -243,38 +240,6 @@ int main(int argc, char** argv) {
         gitThousand.push_back(plainGitLogFirstThousand(clone));
     }
 
-    // The diff view on a diff of 500,000 lines.
-    std::string diff =
-        "diff --git a/big.txt b/big.txt\n--- a/big.txt\n+++ b/big.txt\n"
-        "@@ -1,250000 +1,250000 @@\n";
-    for (int i = 0; i < 250000; ++i) {
-        diff += "-old line " + std::to_string(i) + " with some text\n";
-        diff += "+new line " + std::to_string(i) + " with some text\n";
-    }
-    const double beforeDiff = residentMegabytes();
-    QElapsedTimer diffClock;
-    diffClock.start();
-    auto handler = std::make_shared<VNRepoHandlerGit>();
-    auto model = std::make_shared<VNDiffModel>(1);
-    handler->parseDiffToModel(diff, model->fileEntries(), 1);
-    const double parsed = static_cast<double>(diffClock.nsecsElapsed()) / 1e6;
-    VNDiffView view;
-    view.resize(1000, 800);
-    view.show();
-    view.setDiff(model);
-    view.repaint();
-    const double diffShown = static_cast<double>(diffClock.nsecsElapsed()) / 1e6;
-    std::vector<double> diffRepaints;
-    QScrollBar* diffBar = view.listView()->verticalScrollBar();
-    for (int step = 0; step < 100; ++step) {
-        diffBar->setValue(diffBar->maximum() / 100 * step);
-        QElapsedTimer clock;
-        clock.start();
-        view.repaint();
-        diffRepaints.push_back(static_cast<double>(clock.nsecsElapsed()) / 1e6);
-    }
-    const double diffMemory = residentMegabytes() - beforeDiff;
-
     std::printf("repository                      %s (%d rows with the working copy)\n",
                 source.c_str(), rows);
     std::printf("window painted                  %8.1f ms (median of %d warm runs; aim <= 100)\n",
@@ -297,10 +262,6 @@ int main(int argc, char** argv) {
                 percentile(repaintCpu, 0.95), median(repaintCpu));
     std::printf("history viewport repaint        %8.2f ms p95, %.2f ms median\n",
                 percentile(viewportRepaints, 0.95), median(viewportRepaints));
-    std::printf(
-        "diff view, 500,000 lines        %8.1f ms parsed, %.1f ms shown, %.2f ms p95 "
-        "repaint, %.1f MB\n",
-        parsed, diffShown, percentile(diffRepaints, 0.95), diffMemory);
     vn::bench::removeScratchFolder();
     return 0;
 }
