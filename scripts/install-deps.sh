@@ -7,7 +7,7 @@ packages=(
     libicu-dev libyajl-dev libuv1-dev libcurl4-openssl-dev libsecret-1-dev
     googletest libgtest-dev libgmock-dev libbenchmark-dev
     # the desktop application; its tests draw on the offscreen platform plugin (in qt6-base)
-    qt6-base-dev qt6-svg-dev libgl-dev
+    qt6-base-dev qt6-svg-dev libgl-dev fonts-dejavu-core
     git mercurial git-flow git-lfs subversion gnupg patch file
     # the tests serve repositories over HTTP with a small Python server
     python3

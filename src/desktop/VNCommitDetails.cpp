@@ -123,9 +123,11 @@ void VNCommitDetails::showRevision(const std::string& rev) {
             detailsLoaded_ = true;
             render(loaded.details);
             for (const vn::Record& file : loaded.files) {
-                std::string name = file.string("path");
-                if (name.empty()) {
-                    name = file.string("filename");
+                // Status records keep the folder ("path") apart from the name in it.
+                std::string folder = file.string("path");
+                std::string name = file.string("filename");
+                if (!folder.empty()) {
+                    name = folder + "/" + name;
                 }
                 QString shown = statusLetter(static_cast<uint64_t>(file.integer("status"))) +
                                 QStringLiteral("  ") + QString::fromStdString(name);

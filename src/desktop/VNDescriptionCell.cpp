@@ -1,10 +1,10 @@
 #include "desktop/VNDescriptionCell.h"
 
-#include <QApplication>
 #include <QPainter>
 #include <QPainterPath>
 
 #include "desktop/VNHistoryModel.h"
+#include "desktop/VNTextCell.h"
 #include "model/VNLogDescriptionEntry.h"
 #include "model/VNLogLabel.h"
 
@@ -48,57 +48,51 @@ QString VNDescriptionCell::chipText(const VNLogLabel& label) {
 
 void VNDescriptionCell::paint(QPainter* painter, const QStyleOptionViewItem& option,
                               const QModelIndex& index) const {
-    QStyleOptionViewItem opt = option;
-    initStyleOption(&opt, index);
+    QColor textColour = VNTextCell::paintBackground(painter, option);
     auto pointer = index.data(VNHistoryModel::RowRole).value<quintptr>();
     const VNHistoryRow* row = pointer ? reinterpret_cast<const VNHistoryRow*>(pointer) : nullptr;
-    if (!row || !row->description || row->description->labels().empty()) {
-        if (row && row->isWorkingCopy()) {
-            opt.font.setItalic(true);
-        }
-        QStyledItemDelegate::paint(painter, opt, index);
-        return;
+    QString subject = index.data(Qt::DisplayRole).toString();
+    QFont font = option.font;
+    if (row && row->isWorkingCopy()) {
+        font.setItalic(true);
     }
-    const QWidget* widget = option.widget;
-    QStyle* style = widget ? widget->style() : QApplication::style();
-    QString subject = opt.text;
-    opt.text.clear();
-    style->drawControl(QStyle::CE_ItemViewItem, &opt, painter, widget);
 
     painter->save();
     painter->setClipRect(option.rect);
-    painter->setRenderHint(QPainter::Antialiasing, true);
-    QRectF area = QRectF(option.rect).adjusted(3, 2, -3, -2);
-    const QFontMetricsF metrics(opt.font);
-    double x = area.left();
-    for (const auto& label : row->description->labels()) {
-        if (!label) {
-            continue;
+    double x = option.rect.left() + VNTextCell::Margin;
+    if (row && row->description && !row->description->labels().empty()) {
+        painter->setRenderHint(QPainter::Antialiasing, true);
+        QRectF area = QRectF(option.rect).adjusted(3, 2, -3, -2);
+        x = area.left();
+        for (const auto& label : row->description->labels()) {
+            if (!label) {
+                continue;
+            }
+            QString text = chipText(*label);
+            QFont chipFont = option.font;
+            chipFont.setBold(label->currentMarker());
+            painter->setFont(chipFont);
+            double width = QFontMetricsF(chipFont).horizontalAdvance(text) + 10;
+            if (x + width > area.right()) {
+                break;
+            }
+            QRectF chip(x, area.top(), width, area.height());
+            QColor fill = chipColour(*label, option.palette);
+            painter->setPen(QPen(fill.darker(130), 1));
+            painter->setBrush(fill);
+            painter->drawRoundedRect(chip, 4, 4);
+            painter->setPen(option.palette.color(QPalette::Text));
+            painter->drawText(chip, Qt::AlignCenter, text);
+            x += width + 4;
         }
-        QString text = chipText(*label);
-        QFont font = opt.font;
-        font.setBold(label->currentMarker());
-        painter->setFont(font);
-        double width = QFontMetricsF(font).horizontalAdvance(text) + 10;
-        if (x + width > area.right()) {
-            break;
-        }
-        QRectF chip(x, area.top(), width, area.height());
-        QColor fill = chipColour(*label, opt.palette);
-        painter->setPen(QPen(fill.darker(130), 1));
-        painter->setBrush(fill);
-        painter->drawRoundedRect(chip, 4, 4);
-        painter->setPen(opt.palette.color(QPalette::Text));
-        painter->drawText(chip, Qt::AlignCenter, text);
-        x += width + 4;
+        x += 2;
     }
-    painter->setFont(opt.font);
-    QRectF textRect(x + 2, option.rect.top(), option.rect.right() - x - 2, option.rect.height());
-    QPalette::ColorRole role =
-        opt.state.testFlag(QStyle::State_Selected) ? QPalette::HighlightedText : QPalette::Text;
-    painter->setPen(opt.palette.color(role));
-    painter->drawText(textRect, Qt::AlignVCenter | Qt::AlignLeft,
-                      metrics.elidedText(subject, Qt::ElideRight, textRect.width()));
+    painter->setFont(font);
+    QRectF textRect(x, option.rect.top(), option.rect.right() - x - VNTextCell::Margin,
+                    option.rect.height());
+    painter->setPen(textColour);
+    painter->drawText(textRect, Qt::AlignVCenter | Qt::AlignLeft | Qt::TextSingleLine,
+                      QFontMetricsF(font).elidedText(subject, Qt::ElideRight, textRect.width()));
     painter->restore();
 }
 

@@ -189,13 +189,7 @@ QStringList VNDesktopApplication::lastOpenWindows() {
 }
 
 QList<VNRepoWindow*> VNDesktopApplication::windows() const {
-    QList<VNRepoWindow*> list;
-    for (const auto& window : windows_) {
-        if (window) {
-            list << window;
-        }
-    }
-    return list;
+    return windows_;
 }
 
 void VNDesktopApplication::rememberOpenWindows() {
@@ -206,9 +200,10 @@ void VNDesktopApplication::rememberOpenWindows() {
     storeList(OpenWindowsKey, paths);
 }
 
-void VNDesktopApplication::windowClosed(VNRepoWindow* window) {
-    bool last = windows().size() == 1 && windows().front() == window;
-    windows_.removeAll(window);
+void VNDesktopApplication::windowClosed(QObject* window) {
+    // Only compared: the window is being destroyed.
+    bool last = windows_.size() == 1;
+    windows_.removeIf([window](VNRepoWindow* open) { return open == window; });
     // Closing the last window, like quitting, leaves the list as it was: it reopens next time.
     if (!last && !quitting_) {
         rememberOpenWindows();
@@ -251,7 +246,7 @@ VNRepoWindow* VNDesktopApplication::open(const QString& pathOrUrl, QString* erro
     auto* window = new VNRepoWindow(handler, path);
     window->setAttribute(Qt::WA_DeleteOnClose, true);
     windows_ << window;
-    connect(window, &QObject::destroyed, this, [this, window] { windowClosed(window); });
+    connect(window, &QObject::destroyed, this, &VNDesktopApplication::windowClosed);
     addRecentRepository(folder);
     rememberOpenWindows();
     window->show();

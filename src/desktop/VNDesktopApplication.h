@@ -55,9 +55,9 @@ class VNDesktopApplication : public QObject {
 
   private:
     void rememberOpenWindows();
-    void windowClosed(VNRepoWindow* window);
+    void windowClosed(QObject* window);
 
-    QList<QPointer<VNRepoWindow>> windows_;
+    QList<VNRepoWindow*> windows_;
     bool quitting_ = false;
 };
 

@@ -2,9 +2,9 @@
 
 #include <QApplication>
 #include <QPainter>
-#include <QPainterPath>
 
 #include "desktop/VNHistoryModel.h"
+#include "desktop/VNTextCell.h"
 #include "model/VNLogGraphEntry.h"
 
 namespace vn::desktop {
@@ -37,53 +37,67 @@ void VNGraphCell::paintGraph(QPainter& painter, const QRectF& rect, const VNLogG
     QPen pen;
     pen.setCapStyle(Qt::FlatCap);
     pen.setJoinStyle(Qt::RoundJoin);
+    // Lines wholly right of the cell are clipped anyway; a wide graph has many.
+    const double visibleRight = rect.right() + HaloWidth;
+    const double height = bottom - top;
+    const double quarter = height / 4;
     std::size_t position = 0;
     for (const VNLogGraphEntryLine& line : entry.lineColumns) {
         const std::size_t index = position++;
         if (line.isBlank) {
             continue;
         }
-        // Angled segments that bend between the row's middle and its edges, so that every line
-        // crosses the row's edges straight up and down and joins the rows above and below.
-        const double quarter = (bottom - top) / 4;
-        QPainterPath path;
-        if (line.terminates) {
-            path.moveTo(dotX, middle);
-        } else {
-            path.moveTo(x(line.endCol), top);
-            if (line.originates || line.endCol != line.startCol) {
-                path.lineTo(x(line.endCol), top + quarter);
-            }
-        }
-        if (line.originates) {
-            path.lineTo(dotX, middle);
-        } else {
-            const double toX = x(line.startCol);
-            const double fromX = line.terminates ? dotX : x(line.endCol);
-            if (fromX != toX) {
-                path.lineTo(toX, line.terminates ? bottom - quarter : middle);
-            }
-            path.lineTo(toX, bottom);
+        const double fromX = line.terminates ? dotX : x(line.endCol);
+        const double toX = line.originates ? dotX : x(line.startCol);
+        if (fromX > visibleRight && toX > visibleRight) {
+            continue;
         }
         QColor colour = colourOf(line.lineColour);
         // In a selected row the lines that only pass by step back. The line's place in the list
         // is compared with the commit lane on purpose: that is the rule the graph keeps.
-        if (selected && index != entry.commitColumn && !line.terminates) {
+        const bool faded = selected && index != entry.commitColumn && !line.terminates;
+        if (faded) {
             colour.setAlphaF(0.6f);
-            pen.setWidthF(StrokeWidth);
-            pen.setColor(colour);
-            painter.setPen(pen);
-            painter.drawPath(path);
+        }
+        if (!line.terminates && !line.originates && line.endCol == line.startCol) {
+            // Most segments run straight down their lane: rectangles are far cheaper to fill
+            // than strokes.
+            if (!faded) {
+                painter.fillRect(QRectF(fromX - HaloWidth / 2, top, HaloWidth, height), halo);
+            }
+            painter.fillRect(QRectF(fromX - StrokeWidth / 2, top, StrokeWidth, height), colour);
             continue;
         }
-        pen.setWidthF(HaloWidth);
-        pen.setColor(halo);
-        painter.setPen(pen);
-        painter.drawPath(path);
+        // Angled segments that bend between the row's middle and its edges, so that every line
+        // crosses the row's edges straight up and down and joins the rows above and below.
+        QPointF points[4];
+        int count = 0;
+        if (line.terminates) {
+            points[count++] = QPointF(dotX, middle);
+        } else {
+            points[count++] = QPointF(fromX, top);
+            if (line.originates || line.endCol != line.startCol) {
+                points[count++] = QPointF(fromX, top + quarter);
+            }
+        }
+        if (line.originates) {
+            points[count++] = QPointF(dotX, middle);
+        } else {
+            if (fromX != toX) {
+                points[count++] = QPointF(toX, line.terminates ? bottom - quarter : middle);
+            }
+            points[count++] = QPointF(toX, bottom);
+        }
+        if (!faded) {
+            pen.setWidthF(HaloWidth);
+            pen.setColor(halo);
+            painter.setPen(pen);
+            painter.drawPolyline(points, count);
+        }
         pen.setWidthF(StrokeWidth);
         pen.setColor(colour);
         painter.setPen(pen);
-        painter.drawPath(path);
+        painter.drawPolyline(points, count);
     }
 
     const double diameter = workingCopy ? WorkingCopyDotDiameter : DotDiameter;
@@ -102,12 +116,7 @@ void VNGraphCell::paintGraph(QPainter& painter, const QRectF& rect, const VNLogG
 
 void VNGraphCell::paint(QPainter* painter, const QStyleOptionViewItem& option,
                         const QModelIndex& index) const {
-    QStyleOptionViewItem background = option;
-    initStyleOption(&background, index);
-    background.text.clear();
-    const QWidget* widget = option.widget;
-    QStyle* style = widget ? widget->style() : QApplication::style();
-    style->drawControl(QStyle::CE_ItemViewItem, &background, painter, widget);
+    VNTextCell::paintBackground(painter, option);
 
     auto pointer = index.data(VNHistoryModel::RowRole).value<quintptr>();
     if (!pointer) {

@@ -6,6 +6,7 @@
 #include "desktop/VNDescriptionCell.h"
 #include "desktop/VNGraphCell.h"
 #include "desktop/VNHistoryModel.h"
+#include "desktop/VNTextCell.h"
 
 namespace vn::desktop {
 
@@ -30,6 +31,11 @@ VNHistoryView::VNHistoryView(QWidget* parent) : QTableView(parent) {
     columns->setSectionResizeMode(QHeaderView::Interactive);
     setItemDelegateForColumn(VNHistoryModel::GraphColumn, new VNGraphCell(this));
     setItemDelegateForColumn(VNHistoryModel::DescriptionColumn, new VNDescriptionCell(this));
+    auto* text = new VNTextCell(this);
+    for (int column :
+         {VNHistoryModel::AuthorColumn, VNHistoryModel::DateColumn, VNHistoryModel::CommitColumn}) {
+        setItemDelegateForColumn(column, text);
+    }
 }
 
 void VNHistoryView::setModel(QAbstractItemModel* model) {

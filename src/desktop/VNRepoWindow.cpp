@@ -147,6 +147,7 @@ VNRepoWindow::VNRepoWindow(std::shared_ptr<VNRepoHandler> handler, std::string p
     buildMenus();
 
     connect(history_, &VNHistoryModel::rowsArrived, this, [this] {
+        refreshPanes();
         updateStatus();
         if (!graphColumnSized_) {
             sizeGraphColumn();
@@ -243,6 +244,16 @@ void VNRepoWindow::buildMenus() {
 
 void VNRepoWindow::refresh() {
     reloadHistory();
+    // The panes read once the first rows are in: on two cores their git runs would otherwise
+    // slow the log the window waits for most.
+    panesPending_ = true;
+}
+
+void VNRepoWindow::refreshPanes() {
+    if (!panesPending_) {
+        return;
+    }
+    panesPending_ = false;
     workingCopy_->refresh();
     sidebar_->refresh();
 }
@@ -276,6 +287,7 @@ void VNRepoWindow::showRevision(const QString& name) {
 }
 
 void VNRepoWindow::historyFinished(bool ok) {
+    refreshPanes();
     historyView_->setMoreRowsComing(false);
     if (!pendingSelection_.empty()) {
         // The row that was chosen before a refresh is gone: the newest takes its place.
@@ -321,7 +333,8 @@ void VNRepoWindow::selectRow(int row) {
     }
     QModelIndex index = model->index(row, VNHistoryModel::DescriptionColumn);
     historyView_->setCurrentIndex(index);
-    historyView_->scrollTo(index);
+    historyView_->scrollTo(
+        index, row == 0 ? QAbstractItemView::EnsureVisible : QAbstractItemView::PositionAtCenter);
 }
 
 bool VNRepoWindow::selectRevision(const QString& revision) {

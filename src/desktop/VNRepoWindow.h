@@ -81,6 +81,7 @@ class VNRepoWindow : public QMainWindow {
     void updateStatus();
     void historyFinished(bool ok);
     void sizeGraphColumn();
+    void refreshPanes();
 
     std::shared_ptr<VNRepoHandler> handler_;
     std::string path_;
@@ -100,6 +101,7 @@ class VNRepoWindow : public QMainWindow {
     bool searchActive_ = false;
     std::string pendingSelection_;
     bool graphColumnSized_ = false;
+    bool panesPending_ = false;
 };
 
 }  // namespace vn::desktop

@@ -46,25 +46,37 @@ vn::desktop::VNMainLoopBridge* bridge() {
     return QCoreApplication::instance()->findChild<vn::desktop::VNMainLoopBridge*>();
 }
 
-// Tasks and timers started inside a Qt slot must finish although no libuv run was under way
-// when they were armed: the bridge has to notice them before Qt sleeps.
+// Tasks, timers and handle closes started inside a Qt slot must complete although no libuv run
+// was under way when they were armed: the bridge has to notice them before Qt sleeps. Each kind
+// goes alone, so that one cannot wake the loop for another.
 TEST(VNMainLoopBridge, TasksAndTimersStartedFromASlotComplete) {
-    std::shared_ptr<VNTask> task;
+    uv_loop_t* loop = vn::MainLoop::main()->uvLoop();
     bool timerFired = false;
     uv_timer_t timer;
     QTimer::singleShot(0, [&] {
-        task = VNTask::taskWithCommand("/bin/sh", "/", {"-c", "printf 'from child'"});
-        task->launch();
-        uv_timer_init(vn::MainLoop::main()->uvLoop(), &timer);
+        uv_timer_init(loop, &timer);
         timer.data = &timerFired;
         uv_timer_start(
             &timer, [](uv_timer_t* t) { *static_cast<bool*>(t->data) = true; }, 30, 0);
     });
-    ASSERT_TRUE(waitInLoop([&] { return task && !task->isRunning() && timerFired; }, 10000));
+    ASSERT_TRUE(waitInLoop([&] { return timerFired; }, 10000));
+
+    bool closed = false;
+    QTimer::singleShot(0, [&] {
+        timer.data = &closed;
+        uv_close(reinterpret_cast<uv_handle_t*>(&timer),
+                 [](uv_handle_t* handle) { *static_cast<bool*>(handle->data) = true; });
+    });
+    ASSERT_TRUE(waitInLoop([&] { return closed; }, 10000));
+
+    std::shared_ptr<VNTask> task;
+    QTimer::singleShot(0, [&] {
+        task = VNTask::taskWithCommand("/bin/sh", "/", {"-c", "printf 'from child'"});
+        task->launch();
+    });
+    ASSERT_TRUE(waitInLoop([&] { return task && !task->isRunning(); }, 10000));
     EXPECT_TRUE(task->success());
     EXPECT_EQ(task->output(), "from child");
-    uv_close(reinterpret_cast<uv_handle_t*>(&timer), nullptr);
-    idleFor(10);  // lets the close complete while `timer` still exists
 }
 
 TEST(VNMainLoopBridge, WorkerPostsRunOnTheGuiThread) {
