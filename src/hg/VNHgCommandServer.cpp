@@ -21,8 +21,8 @@ std::string resolved(const std::string& path) {
 // The variables that decide what a server reads at start: its configuration files and where
 // they are looked up, and the hg it runs.
 constexpr const char* SignificantVariables[] = {
-    "HOME", "HGRCPATH", "HGPLAIN", "HGPLAINEXCEPT", "HGENCODING", "HGUSER", "XDG_CONFIG_HOME",
-    "LC_ALL", "LANG", "PATH", "PYTHONPATH", "TZ", "CHGHG",
+    "HOME",   "HGRCPATH", "HGPLAIN", "HGPLAINEXCEPT", "HGENCODING", "HGUSER", "XDG_CONFIG_HOME",
+    "LC_ALL", "LANG",     "PATH",    "PYTHONPATH",    "TZ",         "CHGHG",
 };
 
 }  // namespace
@@ -51,9 +51,10 @@ std::optional<std::string> VNHgCommandServer::clientFor(const std::string& hgPat
 
 std::string VNHgCommandServer::socketFolder() {
     const char* runtime = std::getenv("XDG_RUNTIME_DIR");
-    std::string folder = runtime && *runtime && vn::fs::isDirectory(runtime)
-                             ? vn::fs::appendPathComponent(runtime, "varnel/chg")
-                             : vn::format("/tmp/varnel-chg-%lu", static_cast<unsigned long>(::getuid()));
+    std::string folder =
+        runtime && *runtime && vn::fs::isDirectory(runtime)
+            ? vn::fs::appendPathComponent(runtime, "varnel/chg")
+            : vn::format("/tmp/varnel-chg-%lu", static_cast<unsigned long>(::getuid()));
     vn::fs::makeDirectories(folder, 0700);
     return folder;
 }
@@ -73,8 +74,8 @@ std::string VNHgCommandServer::socketPathFor(const std::string& hgPath,
                                        vn::format("server-%lx", static_cast<unsigned long>(hash)));
 }
 
-void VNHgCommandServer::prepare(VNTask& task, const std::string& hgPath,
-                                const std::string& chgPath, const vn::Environment& plain) {
+void VNHgCommandServer::prepare(VNTask& task, const std::string& hgPath, const std::string& chgPath,
+                                const vn::Environment& plain) {
     vn::Environment env = vn::processEnvironment();
     task.addStandardHgEnvironment(env);
     for (const auto& [name, value] : plain) {
@@ -92,7 +93,8 @@ bool VNHgCommandServer::serverFailed(const VNTask& task) {
     }
     // chg's own complaints start with "chg: "; hg's are "abort: ..." and the like.
     const std::string& error = task.errorOutput();
-    return !task.success() && (error.starts_with("chg: ") || error.find("\nchg: ") != std::string::npos);
+    return !task.success() &&
+           (error.starts_with("chg: ") || error.find("\nchg: ") != std::string::npos);
 }
 
 void VNHgCommandServer::stopServer(const std::string& hgPath, const vn::Environment& plain) {

@@ -3,10 +3,10 @@
 #include <cctype>
 #include <chrono>
 
+#include "base/Format.h"
 #include "base/Regex.h"
 #include "hg/VNRepoHandlerMercurial.h"
 #include "model/VNLogLabel.h"
-#include "base/Format.h"
 #include "platform/Log.h"
 
 namespace {
@@ -126,8 +126,8 @@ vn::Value VNHgLogParser::isoDate(std::string_view text) {
                           86400 +
                       digitsValue(parts[3]) * 3600 + digitsValue(parts[4]) * 60 +
                       digitsValue(parts[5]);
-    int32_t offset = (digitsValue(parts[6]) * 3600 + digitsValue(parts[7]) * 60) *
-                     (text[20] == '-' ? -1 : 1);
+    int32_t offset =
+        (digitsValue(parts[6]) * 3600 + digitsValue(parts[7]) * 60) * (text[20] == '-' ? -1 : 1);
     vn::Value::Date date(std::chrono::duration_cast<vn::Value::Date::duration>(
         std::chrono::seconds(seconds - offset)));
     return vn::Value(date, offset);
@@ -167,10 +167,17 @@ vn::Record VNHgLogParser::addLogEntry(std::string rev, std::string changeset,
                                       LabelList labels) {
     static const vn::Value noOtherParents = vn::Value::Array{};
     static const vn::Record shape{
-        {"rev", nullptr},       {"changeset", nullptr}, {"changesetshort", nullptr},
-        {"parentid1", nullptr}, {"parentid2", nullptr}, {"otherparentids", nullptr},
-        {"date", nullptr},      {"user", nullptr},      {"committer", nullptr},
-        {"branch", nullptr},    {"descriptionentry", nullptr},
+        {"rev", nullptr},
+        {"changeset", nullptr},
+        {"changesetshort", nullptr},
+        {"parentid1", nullptr},
+        {"parentid2", nullptr},
+        {"otherparentids", nullptr},
+        {"date", nullptr},
+        {"user", nullptr},
+        {"committer", nullptr},
+        {"branch", nullptr},
+        {"descriptionentry", nullptr},
     };
     vn::Record row = shape;
     row.set("rev", std::move(rev));
@@ -265,8 +272,7 @@ std::vector<vn::Record> VNHgLogParser::processLogResults(std::string_view output
     return rows;
 }
 
-void VNHgLogParser::addTagsBranchesOutput(std::string_view output, int32_t type,
-                                          LabelMap& labels) {
+void VNHgLogParser::addTagsBranchesOutput(std::string_view output, int32_t type, LabelMap& labels) {
     static const vn::Regex pattern("(.+?)\\s+(\\d+):([a-z0-9]+).*");
     forEachLine(output, [&](std::string_view line) {
         if (auto m = pattern.match(line)) {
@@ -383,9 +389,9 @@ vn::Record VNHgLogParser::parseRevisionDetails(std::string_view output) {
         rest.remove_prefix(blank == std::string_view::npos ? rest.size() : blank + 1);
     }
     LabelList labels;
-    vn::Record details = addLogEntry("", std::string(fields[0]), std::string(fields[8]), "", "",
-                                     isoDate(fields[2]), std::string(fields[4]),
-                                     std::string(fields[3]), std::string(firstLine), {});
+    vn::Record details =
+        addLogEntry("", std::string(fields[0]), std::string(fields[8]), "", "", isoDate(fields[2]),
+                    std::string(fields[4]), std::string(fields[3]), std::string(firstLine), {});
     details.set("parents", std::move(parents));
     details.set("authordate", details["date"]);
     details.set("committerdate", details["date"]);

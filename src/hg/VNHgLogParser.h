@@ -45,8 +45,8 @@ class VNHgLogParser {
                                   std::string branch, std::string messageShort, LabelList labels);
     // The first parent's revision number from a "{parents}" field; for an empty field, the
     // revision before `rev` (hg leaves out the plain predecessor), empty for revision 0.
-    static void parentsFromField(std::string_view field, std::string_view rev,
-                                 std::string& parent1, std::string& parent2);
+    static void parentsFromField(std::string_view field, std::string_view rev, std::string& parent1,
+                                 std::string& parent2);
 
     // `hg tags`, `hg branches` and the heads template "{branch}\t\t{rev}:{node|short}\n": one
     // label of `type` per line naming a revision.

@@ -171,10 +171,10 @@ void VNHgStatusParser::mergeResolveEntries(std::vector<vn::Record>& status,
 
 vn::Record VNHgStatusParser::parseSummary(std::string_view output) {
     vn::Record summary{
-        {"isclean", false},        {"ismerge", false},         {"isnewbranch", false},
-        {"numfilesadded", 0},      {"numfilesmodified", 0},    {"numfilesremoved", 0},
-        {"numfilesunresolved", 0}, {"numfilesunknown", 0},     {"numfilesmissing", 0},
-        {"parent1", ""},           {"parent2", ""},            {"branch", ""},
+        {"isclean", false},        {"ismerge", false},      {"isnewbranch", false},
+        {"numfilesadded", 0},      {"numfilesmodified", 0}, {"numfilesremoved", 0},
+        {"numfilesunresolved", 0}, {"numfilesunknown", 0},  {"numfilesmissing", 0},
+        {"parent1", ""},           {"parent2", ""},         {"branch", ""},
     };
     int parents = 0;
     uint64_t added = 0, modified = 0, removed = 0, unresolved = 0, unknown = 0, missing = 0;

@@ -122,9 +122,9 @@ class VNRepoHandlerMercurial : public VNRepoHandlerBase {
 
     // ---- History (VNRepoHandlerMercurialHistory.cpp) ----
     using VNRepoHandlerBase::logRevisions;
-    std::vector<vn::Record> logRevisions(const std::string& path,
-                                         const std::string& latestRevision, uint64_t skip,
-                                         uint64_t limit, const std::optional<std::string>& branch,
+    std::vector<vn::Record> logRevisions(const std::string& path, const std::string& latestRevision,
+                                         uint64_t skip, uint64_t limit,
+                                         const std::optional<std::string>& branch,
                                          uint64_t options) override;
     std::vector<vn::Record> logRevisions(const std::string& path,
                                          const std::vector<std::string>& fileFolderPaths,
@@ -135,8 +135,8 @@ class VNRepoHandlerMercurial : public VNRepoHandlerBase {
                                          const std::vector<std::string>& fileFolderPaths,
                                          const std::optional<std::string>& startRevision,
                                          uint64_t withLimit,
-                                         const std::optional<std::string>& branch,
-                                         uint64_t options, bool followRenames) override;
+                                         const std::optional<std::string>& branch, uint64_t options,
+                                         bool followRenames) override;
     static constexpr uint64_t LogIncludeClosedBranches = 0x100;
     static constexpr uint64_t LogLabelEveryHead = 0x200;
     // The argument vector of a log run (without the default arguments).
@@ -216,8 +216,7 @@ class VNRepoHandlerMercurial : public VNRepoHandlerBase {
                                                  const std::string& remote) override;
     // The changesets a pull would bring, read through a bundle kept at `bundlePath` so that the
     // later pull takes exactly these; rows with labels (from the bundle) and graph.
-    std::vector<vn::Record> incomingChangesetLog(const std::string& path,
-                                                 const std::string& remote,
+    std::vector<vn::Record> incomingChangesetLog(const std::string& path, const std::string& remote,
                                                  const std::string& bundlePath);
     // Counts "rev=" (or, against Subversion, "revision:" / "changeset:") in the output.
     static uint64_t countChanges(std::string_view output, std::string_view marker);

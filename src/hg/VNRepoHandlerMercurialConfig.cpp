@@ -177,10 +177,10 @@ void VNRepoHandlerMercurial::writeProgramConfiguration(bool force) {
     task->run();
     missingExtensions_.clear();
     for (const auto& [name, module] : wanted) {
-        if (task->errorOutput().find("failed to import extension " + name + ":") !=
-                std::string::npos ||
-            task->errorOutput().find("failed to import extension " + name + " ") !=
-                std::string::npos) {
+        // "failed to import extension NAME: ..." (hg 6.3 quotes the name, older ones do not).
+        const std::string& error = task->errorOutput();
+        if (error.find("failed to import extension " + name + ":") != std::string::npos ||
+            error.find("failed to import extension \"" + name + "\"") != std::string::npos) {
             missingExtensions_.push_back(name);
         }
     }
@@ -245,9 +245,10 @@ std::optional<std::string> VNRepoHandlerMercurial::missingExtensionError(
     const std::string& extension) {
     for (const std::string& name : missingExtensions()) {
         if (name == extension || name == "hgext." + extension) {
-            return vn::format("The Mercurial extension \"%@\" is not installed; the installed "
-                              "Mercurial cannot do this without it.",
-                              extension);
+            return vn::format(
+                "The Mercurial extension \"%@\" is not installed; the installed "
+                "Mercurial cannot do this without it.",
+                extension);
         }
     }
     return std::nullopt;
@@ -256,8 +257,7 @@ std::optional<std::string> VNRepoHandlerMercurial::missingExtensionError(
 // ---- User names --------------------------------------------------------------------------------
 
 bool VNRepoHandlerMercurial::repositoryUserInformation(const std::string& path,
-                                                       std::string& username,
-                                                       std::string& email) {
+                                                       std::string& username, std::string& email) {
     VNConfigFile config(vn::fs::appendPathComponent(path, ".hg/hgrc"), true, true);
     auto user = config.getConfigValueForKey("username", "ui");
     if (!user || trimmed(*user).empty()) {
@@ -284,7 +284,8 @@ bool VNRepoHandlerMercurial::setRepositoryUserInformation(const std::string& pat
 
 bool VNRepoHandlerMercurial::userInformation(std::string& username, std::string& email) {
     for (const std::string& file :
-         {hgVarnelConfigFilename(), vn::fs::appendPathComponent(vn::fs::homeDirectory(), ".hgrc")}) {
+         {hgVarnelConfigFilename(),
+          vn::fs::appendPathComponent(vn::fs::homeDirectory(), ".hgrc")}) {
         VNConfigFile config(file, true, true);
         auto user = config.getConfigValueForKey("username", "ui");
         if (user && !trimmed(*user).empty()) {

@@ -77,15 +77,14 @@ std::shared_ptr<VNTask> VNRepoHandlerMercurial::fileDiffAgainstBaseTask(
 }
 
 std::shared_ptr<VNTask> VNRepoHandlerMercurial::revisionFileDiffTask(
-    const std::string& path, const std::string& revision,
-    const std::vector<std::string>& fileList, uint64_t options, int context) {
+    const std::string& path, const std::string& revision, const std::vector<std::string>& fileList,
+    uint64_t options, int context) {
     return revisionFileDiffTask(path, revision, fileList, options, context, std::nullopt);
 }
 
 std::shared_ptr<VNTask> VNRepoHandlerMercurial::revisionFileDiffTask(
-    const std::string& path, const std::string& revision,
-    const std::vector<std::string>& fileList, uint64_t options, int context,
-    const std::optional<std::string>& bundlePath) {
+    const std::string& path, const std::string& revision, const std::vector<std::string>& fileList,
+    uint64_t options, int context, const std::optional<std::string>& bundlePath) {
     auto args = diffOptions(options, context);
     args.insert(args.end(), {"--change", revision});
     appendFiles(args, fileList);

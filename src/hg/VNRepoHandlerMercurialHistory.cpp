@@ -34,10 +34,10 @@ bool isNumber(std::string_view text) {
 // plain names stand for themselves; anything else (blanks, quotes, operators) is quoted, so that
 // a tag called "a b" or "x::y" is the tag, not an expression.
 std::string revisionSymbol(const std::string& name) {
-    bool plain = !name.empty() && name.front() != '-' &&
-                 std::all_of(name.begin(), name.end(), [](char c) {
-                     return std::isalnum(static_cast<unsigned char>(c)) || c == '_' || c == '.';
-                 });
+    bool plain =
+        !name.empty() && name.front() != '-' && std::all_of(name.begin(), name.end(), [](char c) {
+            return std::isalnum(static_cast<unsigned char>(c)) || c == '_' || c == '.';
+        });
     if (plain) {
         return name;
     }
@@ -138,12 +138,12 @@ std::vector<vn::Record> VNRepoHandlerMercurial::logRevisions(
     const std::optional<std::string>& branch, uint64_t options, bool followRenames) {
     VNHgLogParser::LabelMap labels;
     SideBySide labelLookup([&] {
-        labels = labelsByRevision(path, options & LogIncludeClosedBranches,
-                                  options & LogLabelEveryHead);
+        labels =
+            labelsByRevision(path, options & LogIncludeClosedBranches, options & LogLabelEveryHead);
     });
-    auto task = hgQueryTask(
-        path, "log",
-        logArguments(fileFolderPaths, startRevision, withLimit, branch, followRenames));
+    auto task =
+        hgQueryTask(path, "log",
+                    logArguments(fileFolderPaths, startRevision, withLimit, branch, followRenames));
     task->setLossyUTF8Output(true);
     bool ok = runQuery(task);
     labelLookup.wait();
@@ -158,14 +158,14 @@ std::optional<vn::Record> VNRepoHandlerMercurial::parseLogLine(const std::string
     bool ok = false;
     vn::Record row = VNHgLogParser::parseLogLine(line, {}, &ok);
     if (!ok) {
-        vn::Log::error(vn::format("A problem occurred in hg parseLogLine: number of fields %lu, "
-                                  "line was '%@', fields are: \n%@",
-                                  static_cast<unsigned long>(VNHgLogParser::splitFields(line).size()),
-                                  line, line),
-                       vn::Log::Mercurial);
-        row.set("descriptionentry",
-                std::make_shared<const VNLogDescriptionEntry>("Error: see log",
-                                                              VNLogDescriptionEntry::LabelList{}));
+        vn::Log::error(
+            vn::format("A problem occurred in hg parseLogLine: number of fields %lu, "
+                       "line was '%@', fields are: \n%@",
+                       static_cast<unsigned long>(VNHgLogParser::splitFields(line).size()), line,
+                       line),
+            vn::Log::Mercurial);
+        row.set("descriptionentry", std::make_shared<const VNLogDescriptionEntry>(
+                                        "Error: see log", VNLogDescriptionEntry::LabelList{}));
     }
     return row;
 }
@@ -185,9 +185,8 @@ VNHgLogParser::LabelMap VNRepoHandlerMercurial::labelsByRevision(
     };
     {
         SideBySide tags([&] { run(defaultArgsForPath(path, "tags"), tagsOutput, "hg tags"); });
-        SideBySide bookmarks([&] {
-            run(defaultArgsForPath(path, "bookmarks"), bookmarksOutput, "hg bookmarks");
-        });
+        SideBySide bookmarks(
+            [&] { run(defaultArgsForPath(path, "bookmarks"), bookmarksOutput, "hg bookmarks"); });
         std::vector<std::string> args;
         if (includeMultipleHeads) {
             args = defaultArgsForPath(path, "heads");
@@ -263,8 +262,8 @@ vn::Record VNRepoHandlerMercurial::revisionDetails(const std::string& path,
         return details;
     }
     // The revision number, and the labels as the history shows them.
-    auto number = hgQueryTask(path, "log",
-                              {"--template", "{rev}", "-r", details.string("changeset")});
+    auto number =
+        hgQueryTask(path, "log", {"--template", "{rev}", "-r", details.string("changeset")});
     if (runQuery(number)) {
         std::string rev = trimmed(number->output());
         details.set("rev", rev);
@@ -272,9 +271,8 @@ vn::Record VNRepoHandlerMercurial::revisionDetails(const std::string& path,
         auto it = labels.find(rev);
         auto entry = details["descriptionentry"].objectAs<VNLogDescriptionEntry>();
         if (entry && it != labels.end()) {
-            details.set("descriptionentry",
-                        std::make_shared<const VNLogDescriptionEntry>(entry->description(),
-                                                                      it->second));
+            details.set("descriptionentry", std::make_shared<const VNLogDescriptionEntry>(
+                                                entry->description(), it->second));
         }
     }
     return details;
@@ -349,10 +347,9 @@ vn::Record VNRepoHandlerMercurial::lastCommitDetails(const std::string& path) {
     return revisionDetails(path, ".");
 }
 
-bool VNRepoHandlerMercurial::revisionIsValid(const std::string& path,
-                                             const std::string& revision) {
-    auto task = hgQueryTask(path, "log",
-                            {"-r", revisionSymbol(revision), "-l", "1", "--template='rev={node}\\n'"});
+bool VNRepoHandlerMercurial::revisionIsValid(const std::string& path, const std::string& revision) {
+    auto task = hgQueryTask(
+        path, "log", {"-r", revisionSymbol(revision), "-l", "1", "--template='rev={node}\\n'"});
     return runQuery(task) && task->output().find("rev=") != std::string::npos;
 }
 
@@ -361,8 +358,8 @@ std::optional<std::string> VNRepoHandlerMercurial::getCommitSHA(const std::strin
     if (forLabel.empty()) {
         return std::nullopt;
     }
-    auto task =
-        hgQueryTask(path, "log", {"-r", revisionSymbol(forLabel), "-l", "1", "--template", "{node}"});
+    auto task = hgQueryTask(path, "log",
+                            {"-r", revisionSymbol(forLabel), "-l", "1", "--template", "{node}"});
     if (!runQuery(task)) {
         return std::nullopt;
     }
@@ -469,8 +466,8 @@ std::vector<std::string> VNRepoHandlerMercurial::bookmarks(const std::string& pa
 
 std::vector<std::shared_ptr<VNLogLabel>> VNRepoHandlerMercurial::allRevisionLabels(
     const std::string& path, uint64_t options) {
-    auto labels = labelsByRevision(path, options & LogIncludeClosedBranches,
-                                   options & LogLabelEveryHead);
+    auto labels =
+        labelsByRevision(path, options & LogIncludeClosedBranches, options & LogLabelEveryHead);
     std::vector<std::shared_ptr<VNLogLabel>> all;
     for (auto& [rev, list] : labels) {
         all.insert(all.end(), list.begin(), list.end());
@@ -520,8 +517,7 @@ vn::Record VNRepoHandlerMercurial::remoteRepositories(const std::string& path) {
     return remotes;
 }
 
-std::string VNRepoHandlerMercurial::urlForAlias(const std::string& path,
-                                                const std::string& alias) {
+std::string VNRepoHandlerMercurial::urlForAlias(const std::string& path, const std::string& alias) {
     for (const vn::Record& remote : remotePaths(path)) {
         if (remote.string("name") == alias) {
             return remote.string("path");
@@ -539,13 +535,13 @@ bool VNRepoHandlerMercurial::hasSvnInterop(const std::string& path) {
     return vn::fs::exists(vn::fs::appendPathComponent(path, ".hg/svn"));
 }
 
-void VNRepoHandlerMercurial::configureSshAskPass(const std::string& path,
-                                                 const std::string& remote, VNTask& task) {
+void VNRepoHandlerMercurial::configureSshAskPass(const std::string& path, const std::string& remote,
+                                                 VNTask& task) {
     std::string url = urlForAlias(path, remote);
     std::string user = vn::CredentialStore::userFromURL(url);
     std::string host = vn::CredentialStore::hostFromURL(url);
-    bool ssh = url.starts_with("ssh:") || (url.find("://") == std::string::npos &&
-                                          url.find('@') != std::string::npos);
+    bool ssh = url.starts_with("ssh:") ||
+               (url.find("://") == std::string::npos && url.find('@') != std::string::npos);
     task.configureSSHAskpassForUser(user, host, url, ssh);
     task.setAuthenticationFailedDelegate(weak_from_this());
     task.setRemoteInfo(remote);
@@ -656,7 +652,8 @@ std::string VNRepoHandlerMercurial::incomingText(const std::string& path,
     std::string text;
     for (std::string_view rest = task->output(); !rest.empty();) {
         std::size_t end = rest.find('\n');
-        std::string_view line = rest.substr(0, end == std::string_view::npos ? rest.size() : end + 1);
+        std::string_view line =
+            rest.substr(0, end == std::string_view::npos ? rest.size() : end + 1);
         rest.remove_prefix(line.size());
         if (line.starts_with("http authorization") || line.starts_with("realm:") ||
             line.starts_with("user:") || line.starts_with("comparing with ") ||
@@ -675,8 +672,8 @@ std::vector<vn::Record> VNRepoHandlerMercurial::outgoingChangesetLog(const std::
                                                                      const std::string& remote) {
     VNHgLogParser::LabelMap labels;
     SideBySide lookup([&] { labels = labelsByRevision(path, false, false); });
-    auto task = hgTask(path, "outgoing",
-                       {"--template", VNHgLogParser::logTemplate(), "-n", "--", remote});
+    auto task =
+        hgTask(path, "outgoing", {"--template", VNHgLogParser::logTemplate(), "-n", "--", remote});
     configureSshAskPass(path, remote, *task);
     task->setLossyUTF8Output(true);
     task->run();
@@ -685,7 +682,8 @@ std::vector<vn::Record> VNRepoHandlerMercurial::outgoingChangesetLog(const std::
     std::string rows;
     for (std::string_view rest = task->output(); !rest.empty();) {
         std::size_t end = rest.find('\n');
-        std::string_view line = rest.substr(0, end == std::string_view::npos ? rest.size() : end + 1);
+        std::string_view line =
+            rest.substr(0, end == std::string_view::npos ? rest.size() : end + 1);
         rest.remove_prefix(line.size());
         if (line.find(FieldSeparator) != std::string_view::npos) {
             rows.append(line);
@@ -698,16 +696,17 @@ std::vector<vn::Record> VNRepoHandlerMercurial::outgoingChangesetLog(const std::
 
 std::vector<vn::Record> VNRepoHandlerMercurial::incomingChangesetLog(
     const std::string& path, const std::string& remote, const std::string& bundlePath) {
-    auto task = hgTask(path, "incoming",
-                       {"--bundle", bundlePath, "--template", VNHgLogParser::logTemplate(), "-n",
-                        "--", remote});
+    auto task = hgTask(
+        path, "incoming",
+        {"--bundle", bundlePath, "--template", VNHgLogParser::logTemplate(), "-n", "--", remote});
     configureSshAskPass(path, remote, *task);
     task->setLossyUTF8Output(true);
     task->run();
     std::string rows;
     for (std::string_view rest = task->output(); !rest.empty();) {
         std::size_t end = rest.find('\n');
-        std::string_view line = rest.substr(0, end == std::string_view::npos ? rest.size() : end + 1);
+        std::string_view line =
+            rest.substr(0, end == std::string_view::npos ? rest.size() : end + 1);
         rest.remove_prefix(line.size());
         if (line.find(FieldSeparator) != std::string_view::npos) {
             rows.append(line);

@@ -196,9 +196,8 @@ vn::Record VNRepoHandlerMercurial::summary(const std::string& path) {
 }
 
 bool VNRepoHandlerMercurial::isClean(const std::string& path) {
-    auto entries = fileStatus(path, VNFileStatusModified | VNFileStatusAdded |
-                                        VNFileStatusRemoved | VNFileStatusMissing |
-                                        VNFileStatusConflicted);
+    auto entries = fileStatus(path, VNFileStatusModified | VNFileStatusAdded | VNFileStatusRemoved |
+                                        VNFileStatusMissing | VNFileStatusConflicted);
     return std::none_of(entries.begin(), entries.end(), [](const vn::Record& entry) {
         return entry.integer(VNFileStatusKeyStatus) !=
                static_cast<int64_t>(VNFileStatusConflicted << 1);
@@ -285,7 +284,8 @@ std::vector<vn::Record> VNRepoHandlerMercurial::listSubmodules(const std::string
     }
     // Source rewrites: each key of [subpaths] is an expression, its value the replacement.
     std::vector<std::pair<std::shared_ptr<vn::Regex>, std::string>> rewrites;
-    for (const auto& [pattern, replacement] : config.getConfigKeysAndValuesWithSection("subpaths")) {
+    for (const auto& [pattern, replacement] :
+         config.getConfigKeysAndValuesWithSection("subpaths")) {
         auto regex = std::make_shared<vn::Regex>(pattern);
         if (regex->isValid()) {
             rewrites.emplace_back(std::move(regex), replacement);
