@@ -278,7 +278,9 @@ std::vector<vn::Record> VNRepoHandlerMercurial::listSubmodules(const std::string
         std::size_t end = rest.find('\n');
         std::string_view line = rest.substr(0, end);
         rest.remove_prefix(end == std::string_view::npos ? rest.size() : end + 1);
-        if (auto m = statePattern.match(trimmed(line))) {
+        // The match points into the text it was given: keep that alive.
+        std::string entry = trimmed(line);
+        if (auto m = statePattern.match(entry)) {
             revisions[m->str(2)] = m->str(1);
         }
     }
@@ -287,9 +289,23 @@ std::vector<vn::Record> VNRepoHandlerMercurial::listSubmodules(const std::string
     for (const auto& [pattern, replacement] :
          config.getConfigKeysAndValuesWithSection("subpaths")) {
         auto regex = std::make_shared<vn::Regex>(pattern);
-        if (regex->isValid()) {
-            rewrites.emplace_back(std::move(regex), replacement);
+        if (!regex->isValid()) {
+            continue;
         }
+        // hg writes groups as Python does ("\1"); the expression engine reads "$1".
+        std::string converted;
+        for (std::size_t i = 0; i < replacement.size(); ++i) {
+            char c = replacement[i];
+            if (c == '\\' && i + 1 < replacement.size() &&
+                std::isdigit(static_cast<unsigned char>(replacement[i + 1]))) {
+                converted.push_back('$');
+            } else if (c == '$') {
+                converted.append("\\$");
+            } else {
+                converted.push_back(c);
+            }
+        }
+        rewrites.emplace_back(std::move(regex), converted);
     }
     std::vector<vn::Record> records;
     for (const auto& [local, value] : config.getConfigKeysAndValuesWithSection("")) {
