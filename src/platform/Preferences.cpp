@@ -23,22 +23,11 @@ const Record& Preferences::defaults() {
     // 0 in a "WhichOne" key means the tool shipped in the resources; anything else the
     // matching "CustomPath".
     static const Record table{
-        {"gitWhichOne", 0},
-        {"gitCustomPath", ""},
-        {"gitFlowWhichOne", 0},
-        {"gitFlowCustomPath", ""},
-        {"gitLfsWhichOne", 0},
-        {"gitLfsCustomPath", ""},
-        {"mercurialWhichOne", 0},
-        {"mercurialCustomPath", ""},
-        {"svnCustomPath", ""},
-        {"gpgProgram", ""},
-        {"gitDisableSSLCheck", false},
-        {"gitLogUseAuthorDate", false},
-        {"fileStatusFilterMode", 0},
-        {"logLevel", "warning"},
-        // Mercurial queries go through its command server (chg) where one is installed.
-        {"mercurialUseCommandServer", true},
+        {"gitWhichOne", 0},          {"gitCustomPath", ""},         {"gitFlowWhichOne", 0},
+        {"gitFlowCustomPath", ""},   {"gitLfsWhichOne", 0},         {"gitLfsCustomPath", ""},
+        {"mercurialWhichOne", 0},    {"mercurialCustomPath", ""},   {"svnCustomPath", ""},
+        {"gpgProgram", ""},          {"gitDisableSSLCheck", false}, {"gitLogUseAuthorDate", false},
+        {"fileStatusFilterMode", 0}, {"logLevel", "warning"},
     };
     return table;
 }
