@@ -2,11 +2,14 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <chrono>
+#include <ctime>
 #include <filesystem>
 #include <set>
 
 #include "handler/VNTemplateDocument.h"
 #include "hg/VNHgCommandServer.h"
+#include "hg/VNHgLogParser.h"
 #include "hg/VNRepoHandlerMercurial.h"
 #include "model/DiffOptions.h"
 #include "model/VNDiffFileModel.h"
@@ -301,6 +304,32 @@ TEST_P(MercurialRepo, BlameDiffsAndFileContent) {
     ASSERT_TRUE(revision && revision->fileEntries().size() == 1);
     EXPECT_EQ(revision->fileEntries()[0]->linesAdded(), 1u);
     EXPECT_FALSE(handler->runDiffTask(handler->revisionFileDiffTask(repo.path(), "77", {}, 0, 3)));
+
+    // Searches: by author or keyword, in a range of days clamped to what hg reads.
+    auto day = [](int year) {
+        std::tm parts{};
+        parts.tm_year = year - 1900;
+        parts.tm_mday = 1;
+        parts.tm_isdst = -1;
+        return std::chrono::system_clock::from_time_t(std::mktime(&parts));
+    };
+    struct Search {
+        const char* pattern;
+        uint32_t mode;
+        int from;
+        int to;
+        std::size_t hits;
+    };
+    for (Search c : {Search{"test user", VNRepoHandlerMercurial::SearchAuthor, 1800, 2100, 2},
+                     Search{"SECOND", VNRepoHandlerMercurial::SearchKeyword, 2024, 2025, 1},
+                     Search{"second", VNRepoHandlerMercurial::SearchKeyword, 2025, 2100, 0},
+                     Search{"nobody", VNRepoHandlerMercurial::SearchAuthor, 2000, 2100, 0}}) {
+        SCOPED_TRACE(c.pattern);
+        auto task = handler->searchLogTask(repo.path(), c.pattern, c.mode, day(c.from), day(c.to));
+        handler->runQuery(task);
+        auto rows = VNHgLogParser::processLogResults(task->output(), {});
+        EXPECT_EQ(rows.size(), c.hits) << task->errorOutput();
+    }
 
     vn::test::TempDir out;
     ASSERT_TRUE(handler->exportFileContentAtRevision(repo.path(), "f.txt", "0", out.file("f0")));
