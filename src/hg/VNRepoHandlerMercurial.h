@@ -313,6 +313,13 @@ class VNRepoHandlerMercurial : public VNRepoHandlerBase {
     void warnAboutAtticContent(const std::string& path);
 
   private:
+    // Whether `hg status` lists anything to commit; nothing when it failed.
+    std::optional<bool> hasUncommittedChanges(const std::string& path);
+    // The working copy's parents as revision numbers, found among `rows` when they hold them.
+    std::vector<std::string> workingCopyParents(const std::string& path,
+                                                const std::vector<vn::Record>* rows);
+    static vn::Record workingCopyRowWithParents(const std::vector<std::string>& revs);
+
     bool needsWebCacerts_ = false;
     std::mutex versionMutex_;
     std::optional<std::string> versionNumber_;

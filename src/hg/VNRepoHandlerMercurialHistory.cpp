@@ -173,22 +173,59 @@ std::optional<vn::Record> VNRepoHandlerMercurial::parseLogLine(const std::string
     return row;
 }
 
-std::optional<vn::Record> VNRepoHandlerMercurial::workingCopyRow(const std::string& path) {
+std::optional<bool> VNRepoHandlerMercurial::hasUncommittedChanges(const std::string& path) {
     // Tracked and untracked changes both count: either is something to commit.
     auto status = hgQueryTask(path, "status", {"-m", "-a", "-r", "-d", "-u"});
-    auto parents = hgQueryTask(path, "parents", {"--template", "{rev}\n"});
-    SideBySide parentLookup([&] { runQuery(parents); });
-    bool ok = runQuery(status);
-    parentLookup.wait();
-    if (!ok) {
+    if (!runQuery(status)) {
         handleHgFailure("hg status", status->exitCode(), status->errorOutput(), false);
         return std::nullopt;
     }
     // hg's probe folders are no change of the user's.
-    if (VNHgStatusParser::parseFileStatus(status->output()).empty()) {
-        return std::nullopt;
+    return !VNHgStatusParser::parseFileStatus(status->output()).empty();
+}
+
+std::vector<std::string> VNRepoHandlerMercurial::workingCopyParents(
+    const std::string& path, const std::vector<vn::Record>* rows) {
+    // The parents' hashes lead the dirstate file (in its first format); when the page holds
+    // them, their numbers are known without asking hg.
+    std::string requirements =
+        vn::fs::readFile(vn::fs::appendPathComponent(path, ".hg/requires")).value_or("dirstate-v2");
+    std::optional<std::string> dirstate;
+    if (rows && requirements.find("dirstate-v2") == std::string::npos) {
+        dirstate = vn::fs::readFile(vn::fs::appendPathComponent(path, ".hg/dirstate"));
     }
+    if (dirstate && dirstate->size() >= 40) {
+        static constexpr char digits[] = "0123456789abcdef";
+        std::vector<std::string> revs;
+        bool all = true;
+        for (int i = 0; i < 2 && all; ++i) {
+            std::string node;
+            for (int b = 0; b < 20; ++b) {
+                unsigned char byte = static_cast<unsigned char>((*dirstate)[i * 20 + b]);
+                node.push_back(digits[byte >> 4]);
+                node.push_back(digits[byte & 15]);
+            }
+            if (node == std::string(40, '0')) {
+                continue;
+            }
+            auto it = std::find_if(rows->begin(), rows->end(), [&](const vn::Record& row) {
+                return row.string("changeset") == node;
+            });
+            if (it == rows->end()) {
+                all = false;
+            } else {
+                revs.push_back(it->string("rev"));
+            }
+        }
+        if (all) {
+            return revs;
+        }
+    }
+    auto parents = hgQueryTask(path, "parents", {"--template", "{rev}\n"});
     std::vector<std::string> revs;
+    if (!runQuery(parents)) {
+        return revs;
+    }
     for (std::string_view rest = parents->output(); !rest.empty();) {
         std::size_t end = rest.find('\n');
         std::string rev = trimmed(rest.substr(0, end));
@@ -197,12 +234,26 @@ std::optional<vn::Record> VNRepoHandlerMercurial::workingCopyRow(const std::stri
             revs.push_back(rev);
         }
     }
-    vn::Record row = VNHgLogParser::addLogEntry(
+    return revs;
+}
+
+vn::Record VNRepoHandlerMercurial::workingCopyRowWithParents(const std::vector<std::string>& revs) {
+    return VNHgLogParser::addLogEntry(
         "-1", "", "", revs.empty() ? "" : revs[0], revs.size() > 1 ? revs[1] : "",
         vn::Value::Date(std::chrono::time_point_cast<vn::Value::Date::duration>(
             std::chrono::system_clock::now())),
         "", "", "Uncommitted changes", {});
-    return row;
+}
+
+std::optional<vn::Record> VNRepoHandlerMercurial::workingCopyRow(const std::string& path) {
+    std::vector<std::string> revs;
+    SideBySide parentLookup([&] { revs = workingCopyParents(path, nullptr); });
+    std::optional<bool> changed = hasUncommittedChanges(path);
+    parentLookup.wait();
+    if (!changed || !*changed) {
+        return std::nullopt;
+    }
+    return workingCopyRowWithParents(revs);
 }
 
 void VNRepoHandlerMercurial::fillLogPage(const std::string& path, VNLogRowData& rowData) {
@@ -212,10 +263,10 @@ void VNRepoHandlerMercurial::fillLogPage(const std::string& path, VNLogRowData& 
     }
     const uint64_t skip = rowData.skip();
     const uint64_t limit = rowData.limit();
-    std::optional<vn::Record> working;
+    std::optional<bool> changed;
     std::optional<SideBySide> workingLookup;
     if (skip == 0) {
-        workingLookup.emplace([&] { working = workingCopyRow(path); });
+        workingLookup.emplace([&] { changed = hasUncommittedChanges(path); });
     }
     // Revision numbers count every branch: a branch's page, and the graph of the rows above a
     // later page, are read from the top.
@@ -227,8 +278,12 @@ void VNRepoHandlerMercurial::fillLogPage(const std::string& path, VNLogRowData& 
     } else {
         rows = logRevisions(path, "", skip, limit, branch, rowData.logOptions());
     }
+    std::optional<vn::Record> working;
     if (workingLookup) {
         workingLookup->wait();
+        if (changed && *changed) {
+            working = workingCopyRowWithParents(workingCopyParents(path, &rows));
+        }
     }
     rowData.setFirstRowIsWorkingDir(false);
     if (working) {

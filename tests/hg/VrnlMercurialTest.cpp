@@ -91,6 +91,20 @@ TEST_F(VrnlMercurial, LogWithGraphPagesAndJson) {
                             "descriptionentry", "graph"}) {
         EXPECT_TRUE(rows->at(0).record()->contains(key)) << key;
     }
+    // The uncommitted changes hang off the working copy's parent, found in the page or not.
+    for (const char* limit : {"2", "0"}) {
+        vn::Value first = json(vrnlIn(repo->path(), {"log", "--json", "--limit", limit}));
+        const vn::Value::Array* top = first.record()->find("logRows")->array();
+        ASSERT_TRUE(top && !top->empty());
+        EXPECT_EQ(top->at(0).record()->string("rev"), "-1");
+        EXPECT_EQ(top->at(0).record()->string("parentid1"), "3");
+    }
+    repo->hg({"update", "-q", "-C", "-r", "0"});
+    vn::Value old = json(vrnlIn(repo->path(), {"log", "--json", "--limit", "1"}));
+    EXPECT_EQ(old.record()->find("logRows")->array()->at(0).record()->string("parentid1"), "0");
+    // Updating to the bookmark makes it active again.
+    repo->hg({"update", "-q", "-C", "mark"});
+    repo->write("a.txt", "one\ntwo\nthree\n");
     auto feature = vrnlIn(repo->path(), {"log", "--branch", "feature"});
     EXPECT_NE(feature->output().find("on feature"), std::string::npos) << feature->output();
     EXPECT_EQ(feature->output().find("second"), std::string::npos) << feature->output();
