@@ -304,6 +304,14 @@ TEST_P(MercurialRepo, BlameDiffsAndFileContent) {
     ASSERT_TRUE(revision && revision->fileEntries().size() == 1);
     EXPECT_EQ(revision->fileEntries()[0]->linesAdded(), 1u);
     EXPECT_FALSE(handler->runDiffTask(handler->revisionFileDiffTask(repo.path(), "77", {}, 0, 3)));
+    auto range =
+        handler->runDiffTask(handler->revisionRangeFileDiffTask(repo.path(), "0", "1", {}, 0, 3));
+    ASSERT_TRUE(range && range->fileEntries().size() == 1);
+    EXPECT_EQ(range->fileEntries()[0]->linesAdded(), 1u);
+    vn::test::TempDir patches;
+    auto patch = handler->createPatchTask(repo.path(), {"f.txt"}, patches.file("p.diff"));
+    ASSERT_TRUE(patch->run()) << patch->errorOutput();
+    EXPECT_TRUE(vn::test::readFile(patches.file("p.diff")).starts_with("diff --git a/f.txt"));
 
     // Searches: by author or keyword, in a range of days clamped to what hg reads.
     auto day = [](int year) {
@@ -372,6 +380,10 @@ TEST_P(MercurialRepo, IncomingAndOutgoingBetweenClones) {
     EXPECT_EQ(incoming, 0u);
     std::string text = handler->incomingText(clonePath, "default");
     EXPECT_EQ(text.find("comparing with"), std::string::npos) << text;
+
+    EXPECT_TRUE(handler->validatePathOrURL(origin.path(), nullptr));
+    EXPECT_FALSE(handler->validatePathOrURL(clones.file("nowhere"), nullptr));
+    EXPECT_FALSE(handler->validatePathOrURL("--config=x", nullptr));
 
     // A remote that is not there: a failure, no count.
     EXPECT_FALSE(handler->incomingChanges(clonePath, clones.file("nowhere"), incoming));
