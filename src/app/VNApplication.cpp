@@ -1,12 +1,14 @@
 #include "app/VNApplication.h"
 
 #include "git/VNRepoHandlerGit.h"
+#include "hg/VNRepoHandlerMercurial.h"
 
 VNApplication& VNApplication::shared() {
     // Never destroyed: work on other threads may still use the handlers while the process ends.
     static VNApplication* application = [] {
         auto* app = new VNApplication();
         app->registerHandler(std::make_shared<VNRepoHandlerGit>());
+        app->registerHandler(std::make_shared<VNRepoHandlerMercurial>());
         return app;
     }();
     return *application;

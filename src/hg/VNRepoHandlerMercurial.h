@@ -1,0 +1,331 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "handler/VNRepoHandlerBase.h"
+#include "model/VNLogDescriptionEntry.h"
+
+// The Mercurial backend. Every operation is a run of `hg` (or of its command-server client `chg`
+// for queries, where installed) whose output is read in a fixed plain form: the user's aliases,
+// defaults, templates, colour, pager and verbosity settings never reach what the parsers read.
+class VNLogRowData;
+
+class VNRepoHandlerMercurial : public VNRepoHandlerBase {
+  public:
+    VNRepoHandlerMercurial() = default;
+    ~VNRepoHandlerMercurial() override = default;
+
+    // Separates the fields of every machine-readable template: U+241E, which metadata typed by
+    // people practically never holds, so nothing is escaped.
+    static constexpr std::string_view FieldSeparator = "\xE2\x90\x9E";
+
+    // ---- Tools ----
+    // The custom Mercurial when the preferences choose one and name it, else the shipped one.
+    std::string hgPath() const;
+    // Commands that talk to a remote, work on a bundle ("-R") or ask for a passphrase: they must
+    // be free to prompt, so they never get "-y".
+    static bool commandTakesYes(std::string_view command);
+
+    // ---- Identity and setup ----
+    VNRepositoryType repositoryType() const override { return VNRepositoryTypeMercurial; }
+    std::string repositoryTypeName() const override { return "Mercurial"; }
+    bool isDistributed() const override { return true; }
+    bool hasHashedChangesets() const override { return true; }
+    bool hasSequentialRevisions() const override { return true; }
+
+    // The command word, "-y" unless the command may prompt, and the certificate override when
+    // `needsWebCacertsConfigSetting` is set. For a bundle pass "-R" as the command and append the
+    // bundle and the real command.
+    std::vector<std::string> defaultArgsForPath(const std::string& path,
+                                                const std::string& command) override;
+    bool needsWebCacertsConfigSetting() const { return needsWebCacerts_; }
+    void setNeedsWebCacertsConfigSetting(bool needs) { needsWebCacerts_ = needs; }
+
+    // ---- Tasks ----
+    // The environment that makes `hg` print its plain output whatever the user configured:
+    // HGPLAIN (with strict option parsing) and an empty HGPLAINEXCEPT, so that a user's own
+    // exceptions cannot bring aliases or colour back.
+    static vn::Environment plainEnvironment();
+    // A prepared task running `hg` with the default arguments of `command` followed by `args`, in
+    // the working copy `path`.
+    std::shared_ptr<VNTask> hgTask(const std::string& path, const std::string& command,
+                                   std::vector<std::string> args = {});
+    // The same with the whole argument vector given (it must begin with default arguments).
+    std::shared_ptr<VNTask> hgTaskWithArgs(const std::string& path, std::vector<std::string> args);
+    // A task for a query that only reads: like hgTask, but run through the command server where
+    // one can be used (see VNHgCommandServer).
+    std::shared_ptr<VNTask> hgQueryTask(const std::string& path, const std::string& command,
+                                        std::vector<std::string> args = {});
+    std::shared_ptr<VNTask> hgQueryTaskWithArgs(const std::string& path,
+                                                std::vector<std::string> args);
+    // Runs a query task; when it ran through the command server and that failed to start, runs
+    // it once more through plain `hg`. Answers the task's success.
+    bool runQuery(const std::shared_ptr<VNTask>& task);
+    // Whether queries go through the command server.
+    bool usesCommandServer() const;
+
+    // ---- Failures ----
+    // Reports a failed hg command under its label ("hg status", "hg log", ...).
+    void handleHgFailure(const std::string& label, int64_t exitCode, const std::string& errorOutput,
+                         bool displayToUser);
+
+    // ---- Repositories ----
+    // True when the folder holds a ".hg" folder.
+    bool validateWorkingDirectory(const std::string& path) override;
+    // Whether `hg identify` reaches a repository at the path or URL.
+    bool validatePathOrURL(const std::string& pathOrURL,
+                           VNPathOrURLValidationDelegate* delegate) override;
+    bool checkConfigForRepo(const std::string& path, bool fixAndPrompt) override;
+
+    // ---- Version (VNRepoHandlerMercurialStatus.cpp) ----
+    // "number", "standard", "location", "exists"; `hg --version` runs once per executable.
+    vn::Record versionDetails() override;
+    // The version number in `hg --version` output; empty when there is none.
+    static std::string parseVersionNumber(std::string_view output);
+    // Too old to drive: a custom Mercurial before 3.1.3 as the version rule reads it. The
+    // shipped tool always passes.
+    static bool isIncompatibleVersion(std::string_view number);
+    bool isUsingIncompatibleMercurial();
+    // Warns once (unless suppressed) when the custom Mercurial is too old.
+    void checkMercurialVersionSecurity();
+
+    // ---- Working-copy state (VNRepoHandlerMercurialStatus.cpp) ----
+    using VNRepoHandlerBase::fileStatus;
+    // `hg status` with the options of the mask and "-C", and `hg resolve -l` for the conflict
+    // bits (16, 32), merged.
+    std::vector<vn::Record> fileStatus(const std::string& path, uint64_t includeStatuses) override;
+    // The `hg status` options a mask asks for, in their fixed order, "-C" last; empty when the
+    // mask asks for nothing `hg status` lists.
+    static std::vector<std::string> statusOptionsForMask(uint64_t mask);
+    vn::Record summary(const std::string& path) override;
+    bool isClean(const std::string& path) override;
+    bool isMergeOutstanding(const std::string& path) override;
+    bool isRebaseInProgress(const std::string& path) override;
+    bool isGraftInProgress(const std::string& path);
+    // The working copy's parent: its full hash, or its revision number; "-1" when hg fails.
+    std::string currentRevision(const std::string& path) override;
+    std::string currentRevisionNumber(const std::string& path);
+    // The tip's revision number; empty when hg fails.
+    std::string latestRevision(const std::string& path) override;
+    uint64_t revisionCount(const std::string& path) override;
+    std::string currentBranch(const std::string& path);
+    bool hasSubmodules(const std::string& path) override;
+    // ".hgsub" entries: "local", "srcOriginal", "srcLocal", "kind" ("hg", "git", "svn"), and
+    // "rev" from ".hgsubstate".
+    std::vector<vn::Record> listSubmodules(const std::string& path) override;
+    std::vector<vn::Record> listSubmodulesWithUncommittedChanges(const std::string& path) override;
+    std::vector<vn::Record> listSubmodulesWithUnpushedChanges(const std::string& path) override;
+
+    // ---- History (VNRepoHandlerMercurialHistory.cpp) ----
+    using VNRepoHandlerBase::logRevisions;
+    std::vector<vn::Record> logRevisions(const std::string& path, const std::string& latestRevision,
+                                         uint64_t skip, uint64_t limit,
+                                         const std::optional<std::string>& branch,
+                                         uint64_t options) override;
+    std::vector<vn::Record> logRevisions(const std::string& path,
+                                         const std::vector<std::string>& fileFolderPaths,
+                                         uint64_t withLimit, bool followRenames) override;
+    // The log run and the label lookup side by side. `options` bits: 0x100 closed branches as
+    // labels, 0x200 every head labelled with its branch.
+    std::vector<vn::Record> logRevisions(const std::string& path,
+                                         const std::vector<std::string>& fileFolderPaths,
+                                         const std::optional<std::string>& startRevision,
+                                         uint64_t withLimit,
+                                         const std::optional<std::string>& branch, uint64_t options,
+                                         bool followRenames) override;
+    static constexpr uint64_t LogIncludeClosedBranches = 0x100;
+    static constexpr uint64_t LogLabelEveryHead = 0x200;
+    // The argument vector of a log run (without the default arguments).
+    static std::vector<std::string> logArguments(const std::vector<std::string>& fileFolderPaths,
+                                                 const std::optional<std::string>& startRevision,
+                                                 uint64_t withLimit,
+                                                 const std::optional<std::string>& branch,
+                                                 bool followRenames);
+    std::optional<vn::Record> parseLogLine(const std::string& line) override;
+    // The row that stands for uncommitted changes ("rev" "-1", its parents those of the working
+    // copy); nothing for a clean working copy.
+    std::optional<vn::Record> workingCopyRow(const std::string& path);
+    // One page of history as the history view asks for it: rows with labels and graph, the
+    // working-copy row first on a first page. Pages after the first continue the graph of the
+    // rows above them, and a branch's pages count that branch's rows.
+    void fillLogPage(const std::string& path, VNLogRowData& rowData);
+    // Tags, branches (or every head) and bookmarks by revision; from the bundle when given.
+    std::map<std::string, VNLogDescriptionEntry::LabelList, std::less<>> labelsByRevision(
+        const std::string& path, bool includeClosedBranches, bool includeMultipleHeads,
+        const std::optional<std::string>& bundlePath = std::nullopt);
+    std::map<std::string, std::string> headsByRevision(const std::string& path);
+    // Search modes: 0 keyword (message, user, files), 1 author.
+    static constexpr uint32_t SearchKeyword = 0;
+    static constexpr uint32_t SearchAuthor = 1;
+    std::shared_ptr<VNTask> searchLogTask(const std::string& path, const std::string& pattern,
+                                          uint32_t mode, const vn::Value::Date& from,
+                                          const vn::Value::Date& to) override;
+    vn::Record revisionDetails(const std::string& path, const std::string& revision) override;
+    std::vector<vn::Record> revisionFileChanges(const std::string& path,
+                                                const std::string& revision) override;
+    std::vector<vn::Record> revisionRangeFileChanges(const std::string& path,
+                                                     const std::string& revisionFrom,
+                                                     const std::string& revisionTo) override;
+    std::vector<vn::Record> mergeRevisionFileChanges(const std::string& path,
+                                                     const std::string& revision,
+                                                     const std::string& parent1,
+                                                     const std::string& parent2) override;
+    std::vector<std::string> parentRevisions(const std::string& path,
+                                             const std::string& revision) override;
+    std::vector<vn::Record> parentRevisionsWithDetails(const std::string& path,
+                                                       const std::string& revision) override;
+    vn::Record lastCommitDetails(const std::string& path) override;
+    bool revisionIsValid(const std::string& path, const std::string& revision) override;
+    // The full hash of what the label names (a revision number, hash, tag, branch, bookmark).
+    std::optional<std::string> getCommitSHA(const std::string& path,
+                                            const std::string& forLabel) override;
+    std::vector<vn::Record> blame(const std::string& path, const std::string& file,
+                                  const std::optional<std::string>& revision) override;
+    bool exportFileContentAtRevision(const std::string& path, const std::string& file,
+                                     const std::string& revision,
+                                     const std::string& destFile) override;
+
+    // ---- References and remotes (VNRepoHandlerMercurialHistory.cpp) ----
+    std::vector<std::string> branches(const std::string& path) override;
+    std::vector<std::string> branchesSortedByMostRecentFirst(const std::string& path) override;
+    std::vector<std::string> tags(const std::string& path) override;
+    std::vector<std::string> tagsSortedByMostRecentFirst(const std::string& path) override;
+    std::vector<std::string> bookmarks(const std::string& path, std::string* active = nullptr);
+    // Shelves as stash records ("name", "msg" empty), newest first.
+    std::vector<vn::Record> listStashes(const std::string& path) override;
+    std::vector<std::shared_ptr<VNLogLabel>> allRevisionLabels(const std::string& path,
+                                                               uint64_t options) override;
+    vn::Record remoteRepositories(const std::string& path) override;
+    std::vector<vn::Record> remotePaths(const std::string& path) override;
+    bool setRemotePaths(const std::string& path, const std::vector<vn::Record>& remotes) override;
+    std::string urlForAlias(const std::string& path, const std::string& alias) override;
+    bool isRemoteSvn(const std::string& path, const std::string& remote) override;
+    bool hasSvnInterop(const std::string& path) override;
+    void authenticationFailed(const std::string& path, const std::string& remote) override;
+    // Prepares a task that talks to `remote` for password prompts.
+    void configureSshAskPass(const std::string& path, const std::string& remote, VNTask& task);
+
+    // ---- Incoming and outgoing (VNRepoHandlerMercurialHistory.cpp) ----
+    bool incomingChanges(const std::string& path, const std::string& remote,
+                         uint64_t& incoming) override;
+    bool incomingChanges(const std::string& path, const std::string& remote, uint64_t& incoming,
+                         const std::optional<std::string>& branch);
+    bool outgoingChanges(const std::string& path, const std::string& remote,
+                         uint64_t& outgoing) override;
+    bool incomingOutgoingChanges(const std::string& path, bool localOnly, uint64_t& incoming,
+                                 uint64_t& outgoing,
+                                 const std::optional<std::string>& branch) override;
+    std::string incomingText(const std::string& path, const std::string& remote) override;
+    // The changesets a push would send, as log rows with labels and graph.
+    std::vector<vn::Record> outgoingChangesetLog(const std::string& path,
+                                                 const std::string& remote) override;
+    // The changesets a pull would bring, read through a bundle kept at `bundlePath` so that the
+    // later pull takes exactly these; rows with labels (from the bundle) and graph.
+    std::vector<vn::Record> incomingChangesetLog(const std::string& path, const std::string& remote,
+                                                 const std::string& bundlePath);
+    // Counts "rev=" (or, against Subversion, "revision:" / "changeset:") in the output.
+    static uint64_t countChanges(std::string_view output, std::string_view marker);
+
+    // ---- Diffs (VNRepoHandlerMercurialDiff.cpp) ----
+    std::shared_ptr<VNDiffModel> fileDiffAgainstBase(const std::string& path,
+                                                     const std::string& file, int context) override;
+    std::shared_ptr<VNDiffModel> fileDiffAgainstBase(const std::string& path,
+                                                     const std::vector<std::string>& fileList,
+                                                     int context) override;
+    using VNRepoHandlerBase::fileDiffAgainstBase;
+    // Options: vn::DiffIgnoreWhitespace.
+    std::shared_ptr<VNTask> fileDiffAgainstBaseTask(const std::string& path,
+                                                    const std::vector<std::string>& fileList,
+                                                    uint64_t options, int context) override;
+    std::shared_ptr<VNTask> fileDiffAgainstBaseTask(const std::string& path,
+                                                    const std::vector<std::string>& fileList,
+                                                    const std::string& baseRevision,
+                                                    uint64_t options, int context) override;
+    std::shared_ptr<VNTask> revisionFileDiffTask(const std::string& path,
+                                                 const std::string& revision,
+                                                 const std::vector<std::string>& fileList,
+                                                 uint64_t options, int context) override;
+    std::shared_ptr<VNTask> revisionFileDiffTask(const std::string& path,
+                                                 const std::string& revision,
+                                                 const std::vector<std::string>& fileList,
+                                                 uint64_t options, int context,
+                                                 const std::optional<std::string>& bundlePath);
+    std::shared_ptr<VNTask> revisionRangeFileDiffTask(const std::string& path,
+                                                      const std::string& revisionFrom,
+                                                      const std::string& revisionTo,
+                                                      const std::vector<std::string>& fileList,
+                                                      uint64_t options, int context) override;
+    std::shared_ptr<VNTask> createPatchTask(const std::string& path,
+                                            const std::vector<std::string>& files,
+                                            const std::string& saveToFile) override;
+    // Runs a prepared diff task and parses its output into a model; null when hg failed.
+    std::shared_ptr<VNDiffModel> runDiffTask(const std::shared_ptr<VNTask>& task);
+
+    // ---- Configuration, ignores, templates, attic (VNRepoHandlerMercurialConfig.cpp) ----
+    // The program's own Mercurial configuration file, in the application data folder.
+    static std::string hgVarnelConfigFilename();
+    static std::string hgUserExtDisableFilename();
+    // The extensions the program asks hg to load: name to module ("" for a core one).
+    static std::vector<std::pair<std::string, std::string>> extensionTable();
+    // Rewrites "hgrc_varnel" (extensions the installed hg has, minus the disabled ones; git
+    // diffs; no automatic subrepository commits; the global ignore file) and
+    // "hgrc_userext_disable". Runs once per process unless `force`.
+    void writeProgramConfiguration(bool force = false);
+    // Extensions of the table that the installed hg cannot load (hgsubversion, hgflow on many
+    // systems), found when the configuration was written.
+    std::vector<std::string> missingExtensions();
+    // A clear error for an operation that needs a missing extension, or nothing.
+    std::optional<std::string> missingExtensionError(const std::string& extension);
+    bool repositoryUserInformation(const std::string& path, std::string& username,
+                                   std::string& email) override;
+    bool setRepositoryUserInformation(const std::string& path, const std::string& username,
+                                      const std::string& email) override;
+    bool userInformation(std::string& username, std::string& email) override;
+    bool setUserInformation(const std::string& username, const std::string& email) override;
+    std::string getDefaultAuthor(const std::string& path) override;
+    bool addIgnore(const std::string& path, const std::string& pattern) override;
+    bool addIgnore(const std::string& path, const std::vector<std::string>& patterns) override;
+    bool addIgnores(const std::vector<std::string>& patterns, const std::string& toFile) override;
+    // The ignore file's text with the glob patterns added (see addIgnores).
+    static std::string addIgnorePatterns(const std::string& text,
+                                         const std::vector<std::string>& patterns);
+    bool addGlobalIgnore(const std::string& pattern) override;
+    bool addGlobalIgnores(const std::vector<std::string>& patterns) override;
+    VNRegexList ignoreListRegexes(const std::string& path) override;
+    VNRegexList globalIgnoreListRegexes() override;
+    std::string repositoryIgnoreFilename(const std::string& path) override;
+    std::string globalIgnoreFilename();
+    // The expressions of an ignore file's text, following its "syntax:" lines.
+    static VNRegexList readIgnoreText(std::string_view text);
+    std::optional<std::string> templateFileForDocument(const VNTemplateDocument& document) override;
+    std::optional<std::string> defaultCommitTemplateFilePathForDocument(
+        const VNTemplateDocument& document) override;
+    // Files in ".hg/attic" that are saved changes (not the ".applied", ".current", ".saved"
+    // bookkeeping), and the once-only warning about them.
+    std::vector<std::string> atticFiles(const std::string& path);
+    bool hasAtticContent(const std::string& path);
+    void warnAboutAtticContent(const std::string& path);
+
+  private:
+    // Whether `hg status` lists anything to commit; nothing when it failed.
+    std::optional<bool> hasUncommittedChanges(const std::string& path);
+    // The working copy's parents as revision numbers, found among `rows` when they hold them.
+    std::vector<std::string> workingCopyParents(const std::string& path,
+                                                const std::vector<vn::Record>* rows);
+    static vn::Record workingCopyRowWithParents(const std::vector<std::string>& revs);
+
+    bool needsWebCacerts_ = false;
+    std::mutex versionMutex_;
+    std::optional<std::string> versionNumber_;
+    std::string versionPath_;
+    std::mutex configMutex_;
+    bool configWritten_ = false;
+    std::vector<std::string> missingExtensions_;
+    bool didWarnAboutAttic_ = false;
+};
