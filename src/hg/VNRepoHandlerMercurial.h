@@ -197,7 +197,8 @@ class VNRepoHandlerMercurial : public VNRepoHandlerBase {
                                              uint64_t options) override;
     std::shared_ptr<VNTask> externalDiffTask(const std::string& path, const std::string& filename,
                                              const std::string& revision) override;
-    // "-1" as either end stands for the working copy.
+    // "-1" as either end stands for the working copy. hg ends these with 1 once the tool has run
+    // (extdiff's rule), with 0 when there is nothing to compare.
     std::shared_ptr<VNTask> externalDiffTask(const std::string& path, const std::string& filename,
                                              const std::string& revisionFrom,
                                              const std::string& revisionTo) override;
@@ -298,6 +299,15 @@ class VNRepoHandlerMercurial : public VNRepoHandlerBase {
                                                        const std::string& prefix);
     static std::vector<std::string> parseFlowOpen(std::string_view output,
                                                   const std::string& prefix);
+
+    // The argument vector with every "--config" pair (before a "--") moved in front of the
+    // command word, where hg in strict plain mode takes it.
+    static std::vector<std::string> hoistConfigOptions(std::vector<std::string> args);
+    // hgTask and hgTaskWithArgs with the configuration pairs hoisted.
+    std::shared_ptr<VNTask> writeTask(const std::string& path, const std::string& command,
+                                      std::vector<std::string> args = {});
+    std::shared_ptr<VNTask> writeTaskWithArgs(const std::string& path,
+                                              std::vector<std::string> args);
 
   private:
     // A task running hg with the default arguments of `command`, `args`, then `--` and `files`,

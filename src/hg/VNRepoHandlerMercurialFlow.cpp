@@ -39,7 +39,7 @@ std::vector<std::string_view> lines(std::string_view text) {
 
 std::shared_ptr<VNTask> VNRepoHandlerMercurial::flowTask(const std::string& path,
                                                          std::vector<std::string> args) {
-    auto task = hgTask(path, "flow", std::move(args));
+    auto task = writeTask(path, "flow", std::move(args));
     explainMissingExtension(*task, "hgflow", {"unknown command 'flow'"});
     return task;
 }

@@ -24,10 +24,10 @@ namespace {
 // The program's own merge tool outranks any the user configured.
 constexpr const char* BulkMergePriority = "merge-tools.varnelbulkmerge.priority=999999";
 
-// hg reads "kind:" at the start of a file argument as a pattern kind ("re:", "glob:", ...); a
-// name holding a colon is passed as an exact path instead.
+// hg reads "kind:" at the start of a file argument as a pattern kind ("re:", "glob:", ...); from
+// "./" on a name holding a colon is a plain path again.
 std::string fileArgument(const std::string& file) {
-    return file.find(':') == std::string::npos ? file : "path:" + file;
+    return file.find(':') == std::string::npos || file.starts_with('/') ? file : "./" + file;
 }
 
 std::string trimmed(std::string_view text) {
@@ -107,6 +107,42 @@ bool runTasks(const VNTaskList& tasks) {
 
 // ---- Shared pieces -----------------------------------------------------------------------------
 
+std::vector<std::string> VNRepoHandlerMercurial::hoistConfigOptions(std::vector<std::string> args) {
+    // In plain mode with strict flags hg takes "--config" only before the command word, so that
+    // no value further on can pose as one.
+    std::vector<std::string> configs;
+    std::vector<std::string> rest;
+    for (std::size_t i = 0; i < args.size(); ++i) {
+        if (args[i] == "--") {
+            rest.insert(rest.end(), args.begin() + static_cast<std::ptrdiff_t>(i), args.end());
+            break;
+        }
+        if (i > 0 && args[i] == "--config" && i + 1 < args.size()) {
+            configs.push_back(args[i]);
+            configs.push_back(args[++i]);
+            continue;
+        }
+        rest.push_back(std::move(args[i]));
+    }
+    configs.insert(configs.end(), std::make_move_iterator(rest.begin()),
+                   std::make_move_iterator(rest.end()));
+    return configs;
+}
+
+std::shared_ptr<VNTask> VNRepoHandlerMercurial::writeTaskWithArgs(const std::string& path,
+                                                                  std::vector<std::string> args) {
+    return hgTaskWithArgs(path, hoistConfigOptions(std::move(args)));
+}
+
+std::shared_ptr<VNTask> VNRepoHandlerMercurial::writeTask(const std::string& path,
+                                                          const std::string& command,
+                                                          std::vector<std::string> args) {
+    std::vector<std::string> all = defaultArgsForPath(path, command);
+    all.insert(all.end(), std::make_move_iterator(args.begin()),
+               std::make_move_iterator(args.end()));
+    return writeTaskWithArgs(path, std::move(all));
+}
+
 std::string VNRepoHandlerMercurial::remoteAddress(const std::string& path,
                                                   const std::string& remote) const {
     std::string hgrc = vn::fs::appendPathComponent(path, ".hg/hgrc");
@@ -157,6 +193,7 @@ VNTaskList VNRepoHandlerMercurial::fileTasks(const std::string& path, const std:
     std::vector<std::string> base = defaultArgsForPath(path, command);
     base.insert(base.end(), std::make_move_iterator(args.begin()),
                 std::make_move_iterator(args.end()));
+    base = hoistConfigOptions(std::move(base));
     base.emplace_back("--");
     std::vector<std::string> arguments;
     arguments.reserve(files.size());
@@ -195,7 +232,7 @@ std::shared_ptr<VNTask> VNRepoHandlerMercurial::cloneTaskForSource(const std::st
     args.push_back(destination);
     // The clone runs beside the new folder, which does not exist yet.
     std::string parent = vn::fs::deletingLastPathComponent(destination);
-    auto task = hgTaskWithArgs(parent.empty() ? "." : parent, std::move(args));
+    auto task = writeTaskWithArgs(parent.empty() ? "." : parent, std::move(args));
     configureRemoteTask(parent, trimmed(source), *task);
     return task;
 }
@@ -223,7 +260,7 @@ std::shared_ptr<VNTask> VNRepoHandlerMercurial::cloneSvnTaskForSource(
     args.push_back(url);
     args.push_back(destination);
     std::string parent = vn::fs::deletingLastPathComponent(destination);
-    auto task = hgTaskWithArgs(parent.empty() ? "." : parent, std::move(args));
+    auto task = writeTaskWithArgs(parent.empty() ? "." : parent, std::move(args));
     configureRemoteTask(parent, url, *task);
     // Without hgsubversion hg knows neither the options nor the "svn+" addresses.
     explainMissingExtension(*task, "hgsubversion",
@@ -233,7 +270,7 @@ std::shared_ptr<VNTask> VNRepoHandlerMercurial::cloneSvnTaskForSource(
 }
 
 std::shared_ptr<VNTask> VNRepoHandlerMercurial::createNewRepoTask(const std::string& path) {
-    return hgTask(path, "init");
+    return writeTask(path, "init");
 }
 
 // ---- Commits -----------------------------------------------------------------------------------
@@ -267,7 +304,7 @@ std::shared_ptr<VNTask> VNRepoHandlerMercurial::commitTask(const std::string& pa
             args.push_back(fileArgument(file));
         }
     }
-    auto task = hgTaskWithArgs(path, std::move(args));
+    auto task = writeTaskWithArgs(path, std::move(args));
     holdWhileTaskLives(*task, std::move(messageFile));
     return task;
 }
@@ -297,15 +334,16 @@ std::shared_ptr<VNTask> VNRepoHandlerMercurial::signTask(
     args.push_back(std::move(text));
     args.emplace_back("--");
     args.push_back(revision);
-    auto task = hgTaskWithArgs(path, std::move(args));
+    auto task = writeTaskWithArgs(path, std::move(args));
     explainMissingExtension(*task, "gpg", {"unknown command 'sign'"});
     return task;
 }
 
 std::shared_ptr<VNTask> VNRepoHandlerMercurial::backoutTask(const std::string& path,
                                                             const std::string& revision) {
-    return hgTask(path, "backout",
-                  {"--merge", "-m", vn::format("Backout changeset %@", revision), "--", revision});
+    return writeTask(
+        path, "backout",
+        {"--merge", "-m", vn::format("Backout changeset %@", revision), "--", revision});
 }
 
 // ---- Files -------------------------------------------------------------------------------------
@@ -316,7 +354,7 @@ VNTaskList VNRepoHandlerMercurial::addTasks(const std::string& path,
 }
 
 VNTaskList VNRepoHandlerMercurial::addRemoveTasks(const std::string& path) {
-    return {hgTask(path, "addremove", {"--similarity", "100"})};
+    return {writeTask(path, "addremove", {"--similarity", "100"})};
 }
 
 VNTaskList VNRepoHandlerMercurial::removeTasks(const std::string& path,
@@ -331,12 +369,12 @@ VNTaskList VNRepoHandlerMercurial::stopTrackingTasks(const std::string& path,
 
 VNTaskList VNRepoHandlerMercurial::copyTasks(const std::string& path, const std::string& source,
                                              const std::string& destination) {
-    return {hgTask(path, "copy", {"-f", "--", fileArgument(source), destination})};
+    return {writeTask(path, "copy", {"-f", "--", fileArgument(source), destination})};
 }
 
 VNTaskList VNRepoHandlerMercurial::moveTasks(const std::string& path, const std::string& source,
                                              const std::string& destination) {
-    return {hgTask(path, "rename", {"-f", "--", fileArgument(source), destination})};
+    return {writeTask(path, "rename", {"-f", "--", fileArgument(source), destination})};
 }
 
 VNTaskList VNRepoHandlerMercurial::revertTasks(const std::string& path,
@@ -362,8 +400,8 @@ VNTaskList VNRepoHandlerMercurial::revertTasks(const std::string& path,
     }
     // hg restores ".hgsubstate" but leaves the subrepositories where they are: each one the
     // revert touches is brought to the revision the restored state records.
-    auto state = hgQueryTask(path, "cat",
-                             {"-r", revision.empty() ? "." : revision, "--", "path:.hgsubstate"});
+    auto state =
+        hgQueryTask(path, "cat", {"-r", revision.empty() ? "." : revision, "--", ".hgsubstate"});
     if (!runQuery(state)) {
         return tasks;
     }
@@ -443,7 +481,7 @@ std::shared_ptr<VNTask> VNRepoHandlerMercurial::pushTask(const std::string& path
     args.emplace_back("--new-branch");
     args.emplace_back("--");
     args.push_back(remote);
-    auto task = hgTask(path, "push", std::move(args));
+    auto task = writeTask(path, "push", std::move(args));
     configureRemoteTask(path, remote, *task);
     return task;
 }
@@ -469,7 +507,7 @@ std::shared_ptr<VNTask> VNRepoHandlerMercurial::pullTask(const std::string& path
         }
         args.emplace_back("--");
         args.push_back(source);
-        task = hgTask(path, "fetch", std::move(args));
+        task = writeTask(path, "fetch", std::move(args));
         explainMissingExtension(*task, "fetch", {"unknown command 'fetch'"});
     } else {
         std::vector<std::string> args;
@@ -488,7 +526,7 @@ std::shared_ptr<VNTask> VNRepoHandlerMercurial::pullTask(const std::string& path
         }
         args.emplace_back("--");
         args.push_back(source);
-        task = hgTask(path, "pull", std::move(args));
+        task = writeTask(path, "pull", std::move(args));
         if (postPull == PostPullRebase) {
             explainMissingExtension(*task, "rebase", {"option --rebase not recognized"});
         }
@@ -513,12 +551,12 @@ VNTaskList VNRepoHandlerMercurial::updateTasks(const std::string& path, const st
     if (clean) {
         args.emplace_back("--clean");
     }
-    return {hgTask(path, "update", std::move(args))};
+    return {writeTask(path, "update", std::move(args))};
 }
 
 std::shared_ptr<VNTask> VNRepoHandlerMercurial::branchTask(const std::string& path,
                                                            const std::string& name) {
-    return hgTask(path, "branch", {"--", name});
+    return writeTask(path, "branch", {"--", name});
 }
 
 VNTaskList VNRepoHandlerMercurial::branchTasks(const std::string& path, const std::string& name,
@@ -532,15 +570,15 @@ VNTaskList VNRepoHandlerMercurial::branchTasks(const std::string& path, const st
 }
 
 std::shared_ptr<VNTask> VNRepoHandlerMercurial::resetBranchTask(const std::string& path) {
-    return hgTask(path, "branch", {"-C"});
+    return writeTask(path, "branch", {"-C"});
 }
 
 VNTaskList VNRepoHandlerMercurial::closeBranchTasks(const std::string& path,
                                                     const std::string& branch,
                                                     const std::string& returnTo) {
     VNTaskList tasks = updateTasks(path, branch, false, 0);
-    tasks.push_back(
-        hgTask(path, "commit", {"--close-branch", "-m", vn::format("Closed branch %@", branch)}));
+    tasks.push_back(writeTask(path, "commit",
+                              {"--close-branch", "-m", vn::format("Closed branch %@", branch)}));
     VNTaskList back = updateTasks(path, returnTo, false, 0);
     tasks.insert(tasks.end(), back.begin(), back.end());
     return tasks;
@@ -549,39 +587,40 @@ VNTaskList VNRepoHandlerMercurial::closeBranchTasks(const std::string& path,
 std::shared_ptr<VNTask> VNRepoHandlerMercurial::mergeTask(const std::string& path,
                                                           const std::string& revision,
                                                           uint64_t /*options*/) {
-    return hgTask(path, "merge", {"--config", BulkMergePriority, "--", revision});
+    return writeTask(path, "merge", {"--config", BulkMergePriority, "--", revision});
 }
 
 // ---- Conflicts ---------------------------------------------------------------------------------
 
 std::shared_ptr<VNTask> VNRepoHandlerMercurial::visualMergeTask(const std::string& path,
                                                                 const std::string& filename) {
-    return hgTask(path, "resolve",
-                  {"--config", "ui.merge=varnelmerge", "--", fileArgument(filename)});
+    return writeTask(path, "resolve",
+                     {"--config", "ui.merge=varnelmerge", "--", fileArgument(filename)});
 }
 
 std::shared_ptr<VNTask> VNRepoHandlerMercurial::markResolvedTask(const std::string& path,
                                                                  const std::string& filename) {
-    return hgTask(path, "resolve", {"-m", "--", fileArgument(filename)});
+    return writeTask(path, "resolve", {"-m", "--", fileArgument(filename)});
 }
 
 std::shared_ptr<VNTask> VNRepoHandlerMercurial::markUnresolvedTask(const std::string& path,
                                                                    const std::string& filename) {
-    return hgTask(path, "resolve", {"-u", "--", fileArgument(filename)});
+    return writeTask(path, "resolve", {"-u", "--", fileArgument(filename)});
 }
 
 VNTaskList VNRepoHandlerMercurial::restartMergeTasks(const std::string& path,
                                                      const std::string& filename) {
-    return {markUnresolvedTask(path, filename),
-            hgTask(path, "resolve", {"--config", BulkMergePriority, "--", fileArgument(filename)})};
+    return {
+        markUnresolvedTask(path, filename),
+        writeTask(path, "resolve", {"--config", BulkMergePriority, "--", fileArgument(filename)})};
 }
 
 VNTaskList VNRepoHandlerMercurial::resolveUsingTasks(const std::string& path,
                                                      const std::string& filename, bool mine) {
     return {markUnresolvedTask(path, filename),
-            hgTask(path, "resolve",
-                   {"--config", mine ? "ui.merge=internal:local" : "ui.merge=internal:other", "--",
-                    fileArgument(filename)})};
+            writeTask(path, "resolve",
+                      {"--config", mine ? "ui.merge=internal:local" : "ui.merge=internal:other",
+                       "--", fileArgument(filename)})};
 }
 
 bool VNRepoHandlerMercurial::markResolved(const std::string& path, const std::string& filename) {
@@ -626,7 +665,7 @@ std::shared_ptr<VNTask> VNRepoHandlerMercurial::externalDiffTask(const std::stri
                                                                  const std::string& filename,
                                                                  const std::string& revision) {
     std::vector<std::string> args{"--rev", revision, "--", fileArgument(filename)};
-    auto task = hgTask(path, "varneldiff", std::move(args));
+    auto task = writeTask(path, "varneldiff", std::move(args));
     explainMissingExtension(*task, "extdiff", {"unknown command 'varneldiff'"});
     return task;
 }
@@ -645,7 +684,7 @@ std::shared_ptr<VNTask> VNRepoHandlerMercurial::externalDiffTask(const std::stri
     }
     args.emplace_back("--");
     args.push_back(fileArgument(filename));
-    auto task = hgTask(path, "varneldiff", std::move(args));
+    auto task = writeTask(path, "varneldiff", std::move(args));
     explainMissingExtension(*task, "extdiff", {"unknown command 'varneldiff'"});
     return task;
 }
@@ -674,7 +713,7 @@ VNTaskList VNRepoHandlerMercurial::tagTasks(const std::string& path, const std::
     }
     args.emplace_back("--");
     args.push_back(withName);
-    VNTaskList tasks{hgTask(path, "tag", std::move(args))};
+    VNTaskList tasks{writeTask(path, "tag", std::move(args))};
     if (!gpgKey.empty()) {
         // Tagging commits ".hgtags" and moves the working parent, so the tagged changeset is
         // named by its hash before anything runs.
@@ -715,7 +754,7 @@ std::shared_ptr<VNTask> VNRepoHandlerMercurial::removeTagTask(const std::string&
     }
     args.emplace_back("--");
     args.push_back(withName);
-    return hgTask(path, "tag", std::move(args));
+    return writeTask(path, "tag", std::move(args));
 }
 
 // ---- Patches -----------------------------------------------------------------------------------
@@ -745,7 +784,7 @@ VNTaskList VNRepoHandlerMercurial::createPatchTasks(const std::string& path,
     }
     std::vector<std::string> args{"--git", "-o", pattern, "--"};
     args.insert(args.end(), revisions.begin(), revisions.end());
-    return {hgTask(path, "export", std::move(args))};
+    return {writeTask(path, "export", std::move(args))};
 }
 
 std::shared_ptr<VNTask> VNRepoHandlerMercurial::applyPatchTask(const std::string& path,
@@ -768,7 +807,7 @@ std::shared_ptr<VNTask> VNRepoHandlerMercurial::applyPatchTask(const std::string
     }
     args.emplace_back("--");
     args.push_back(filename);
-    return hgTask(path, "import", std::move(args));
+    return writeTask(path, "import", std::move(args));
 }
 
 bool VNRepoHandlerMercurial::applyPatchToWorkingFolder(const std::string& path,
@@ -817,7 +856,7 @@ std::shared_ptr<VNTask> VNRepoHandlerMercurial::transplantTask(
     }
     args.emplace_back("--");
     args.insert(args.end(), revisions.begin(), revisions.end());
-    auto task = hgTask(path, graft ? "graft" : "transplant", std::move(args));
+    auto task = writeTask(path, graft ? "graft" : "transplant", std::move(args));
     if (!graft) {
         explainMissingExtension(*task, "transplant", {"unknown command 'transplant'"});
     }
@@ -826,19 +865,19 @@ std::shared_ptr<VNTask> VNRepoHandlerMercurial::transplantTask(
 
 std::shared_ptr<VNTask> VNRepoHandlerMercurial::rebaseTask(const std::string& path,
                                                            const std::string& destRevision) {
-    auto task = hgTask(path, "rebase", {"--dest", destRevision, "--keepbranches"});
+    auto task = writeTask(path, "rebase", {"--dest", destRevision, "--keepbranches"});
     explainMissingExtension(*task, "rebase", {"unknown command 'rebase'"});
     return task;
 }
 
 std::shared_ptr<VNTask> VNRepoHandlerMercurial::rebaseContinueTask(const std::string& path) {
-    auto task = hgTask(path, "rebase", {"--continue"});
+    auto task = writeTask(path, "rebase", {"--continue"});
     explainMissingExtension(*task, "rebase", {"unknown command 'rebase'"});
     return task;
 }
 
 std::shared_ptr<VNTask> VNRepoHandlerMercurial::rebaseAbortTask(const std::string& path) {
-    auto task = hgTask(path, "rebase", {"--abort"});
+    auto task = writeTask(path, "rebase", {"--abort"});
     explainMissingExtension(*task, "rebase", {"unknown command 'rebase'"});
     return task;
 }
@@ -857,7 +896,7 @@ std::shared_ptr<VNTask> VNRepoHandlerMercurial::createStashTask(const std::strin
         args.emplace_back("-n");
         args.push_back(name);
     }
-    return hgTask(path, "shelve", std::move(args));
+    return writeTask(path, "shelve", std::move(args));
 }
 
 std::shared_ptr<VNTask> VNRepoHandlerMercurial::applyStashTask(const std::string& path,
@@ -870,11 +909,11 @@ std::shared_ptr<VNTask> VNRepoHandlerMercurial::applyStashTask(const std::string
     }
     args.emplace_back("--");
     args.push_back(name);
-    return hgTask(path, "unshelve", std::move(args));
+    return writeTask(path, "unshelve", std::move(args));
 }
 
 bool VNRepoHandlerMercurial::deleteStash(const std::string& path, const std::string& name) {
-    return runTasks({hgTask(path, "shelve", {"--delete", "--", name})});
+    return runTasks({writeTask(path, "shelve", {"--delete", "--", name})});
 }
 
 std::vector<vn::Record> VNRepoHandlerMercurial::listStashes(const std::string& path) {
@@ -913,7 +952,7 @@ bool VNRepoHandlerMercurial::stashExists(const std::string& path, const std::str
 
 std::shared_ptr<VNTask> VNRepoHandlerMercurial::stashDiffTask(const std::string& path,
                                                               const std::string& name) {
-    return hgTask(path, "shelve", {"--list", "--patch", "--", name});
+    return writeTask(path, "shelve", {"--list", "--patch", "--", name});
 }
 
 // ---- History surgery, bookmarks, archives ------------------------------------------------------
@@ -926,7 +965,7 @@ std::shared_ptr<VNTask> VNRepoHandlerMercurial::stripTask(const std::string& pat
     }
     args.emplace_back("--");
     args.push_back(revision);
-    auto task = hgTask(path, "strip", std::move(args));
+    auto task = writeTask(path, "strip", std::move(args));
     explainMissingExtension(*task, "strip", {"unknown command 'strip'"});
     return task;
 }
@@ -943,18 +982,18 @@ std::shared_ptr<VNTask> VNRepoHandlerMercurial::createBookmarkTask(
     }
     args.emplace_back("--");
     args.push_back(name);
-    return hgTask(path, "bookmark", std::move(args));
+    return writeTask(path, "bookmark", std::move(args));
 }
 
 std::shared_ptr<VNTask> VNRepoHandlerMercurial::deleteBookmarkTask(const std::string& path,
                                                                    const std::string& name) {
-    return hgTask(path, "bookmark", {"-d", "--", name});
+    return writeTask(path, "bookmark", {"-d", "--", name});
 }
 
 std::shared_ptr<VNTask> VNRepoHandlerMercurial::renameBookmarkTask(const std::string& path,
                                                                    const std::string& oldName,
                                                                    const std::string& newName) {
-    return hgTask(path, "bookmark", {"-m", "--", oldName, newName});
+    return writeTask(path, "bookmark", {"-m", oldName, "--", newName});
 }
 
 std::vector<std::string> VNRepoHandlerMercurial::parseBookmarkNames(std::string_view output) {
@@ -993,5 +1032,5 @@ std::shared_ptr<VNTask> VNRepoHandlerMercurial::archiveTask(
     }
     args.emplace_back("--");
     args.push_back(destination);
-    return hgTask(path, "archive", std::move(args));
+    return writeTask(path, "archive", std::move(args));
 }
