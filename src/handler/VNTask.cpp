@@ -262,6 +262,8 @@ void VNTask::addStandardGitEnvironment(vn::Environment& env) const {
 void VNTask::addStandardHgEnvironment(vn::Environment& env) const {
     env["HGENCODING"] = "UTF-8";
     env["HGPLAIN"] = "1";
+    // A user's own exceptions would bring aliases and colour back into what the parsers read.
+    env["HGPLAINEXCEPT"] = "";
     env["HGRCPATH"] = vn::format("~/.hgrc:%@:%@", vn::AppData::pathFor("hgrc_userext_disable"),
                                  vn::AppData::pathFor("hgrc_varnel"));
     env["PYTHONDONTWRITEBYTECODE"] = "1";

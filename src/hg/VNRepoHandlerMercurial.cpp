@@ -3,6 +3,7 @@
 #include <array>
 
 #include "handler/ToolPaths.h"
+#include "hg/VNHgCommandServer.h"
 #include "platform/FileSystem.h"
 #include "platform/Log.h"
 #include "platform/Process.h"
@@ -61,6 +62,7 @@ std::shared_ptr<VNTask> VNRepoHandlerMercurial::hgTask(const std::string& path,
 
 std::shared_ptr<VNTask> VNRepoHandlerMercurial::hgTaskWithArgs(const std::string& path,
                                                                std::vector<std::string> args) {
+    writeProgramConfiguration();
     auto task = VNTask::taskWithCommand(hgPath(), path, std::move(args));
     task->setEnvironmentCustomisations(plainEnvironment());
     return task;
@@ -77,11 +79,32 @@ std::shared_ptr<VNTask> VNRepoHandlerMercurial::hgQueryTask(const std::string& p
 
 std::shared_ptr<VNTask> VNRepoHandlerMercurial::hgQueryTaskWithArgs(const std::string& path,
                                                                     std::vector<std::string> args) {
-    return hgTaskWithArgs(path, std::move(args));
+    auto task = hgTaskWithArgs(path, std::move(args));
+    std::string hg = hgPath();
+    if (auto chg = VNHgCommandServer::clientFor(hg)) {
+        VNHgCommandServer::prepare(*task, hg, *chg, plainEnvironment());
+    }
+    return task;
 }
 
 bool VNRepoHandlerMercurial::runQuery(const std::shared_ptr<VNTask>& task) {
+    if (task->run()) {
+        return true;
+    }
+    std::string hg = hgPath();
+    if (task->command() == hg || !VNHgCommandServer::serverFailed(*task)) {
+        return false;
+    }
+    // The command server could not start: the same run through hg itself.
+    vn::Log::warning("Mercurial command server failed, running hg instead: " + task->errorOutput(),
+                     vn::Log::Mercurial);
+    task->setCommand(hg);
+    task->setEnvironmentCustomisations(plainEnvironment());
     return task->run();
+}
+
+bool VNRepoHandlerMercurial::usesCommandServer() const {
+    return VNHgCommandServer::clientFor(hgPath()).has_value();
 }
 
 // ---- Failures ----------------------------------------------------------------------------------

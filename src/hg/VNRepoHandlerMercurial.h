@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -8,6 +9,7 @@
 #include <vector>
 
 #include "handler/VNRepoHandlerBase.h"
+#include "model/VNLogDescriptionEntry.h"
 
 // The Mercurial backend. Every operation is a run of `hg` (or of its command-server client `chg`
 // for queries, where installed) whose output is read in a fixed plain form: the user's aliases,
@@ -63,6 +65,8 @@ class VNRepoHandlerMercurial : public VNRepoHandlerBase {
     // Runs a query task; when it ran through the command server and that failed to start, runs
     // it once more through plain `hg`. Answers the task's success.
     bool runQuery(const std::shared_ptr<VNTask>& task);
+    // Whether queries go through the command server.
+    bool usesCommandServer() const;
 
     // ---- Failures ----
     // Reports a failed hg command under its label ("hg status", "hg log", ...).
@@ -72,9 +76,240 @@ class VNRepoHandlerMercurial : public VNRepoHandlerBase {
     // ---- Repositories ----
     // True when the folder holds a ".hg" folder.
     bool validateWorkingDirectory(const std::string& path) override;
+    // Whether `hg identify` reaches a repository at the path or URL.
+    bool validatePathOrURL(const std::string& pathOrURL,
+                           VNPathOrURLValidationDelegate* delegate) override;
+    bool checkConfigForRepo(const std::string& path, bool fixAndPrompt) override;
+
+    // ---- Version (VNRepoHandlerMercurialStatus.cpp) ----
+    // "number", "standard", "location", "exists"; `hg --version` runs once per executable.
+    vn::Record versionDetails() override;
+    // The version number in `hg --version` output; empty when there is none.
+    static std::string parseVersionNumber(std::string_view output);
+    // Too old to drive: a custom Mercurial before 3.1.3 as the version rule reads it. The
+    // shipped tool always passes.
+    static bool isIncompatibleVersion(std::string_view number);
+    bool isUsingIncompatibleMercurial();
+    // Warns once (unless suppressed) when the custom Mercurial is too old.
+    void checkMercurialVersionSecurity();
+
+    // ---- Working-copy state (VNRepoHandlerMercurialStatus.cpp) ----
+    using VNRepoHandlerBase::fileStatus;
+    // `hg status` with the options of the mask and "-C", and `hg resolve -l` for the conflict
+    // bits (16, 32), merged.
+    std::vector<vn::Record> fileStatus(const std::string& path, uint64_t includeStatuses) override;
+    // The `hg status` options a mask asks for, in their fixed order, "-C" last; empty when the
+    // mask asks for nothing `hg status` lists.
+    static std::vector<std::string> statusOptionsForMask(uint64_t mask);
+    vn::Record summary(const std::string& path) override;
+    bool isClean(const std::string& path) override;
+    bool isMergeOutstanding(const std::string& path) override;
+    bool isRebaseInProgress(const std::string& path) override;
+    bool isGraftInProgress(const std::string& path);
+    // The working copy's parent: its full hash, or its revision number; "-1" when hg fails.
+    std::string currentRevision(const std::string& path) override;
+    std::string currentRevisionNumber(const std::string& path);
+    // The tip's revision number; empty when hg fails.
+    std::string latestRevision(const std::string& path) override;
+    uint64_t revisionCount(const std::string& path) override;
+    std::string currentBranch(const std::string& path);
+    bool hasSubmodules(const std::string& path) override;
+    // ".hgsub" entries: "local", "srcOriginal", "srcLocal", "kind" ("hg", "git", "svn"), and
+    // "rev" from ".hgsubstate".
+    std::vector<vn::Record> listSubmodules(const std::string& path) override;
+    std::vector<vn::Record> listSubmodulesWithUncommittedChanges(const std::string& path) override;
+    std::vector<vn::Record> listSubmodulesWithUnpushedChanges(const std::string& path) override;
+
+    // ---- History (VNRepoHandlerMercurialHistory.cpp) ----
+    using VNRepoHandlerBase::logRevisions;
+    std::vector<vn::Record> logRevisions(const std::string& path, const std::string& latestRevision,
+                                         uint64_t skip, uint64_t limit,
+                                         const std::optional<std::string>& branch,
+                                         uint64_t options) override;
+    std::vector<vn::Record> logRevisions(const std::string& path,
+                                         const std::vector<std::string>& fileFolderPaths,
+                                         uint64_t withLimit, bool followRenames) override;
+    // The log run and the label lookup side by side. `options` bits: 0x100 closed branches as
+    // labels, 0x200 every head labelled with its branch.
+    std::vector<vn::Record> logRevisions(const std::string& path,
+                                         const std::vector<std::string>& fileFolderPaths,
+                                         const std::optional<std::string>& startRevision,
+                                         uint64_t withLimit,
+                                         const std::optional<std::string>& branch, uint64_t options,
+                                         bool followRenames) override;
+    static constexpr uint64_t LogIncludeClosedBranches = 0x100;
+    static constexpr uint64_t LogLabelEveryHead = 0x200;
+    // The argument vector of a log run (without the default arguments).
+    static std::vector<std::string> logArguments(const std::vector<std::string>& fileFolderPaths,
+                                                 const std::optional<std::string>& startRevision,
+                                                 uint64_t withLimit,
+                                                 const std::optional<std::string>& branch,
+                                                 bool followRenames);
+    std::optional<vn::Record> parseLogLine(const std::string& line) override;
+    // Tags, branches (or every head) and bookmarks by revision; from the bundle when given.
+    std::map<std::string, VNLogDescriptionEntry::LabelList, std::less<>> labelsByRevision(
+        const std::string& path, bool includeClosedBranches, bool includeMultipleHeads,
+        const std::optional<std::string>& bundlePath = std::nullopt);
+    std::map<std::string, std::string> headsByRevision(const std::string& path);
+    // Search modes: 0 keyword (message, user, files), 1 author.
+    static constexpr uint32_t SearchKeyword = 0;
+    static constexpr uint32_t SearchAuthor = 1;
+    std::shared_ptr<VNTask> searchLogTask(const std::string& path, const std::string& pattern,
+                                          uint32_t mode, const vn::Value::Date& from,
+                                          const vn::Value::Date& to) override;
+    vn::Record revisionDetails(const std::string& path, const std::string& revision) override;
+    std::vector<vn::Record> revisionFileChanges(const std::string& path,
+                                                const std::string& revision) override;
+    std::vector<vn::Record> revisionRangeFileChanges(const std::string& path,
+                                                     const std::string& revisionFrom,
+                                                     const std::string& revisionTo) override;
+    std::vector<vn::Record> mergeRevisionFileChanges(const std::string& path,
+                                                     const std::string& revision,
+                                                     const std::string& parent1,
+                                                     const std::string& parent2) override;
+    std::vector<std::string> parentRevisions(const std::string& path,
+                                             const std::string& revision) override;
+    std::vector<vn::Record> parentRevisionsWithDetails(const std::string& path,
+                                                       const std::string& revision) override;
+    vn::Record lastCommitDetails(const std::string& path) override;
+    bool revisionIsValid(const std::string& path, const std::string& revision) override;
+    // The full hash of what the label names (a revision number, hash, tag, branch, bookmark).
+    std::optional<std::string> getCommitSHA(const std::string& path,
+                                            const std::string& forLabel) override;
+    std::vector<vn::Record> blame(const std::string& path, const std::string& file,
+                                  const std::optional<std::string>& revision) override;
+    bool exportFileContentAtRevision(const std::string& path, const std::string& file,
+                                     const std::string& revision,
+                                     const std::string& destFile) override;
+
+    // ---- References and remotes (VNRepoHandlerMercurialHistory.cpp) ----
+    std::vector<std::string> branches(const std::string& path) override;
+    std::vector<std::string> branchesSortedByMostRecentFirst(const std::string& path) override;
+    std::vector<std::string> tags(const std::string& path) override;
+    std::vector<std::string> tagsSortedByMostRecentFirst(const std::string& path) override;
+    std::vector<std::string> bookmarks(const std::string& path, std::string* active = nullptr);
+    std::vector<std::shared_ptr<VNLogLabel>> allRevisionLabels(const std::string& path,
+                                                               uint64_t options) override;
+    vn::Record remoteRepositories(const std::string& path) override;
+    std::vector<vn::Record> remotePaths(const std::string& path) override;
+    bool setRemotePaths(const std::string& path, const std::vector<vn::Record>& remotes) override;
+    std::string urlForAlias(const std::string& path, const std::string& alias) override;
+    bool isRemoteSvn(const std::string& path, const std::string& remote) override;
+    bool hasSvnInterop(const std::string& path) override;
+    void authenticationFailed(const std::string& path, const std::string& remote) override;
+    // Prepares a task that talks to `remote` for password prompts.
+    void configureSshAskPass(const std::string& path, const std::string& remote, VNTask& task);
+
+    // ---- Incoming and outgoing (VNRepoHandlerMercurialHistory.cpp) ----
+    bool incomingChanges(const std::string& path, const std::string& remote,
+                         uint64_t& incoming) override;
+    bool incomingChanges(const std::string& path, const std::string& remote, uint64_t& incoming,
+                         const std::optional<std::string>& branch);
+    bool outgoingChanges(const std::string& path, const std::string& remote,
+                         uint64_t& outgoing) override;
+    bool incomingOutgoingChanges(const std::string& path, bool localOnly, uint64_t& incoming,
+                                 uint64_t& outgoing,
+                                 const std::optional<std::string>& branch) override;
+    std::string incomingText(const std::string& path, const std::string& remote) override;
+    // The changesets a push would send, as log rows with labels and graph.
+    std::vector<vn::Record> outgoingChangesetLog(const std::string& path,
+                                                 const std::string& remote) override;
+    // The changesets a pull would bring, read through a bundle kept at `bundlePath` so that the
+    // later pull takes exactly these; rows with labels (from the bundle) and graph.
+    std::vector<vn::Record> incomingChangesetLog(const std::string& path, const std::string& remote,
+                                                 const std::string& bundlePath);
+    // Counts "rev=" (or, against Subversion, "revision:" / "changeset:") in the output.
+    static uint64_t countChanges(std::string_view output, std::string_view marker);
+
+    // ---- Diffs (VNRepoHandlerMercurialDiff.cpp) ----
+    std::shared_ptr<VNDiffModel> fileDiffAgainstBase(const std::string& path,
+                                                     const std::string& file, int context) override;
+    std::shared_ptr<VNDiffModel> fileDiffAgainstBase(const std::string& path,
+                                                     const std::vector<std::string>& fileList,
+                                                     int context) override;
+    using VNRepoHandlerBase::fileDiffAgainstBase;
+    // Options: vn::DiffIgnoreWhitespace.
+    std::shared_ptr<VNTask> fileDiffAgainstBaseTask(const std::string& path,
+                                                    const std::vector<std::string>& fileList,
+                                                    uint64_t options, int context) override;
+    std::shared_ptr<VNTask> fileDiffAgainstBaseTask(const std::string& path,
+                                                    const std::vector<std::string>& fileList,
+                                                    const std::string& baseRevision,
+                                                    uint64_t options, int context) override;
+    std::shared_ptr<VNTask> revisionFileDiffTask(const std::string& path,
+                                                 const std::string& revision,
+                                                 const std::vector<std::string>& fileList,
+                                                 uint64_t options, int context) override;
+    std::shared_ptr<VNTask> revisionFileDiffTask(const std::string& path,
+                                                 const std::string& revision,
+                                                 const std::vector<std::string>& fileList,
+                                                 uint64_t options, int context,
+                                                 const std::optional<std::string>& bundlePath);
+    std::shared_ptr<VNTask> revisionRangeFileDiffTask(const std::string& path,
+                                                      const std::string& revisionFrom,
+                                                      const std::string& revisionTo,
+                                                      const std::vector<std::string>& fileList,
+                                                      uint64_t options, int context) override;
+    std::shared_ptr<VNTask> createPatchTask(const std::string& path,
+                                            const std::vector<std::string>& files,
+                                            const std::string& saveToFile) override;
+    // Runs a prepared diff task and parses its output into a model; null when hg failed.
+    std::shared_ptr<VNDiffModel> runDiffTask(const std::shared_ptr<VNTask>& task);
+
+    // ---- Configuration, ignores, templates, attic (VNRepoHandlerMercurialConfig.cpp) ----
+    // The program's own Mercurial configuration file, in the application data folder.
+    static std::string hgVarnelConfigFilename();
+    static std::string hgUserExtDisableFilename();
+    // The extensions the program asks hg to load: name to module ("" for a core one).
+    static std::vector<std::pair<std::string, std::string>> extensionTable();
+    // Rewrites "hgrc_varnel" (extensions the installed hg has, minus the disabled ones; git
+    // diffs; no automatic subrepository commits; the global ignore file) and
+    // "hgrc_userext_disable". Runs once per process unless `force`.
+    void writeProgramConfiguration(bool force = false);
+    // Extensions of the table that the installed hg cannot load (hgsubversion, hgflow on many
+    // systems), found when the configuration was written.
+    std::vector<std::string> missingExtensions();
+    // A clear error for an operation that needs a missing extension, or nothing.
+    std::optional<std::string> missingExtensionError(const std::string& extension);
+    bool repositoryUserInformation(const std::string& path, std::string& username,
+                                   std::string& email) override;
+    bool setRepositoryUserInformation(const std::string& path, const std::string& username,
+                                      const std::string& email) override;
+    bool userInformation(std::string& username, std::string& email) override;
+    bool setUserInformation(const std::string& username, const std::string& email) override;
+    std::string getDefaultAuthor(const std::string& path) override;
+    bool addIgnore(const std::string& path, const std::string& pattern) override;
+    bool addIgnore(const std::string& path, const std::vector<std::string>& patterns) override;
+    bool addIgnores(const std::vector<std::string>& patterns, const std::string& toFile) override;
+    // The ignore file's text with the glob patterns added (see addIgnores).
+    static std::string addIgnorePatterns(const std::string& text,
+                                         const std::vector<std::string>& patterns);
+    bool addGlobalIgnore(const std::string& pattern) override;
+    bool addGlobalIgnores(const std::vector<std::string>& patterns) override;
+    VNRegexList ignoreListRegexes(const std::string& path) override;
+    VNRegexList globalIgnoreListRegexes() override;
+    std::string repositoryIgnoreFilename(const std::string& path) override;
+    std::string globalIgnoreFilename();
+    // The expressions of an ignore file's text, following its "syntax:" lines.
+    static VNRegexList readIgnoreText(std::string_view text);
+    std::optional<std::string> templateFileForDocument(const VNTemplateDocument& document) override;
+    std::optional<std::string> defaultCommitTemplateFilePathForDocument(
+        const VNTemplateDocument& document) override;
+    // Files in ".hg/attic" that are saved changes (not the ".applied", ".current", ".saved"
+    // bookkeeping), and the once-only warning about them.
+    std::vector<std::string> atticFiles(const std::string& path);
+    bool hasAtticContent(const std::string& path);
+    void warnAboutAtticContent(const std::string& path);
 
   private:
     bool needsWebCacerts_ = false;
+    std::mutex versionMutex_;
+    std::optional<std::string> versionNumber_;
+    std::string versionPath_;
+    std::mutex configMutex_;
+    bool configWritten_ = false;
+    std::vector<std::string> missingExtensions_;
+    bool didWarnAboutAttic_ = false;
 
     // ==== Commands that change the repository ====================================================
     // Each answers unstarted tasks (or a list run in order, stopping at the first failure); the
@@ -90,12 +325,6 @@ class VNRepoHandlerMercurial : public VNRepoHandlerBase {
         PostPullFetch = 3
     };
 
-    // Prepares a task that reaches `remote` (a path name or an address): the password prompt
-    // for ssh and, through the varnel_auth extension, for HTTP; failed logins drop the stored
-    // password.
-    void configureRemoteTask(const std::string& path, const std::string& remote, VNTask& task);
-    // `remote` resolved through the [paths] of the repository's ".hg/hgrc".
-    std::string remoteAddress(const std::string& path, const std::string& remote) const;
     // Adds to the task's error output, after hg's own, which extension the command needs, when
     // hg's error holds one of `markers` (its words for an unknown command or option).
     static void explainMissingExtension(VNTask& task, const std::string& extension,
@@ -254,9 +483,6 @@ class VNRepoHandlerMercurial : public VNRepoHandlerBase {
     std::shared_ptr<VNTask> deleteBookmarkTask(const std::string& path, const std::string& name);
     std::shared_ptr<VNTask> renameBookmarkTask(const std::string& path, const std::string& oldName,
                                                const std::string& newName);
-    // Bookmark names, in hg's order.
-    std::vector<std::string> bookmarks(const std::string& path);
-    static std::vector<std::string> parseBookmarkNames(std::string_view output);
     using VNRepoHandlerBase::archiveTask;
     std::shared_ptr<VNTask> archiveTask(const std::string& path, const std::string& destination,
                                         const std::string& prefix,

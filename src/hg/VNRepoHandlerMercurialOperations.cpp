@@ -13,8 +13,6 @@
 #include "base/Regex.h"
 #include "base/TextEncoding.h"
 #include "hg/VNRepoHandlerMercurial.h"
-#include "model/VNConfigFile.h"
-#include "platform/CredentialStore.h"
 #include "platform/FileSystem.h"
 #include "platform/Log.h"
 #include "platform/Preferences.h"
@@ -143,28 +141,6 @@ std::shared_ptr<VNTask> VNRepoHandlerMercurial::writeTask(const std::string& pat
     return writeTaskWithArgs(path, std::move(all));
 }
 
-std::string VNRepoHandlerMercurial::remoteAddress(const std::string& path,
-                                                  const std::string& remote) const {
-    std::string hgrc = vn::fs::appendPathComponent(path, ".hg/hgrc");
-    if (remote.empty() || remote.find("://") != std::string::npos || remote[0] == '/' ||
-        !vn::fs::exists(hgrc)) {
-        return remote;
-    }
-    VNConfigFile config(hgrc, true, true);
-    return config.getConfigValueForKey(remote, "paths").value_or(remote);
-}
-
-void VNRepoHandlerMercurial::configureRemoteTask(const std::string& path, const std::string& remote,
-                                                 VNTask& task) {
-    std::string url = remoteAddress(path, remote);
-    // ssh asks the helper for passwords and passphrases, and varnel_auth does for HTTP: every
-    // remote gets it.
-    task.configureSSHAskpassForUser(vn::CredentialStore::userFromURL(url),
-                                    vn::CredentialStore::hostFromURL(url), url, true);
-    task.setAuthenticationFailedDelegate(weak_from_this());
-    task.setRemoteInfo(remote);
-}
-
 void VNRepoHandlerMercurial::explainMissingExtension(VNTask& task, const std::string& extension,
                                                      std::vector<std::string> markers) {
     auto explained = std::make_shared<bool>(false);
@@ -233,7 +209,7 @@ std::shared_ptr<VNTask> VNRepoHandlerMercurial::cloneTaskForSource(const std::st
     // The clone runs beside the new folder, which does not exist yet.
     std::string parent = vn::fs::deletingLastPathComponent(destination);
     auto task = writeTaskWithArgs(parent.empty() ? "." : parent, std::move(args));
-    configureRemoteTask(parent, trimmed(source), *task);
+    configureSshAskPass(parent, trimmed(source), *task);
     return task;
 }
 
@@ -261,7 +237,7 @@ std::shared_ptr<VNTask> VNRepoHandlerMercurial::cloneSvnTaskForSource(
     args.push_back(destination);
     std::string parent = vn::fs::deletingLastPathComponent(destination);
     auto task = writeTaskWithArgs(parent.empty() ? "." : parent, std::move(args));
-    configureRemoteTask(parent, url, *task);
+    configureSshAskPass(parent, url, *task);
     // Without hgsubversion hg knows neither the options nor the "svn+" addresses.
     explainMissingExtension(*task, "hgsubversion",
                             {"option --layout not recognized", "option --startrev not recognized",
@@ -482,7 +458,7 @@ std::shared_ptr<VNTask> VNRepoHandlerMercurial::pushTask(const std::string& path
     args.emplace_back("--");
     args.push_back(remote);
     auto task = writeTask(path, "push", std::move(args));
-    configureRemoteTask(path, remote, *task);
+    configureSshAskPass(path, remote, *task);
     return task;
 }
 
@@ -531,7 +507,7 @@ std::shared_ptr<VNTask> VNRepoHandlerMercurial::pullTask(const std::string& path
             explainMissingExtension(*task, "rebase", {"option --rebase not recognized"});
         }
     }
-    configureRemoteTask(path, remote, *task);
+    configureSshAskPass(path, remote, *task);
     return task;
 }
 
@@ -994,29 +970,6 @@ std::shared_ptr<VNTask> VNRepoHandlerMercurial::renameBookmarkTask(const std::st
                                                                    const std::string& oldName,
                                                                    const std::string& newName) {
     return writeTask(path, "bookmark", {"-m", oldName, "--", newName});
-}
-
-std::vector<std::string> VNRepoHandlerMercurial::parseBookmarkNames(std::string_view output) {
-    static const vn::Regex bookmarkLine(R"( [ \*] (.+?)\s+-?\d+:[a-z0-9]+.*)");
-    std::vector<std::string> names;
-    while (!output.empty()) {
-        std::size_t end = output.find('\n');
-        std::string_view line = output.substr(0, end);
-        output = end == std::string_view::npos ? std::string_view() : output.substr(end + 1);
-        if (auto match = bookmarkLine.match(line)) {
-            names.push_back(match->str(1));
-        }
-    }
-    return names;
-}
-
-std::vector<std::string> VNRepoHandlerMercurial::bookmarks(const std::string& path) {
-    auto task = hgQueryTask(path, "bookmarks");
-    if (!runQuery(task)) {
-        handleHgFailure("hg bookmarks", task->exitCode(), task->errorOutput(), false);
-        return {};
-    }
-    return parseBookmarkNames(task->output());
 }
 
 std::shared_ptr<VNTask> VNRepoHandlerMercurial::archiveTask(

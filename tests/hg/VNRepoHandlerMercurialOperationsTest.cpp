@@ -623,17 +623,6 @@ TEST_F(HgWriteTest, BookmarksCreateMoveRenameDeleteAndList) {
     EXPECT_EQ(handler->bookmarks(repo.path()), (std::vector<std::string>{"renamed"}));
 }
 
-TEST_F(HgWriteTest, BookmarkListingReadsHgsOwnLayout) {
-    const std::string output =
-        "   plain                     0:18a53ab40128\n"
-        " * active one                12:0123456789ab\n"
-        "   sp  aced  \xc3\xa4             3:abcdefabcdef\n"
-        "no bookmarks set\n"
-        "\n";
-    EXPECT_EQ(VNRepoHandlerMercurial::parseBookmarkNames(output),
-              (std::vector<std::string>{"plain", "active one", "sp  aced  \xc3\xa4"}));
-}
-
 TEST_F(HgWriteTest, ArchiveWritesARevisionWithAPrefix) {
     HgRepository repo;
     repo.commitFile("f \xc3\xa9.txt", "one\n", "one");
@@ -759,19 +748,27 @@ TEST_F(HgWriteTest, PullTakesExactlyThePreviewedBundle) {
     EXPECT_EQ(log(clone, "tip", "{desc}"), "previewed");
 }
 
-TEST_F(HgWriteTest, RemoteTasksUseThePasswordPromptForTheResolvedAddress) {
+TEST_F(HgWriteTest, RemoteTasksCarryTheResolvedAddressForCredentials) {
     HgRepository repo;
-    repo.write(".hg/hgrc", "[paths]\ndefault = https://ann@hg.example.com/repo\n");
-    auto task = handler->pushTask(repo.path(), "default");
-    ASSERT_TRUE(task->askpassEnvironment());
-    const auto& env = *task->askpassEnvironment();
-    EXPECT_EQ(env.at("AUTH_URL"), "https://ann@hg.example.com/repo");
-    EXPECT_EQ(env.at("AUTH_USERNAME"), "ann");
-    EXPECT_EQ(env.at("AUTH_HOSTNAME"), "hg.example.com");
-    EXPECT_TRUE(env.contains("SSH_ASKPASS"));
-    EXPECT_EQ(task->remoteInfo(), "default");
-    EXPECT_EQ(handler->remoteAddress(repo.path(), "/some/path"), "/some/path");
-    EXPECT_EQ(handler->remoteAddress(repo.path(), "unknown"), "unknown");
+    const std::string url = "https://ann@hg.example.com/repo";
+    repo.write(".hg/hgrc", "[paths]\ndefault = " + url + "\n");
+    TempDir dir("varnel-creds");
+    const std::pair<const char*, std::shared_ptr<VNTask>> tasks[] = {
+        {"push", handler->pushTask(repo.path(), "default")},
+        {"pull", handler->pullTask(repo.path(), "default", std::nullopt, std::nullopt, 1)},
+        {"fetch", handler->pullTask(repo.path(), "default", std::nullopt, std::nullopt, 3)},
+        {"clone", handler->cloneTaskForSource(url, dir.file("c"), {})},
+    };
+    for (const auto& [name, task] : tasks) {
+        SCOPED_TRACE(name);
+        ASSERT_TRUE(task->askpassEnvironment());
+        const auto& env = *task->askpassEnvironment();
+        EXPECT_EQ(env.at("AUTH_URL"), url);
+        EXPECT_EQ(env.at("AUTH_USERNAME"), "ann");
+        EXPECT_EQ(env.at("AUTH_HOSTNAME"), "hg.example.com");
+        EXPECT_FALSE(env.contains("AUTH_NO_PROMPTS"));
+        EXPECT_EQ(task->remoteInfo(), std::string(name) == "clone" ? url : "default");
+    }
 }
 
 // ---- External tools and missing extensions -----------------------------------------------------

@@ -73,6 +73,11 @@ class VarnelAuthTest : public ::testing::Test {
         ASSERT_TRUE(vn::fs::exists(portFile)) << "the test server did not start";
         url = "http://127.0.0.1:" + readFile(portFile) + "/";
         asked = dir.file("asked");
+        // A copy in a resources layout of its own, so that which prompt program lies beside it
+        // is up to the test.
+        extension = dir.file("res/mercurial_local/hgext/varnel_auth.py");
+        writeFile(extension,
+                  readFile(vn::Resources::pathFor("mercurial_local/hgext/varnel_auth.py")));
     }
     void TearDown() override {
         writeFile(stopFile, "");
@@ -95,8 +100,7 @@ class VarnelAuthTest : public ::testing::Test {
                                bool withExtension = true) {
         std::vector<std::string> all;
         if (withExtension) {
-            all = {"--config", "extensions.varnel_auth=" +
-                                   vn::Resources::pathFor("mercurial_local/hgext/varnel_auth.py")};
+            all = {"--config", "extensions.varnel_auth=" + extension};
         }
         all.insert(all.end(), args.begin(), args.end());
         auto task =
@@ -113,7 +117,7 @@ class VarnelAuthTest : public ::testing::Test {
     TempDir dir{"varnel-auth"};
     HgRepository origin;
     std::thread server;
-    std::string portFile, stopFile, url, asked;
+    std::string portFile, stopFile, url, asked, extension;
     int helpers = 0;
 };
 
@@ -212,6 +216,15 @@ TEST_F(VarnelAuthTest, StoredCredentialsWinAndPushesAuthenticateToo) {
     auto plain = hg({"clone", url, dir.file("plain")}, {{"SSH_ASKPASS", good}}, false);
     EXPECT_FALSE(plain->success());
     EXPECT_NE(plain->errorOutput().find("http authorization required"), std::string::npos);
+}
+
+TEST_F(VarnelAuthTest, TheShippedPromptAnswersWhenNoneIsNamed) {
+    std::string shipped = helper("alice", Password);
+    vn::fs::makeDirectories(dir.file("res/bin"));
+    ASSERT_EQ(std::rename(shipped.c_str(), dir.file("res/bin/VarnelLogin").c_str()), 0);
+    auto task = hg({"clone", "--noupdate", url, dir.file("clone")}, {});
+    EXPECT_TRUE(task->success()) << task->errorOutput();
+    EXPECT_NE(questions().find("Password for 'http://alice@"), std::string::npos);
 }
 
 TEST_F(VarnelAuthTest, NonAsciiCredentialsEndWithAPlainMessage) {

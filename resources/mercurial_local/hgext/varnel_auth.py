@@ -4,10 +4,11 @@
 # HTTP(S) remote that needs a password would stop at once with "http authorization required".
 # This extension fills the gap the way ssh and git do it: when neither the URL, the passwords hg
 # already holds nor the [auth] section give a user name and a password, it asks the program
-# named by SSH_ASKPASS (Varnel's "VarnelLogin"), one run per question, the question as the only
-# argument and the answer on its standard output. The questions are git's ("Username for
-# 'https://host': ", "Password for 'https://user@host': "), so one helper serves both tools and
-# finds the stored password under the same service.
+# named by SSH_ASKPASS, else Varnel's "VarnelLogin" in the resources' bin/ folder (two levels
+# above this file), one run per question, the question as the only argument and the answer on
+# its standard output. The questions are git's ("Username for 'https://host': ", "Password for
+# 'https://user@host': "), so one helper serves both tools and finds the stored password under
+# the same service.
 #
 # Rules:
 # - AUTH_NO_PROMPTS set (counting queries): the helper is never run; hg fails as it would
@@ -42,9 +43,14 @@ def _environ(name):
 def _helper():
     if _environ('AUTH_NO_PROMPTS'):
         return None
-    helper = _environ('SSH_ASKPASS')
-    if helper and os.access(helper, os.X_OK):
-        return helper
+    # Varnel names the helper for ssh remotes only; for HTTP it is the one shipped beside this
+    # file (resources/bin/VarnelLogin).
+    shipped = os.path.join(
+        os.path.dirname(os.path.abspath(__file__)), '..', '..', 'bin', 'VarnelLogin'
+    )
+    for helper in (_environ('SSH_ASKPASS'), os.path.normpath(shipped)):
+        if helper and os.path.isfile(helper) and os.access(helper, os.X_OK):
+            return helper
     return None
 
 
