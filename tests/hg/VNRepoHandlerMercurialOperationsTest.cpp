@@ -55,21 +55,23 @@ std::vector<std::string> sortedLines(const std::string& text) {
 
 class HgWriteTest : public ::testing::Test {
   protected:
+    // The handler's runs read ~/.hgrc (a fixed user and date here) and the program's own
+    // "hgrc_varnel", written as the program writes it.
     void SetUp() override {
-        writeConfig({"rebase", "transplant", "fetch", "strip", "gpg", "extdiff"});
-    }
-
-    // The handler's runs read ~/.hgrc and the program's "hgrc_varnel": a fixed user and date
-    // there, and the extensions the program enables.
-    void writeConfig(const std::vector<std::string>& extensions) {
         writeFile(vn::fs::appendPathComponent(vn::fs::homeDirectory(), ".hgrc"),
                   "[ui]\nusername = Test User <test@example.com>\n"
                   "[devel]\ndefault-date = 1704164645 0\n");
+        handler->writeProgramConfiguration(true);
+    }
+
+    // Replaces the program's configuration with one that enables only `extensions`.
+    void writeConfig(const std::vector<std::string>& extensions,
+                     const std::string& more = std::string()) {
         std::string config = "[extensions]\n";
         for (const std::string& name : extensions) {
             config += name + " =\n";
         }
-        writeFile(vn::AppData::pathFor("hgrc_varnel"), config);
+        writeFile(vn::AppData::pathFor("hgrc_varnel"), config + more);
     }
 
     static bool run(const VNTaskList& tasks, std::string* errors = nullptr) {
@@ -784,8 +786,7 @@ TEST_F(HgWriteTest, ExternalDiffGetsTheRevisionsAsked) {
         tool.path(), "diff.sh",
         "for f in \"$1\" \"$2\"; do cat \"$f/a b.txt\" 2>/dev/null || cat \"$f\"; done >> '" +
             record + "'\necho -- >> '" + record + "'\n");
-    writeFile(vn::AppData::pathFor("hgrc_varnel"),
-              "[extensions]\nextdiff =\n[extdiff]\ncmd.varneldiff = " + script + "\n");
+    writeConfig({"extdiff"}, "[extdiff]\ncmd.varneldiff = " + script + "\n");
     struct Case {
         const char* name;
         std::function<std::shared_ptr<VNTask>()> task;

@@ -58,13 +58,13 @@ class VarnelAuthTest : public ::testing::Test {
     void SetUp() override {
         origin.commitFile("f.txt", "one\n", "one");
         writeFile(origin.file(".hg/hgrc"), "[web]\npush_ssl = false\nallow-push = *\n");
-        std::string extension = dir.file("authserve.py");
-        writeFile(extension, ServerExtension);
+        std::string serverExtension = dir.file("authserve.py");
+        writeFile(serverExtension, ServerExtension);
         portFile = dir.file("port");
         stopFile = dir.file("stop");
-        server = std::thread([this, extension] {
+        server = std::thread([this, serverExtension] {
             vn::test::runHg(dir.path(),
-                            {"--config", "extensions.authserve=" + extension, "authserve",
+                            {"--config", "extensions.authserve=" + serverExtension, "authserve",
                              origin.path(), "alice", Password, portFile, stopFile});
         });
         for (int i = 0; i < 300 && !vn::fs::exists(portFile); ++i) {
