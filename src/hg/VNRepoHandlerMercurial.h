@@ -475,6 +475,12 @@ class VNRepoHandlerMercurial : public VNRepoHandlerBase {
     std::shared_ptr<VNTask> stashDiffTask(const std::string& path,
                                           const std::string& name) override;
 
+    // Turns a patch saved in ".hg/attic" (the file `atPath`) into a shelf of the same name and
+    // removes the file; false, with the file kept, when the working copy has changes or the
+    // patch does not apply.
+    bool importAtticStash(const std::string& path, const std::string& atPath);
+    bool deleteAtticStash(const std::string& path, const std::string& atPath);
+
     std::shared_ptr<VNTask> stripTask(const std::string& path, const std::string& revision,
                                       bool keep);
     std::shared_ptr<VNTask> createBookmarkTask(const std::string& path, const std::string& name,

@@ -931,6 +931,33 @@ std::shared_ptr<VNTask> VNRepoHandlerMercurial::stashDiffTask(const std::string&
     return writeTask(path, "shelve", {"--list", "--patch", "--", name});
 }
 
+bool VNRepoHandlerMercurial::importAtticStash(const std::string& path, const std::string& atPath) {
+    std::string name = vn::fs::lastPathComponent(atPath);
+    if (name.empty() || !vn::fs::exists(atPath)) {
+        return false;
+    }
+    // hg import refuses a working copy with changes, so the shelf holds the saved patch alone.
+    VNTaskList tasks{writeTask(path, "import", {"--no-commit", "--", atPath}),
+                     writeTask(path, "shelve", {"-n", name})};
+    for (const auto& task : tasks) {
+        if (!task->run()) {
+            handleHgFailure("hg " + task->args().front(), task->exitCode(), task->errorOutput(),
+                            true);
+            return false;
+        }
+    }
+    return deleteAtticStash(path, atPath);
+}
+
+bool VNRepoHandlerMercurial::deleteAtticStash(const std::string& path, const std::string& atPath) {
+    std::string attic = vn::fs::appendPathComponent(path, ".hg/attic");
+    // Only files of this repository's attic.
+    if (vn::fs::deletingLastPathComponent(atPath) != attic) {
+        return false;
+    }
+    return ::unlink(atPath.c_str()) == 0;
+}
+
 // ---- History surgery, bookmarks, archives ------------------------------------------------------
 
 std::shared_ptr<VNTask> VNRepoHandlerMercurial::stripTask(const std::string& path,

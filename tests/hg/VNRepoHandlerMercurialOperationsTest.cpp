@@ -591,6 +591,34 @@ TEST_F(HgWriteTest, ShelvesCreateListDiffApplyDelete) {
     EXPECT_TRUE(handler->listStashes(repo.path()).empty());
 }
 
+TEST_F(HgWriteTest, AtticPatchesBecomeShelves) {
+    HgRepository repo;
+    repo.commitFile("f.txt", "one\n", "one");
+    repo.write("f.txt", "saved in the attic\n");
+    std::string patch = repo.hg({"diff", "--git"});
+    repo.hg({"revert", "--all", "--no-backup"});
+    std::string saved = repo.file(".hg/attic/old w\xc3\xb6rk");
+    writeFile(saved, patch);
+
+    repo.write("f.txt", "uncommitted\n");
+    EXPECT_FALSE(handler->importAtticStash(repo.path(), saved));
+    EXPECT_TRUE(vn::fs::exists(saved));
+    EXPECT_EQ(readFile(repo.file("f.txt")), "uncommitted\n");
+    repo.hg({"revert", "--all", "--no-backup"});
+
+    EXPECT_TRUE(handler->importAtticStash(repo.path(), saved));
+    EXPECT_FALSE(vn::fs::exists(saved));
+    EXPECT_TRUE(handler->stashExists(repo.path(), "old w\xc3\xb6rk"));
+    EXPECT_EQ(readFile(repo.file("f.txt")), "one\n");
+    mustRun(handler->applyStashTask(repo.path(), "old w\xc3\xb6rk", true, 0));
+    EXPECT_EQ(readFile(repo.file("f.txt")), "saved in the attic\n");
+
+    writeFile(repo.file(".hg/attic/other"), patch);
+    EXPECT_FALSE(handler->deleteAtticStash(repo.path(), repo.file("f.txt")));
+    EXPECT_TRUE(handler->deleteAtticStash(repo.path(), repo.file(".hg/attic/other")));
+    EXPECT_FALSE(vn::fs::exists(repo.file(".hg/attic/other")));
+}
+
 // ---- Strip, bookmarks, archive -----------------------------------------------------------------
 
 TEST_F(HgWriteTest, StripRemovesChangesetsAndKeepCanSaveTheFiles) {
