@@ -914,12 +914,17 @@ std::vector<vn::Record> VNRepoHandlerMercurial::listStashes(const std::string& p
 }
 
 bool VNRepoHandlerMercurial::stashExists(const std::string& path, const std::string& name) {
+    // hg lists nothing, successfully, for a name it does not know.
     auto task = hgQueryTask(path, "shelve", {"--list", "--quiet", "--", name});
     if (!runQuery(task)) {
         return false;
     }
-    for (const vn::Record& shelf : listStashes(path)) {
-        if (shelf.string("name") == name) {
+    std::string_view rest = task->output();
+    while (!rest.empty()) {
+        std::size_t end = rest.find('\n');
+        std::string_view line = rest.substr(0, end);
+        rest = end == std::string_view::npos ? std::string_view() : rest.substr(end + 1);
+        if (line == name) {
             return true;
         }
     }
