@@ -31,7 +31,7 @@ int runBlame(Arguments& args) {
     }
     // The folder holding the file finds the repository, also for a file deleted since the
     // revision.
-    auto workingCopy = history::findGitWorkingCopy(file.parent_path().string());
+    auto workingCopy = history::findGitWorkingCopy(file.parent_path().string(), true);
     if (!workingCopy) {
         return 1;
     }
@@ -43,7 +43,7 @@ int runBlame(Arguments& args) {
         std::cerr << "vrnl: " << display(rest[0]) << " is outside the repository\n";
         return 1;
     }
-    auto& handler = *workingCopy->handler;
+    VNRepoHandler& handler = history::anyHandler(*workingCopy);
     FailureCollector failures;
     if (revision && !handler.revisionIsValid(workingCopy->path, *revision)) {
         if (!failures.empty()) {
@@ -64,7 +64,8 @@ int runBlame(Arguments& args) {
         if (!emptyFile) {
             std::cerr << "vrnl: cannot blame " << display(rest[0])
                       << (std::filesystem::exists(file, error) || revision
-                              ? " (is it tracked by git?)\n"
+                              ? (workingCopy->mercurial ? " (is it tracked by hg?)\n"
+                                                        : " (is it tracked by git?)\n")
                               : " (no such file)\n");
             return 1;
         }

@@ -16,6 +16,7 @@
 #include "handler/GitSettings.h"
 #include "handler/VNRepoHandler.h"
 #include "handler/VNTask.h"
+#include "hg/VNRepoHandlerMercurial.h"
 #include "model/DiffOptions.h"
 #include "model/VNDiffModel.h"
 #include "model/VNDiffParser.h"
@@ -372,25 +373,42 @@ int runDiff(Arguments& args) {
         return usageError("--staged, --rev and --range exclude each other");
     }
 
-    auto handler = VNApplication::shared().handlerForType(VNRepositoryTypeGit);
     std::error_code cwdError;
     std::filesystem::path current = resolved(std::filesystem::current_path(cwdError));
-    std::optional<std::filesystem::path> currentRoot = workingCopyRoot(*handler, current);
+    // The working copy is a Git or a Mercurial one: the nearest of the two that holds the folder.
+    auto handler = VNApplication::shared().handlerForType(VNRepositoryTypeGit);
+    auto mercurial = std::dynamic_pointer_cast<VNRepoHandlerMercurial>(
+        VNApplication::shared().handlerForType(VNRepositoryTypeMercurial));
+    auto nearestRoot = [&](const std::filesystem::path& folder) {
+        std::optional<std::filesystem::path> gitRoot = workingCopyRoot(*handler, folder);
+        std::optional<std::filesystem::path> hgRoot =
+            mercurial ? workingCopyRoot(*mercurial, folder) : std::nullopt;
+        bool useHg = hgRoot && (!gitRoot || hgRoot->string().size() > gitRoot->string().size());
+        return std::pair{useHg ? hgRoot : gitRoot, useHg};
+    };
+    auto [currentRoot, currentIsHg] = nearestRoot(current);
     // The first word names the working copy when it is one, or when there is no working copy
     // here for files to belong to; otherwise every word is a file, as with git.
     std::filesystem::path base = current;
     if (!rest.empty() && fs::isDirectory(rest.front())) {
         std::filesystem::path folder = resolved(rest.front());
-        if (!currentRoot || handler->validateWorkingDirectory(folder.string())) {
+        if (!currentRoot || handler->validateWorkingDirectory(folder.string()) ||
+            (mercurial && mercurial->validateWorkingDirectory(folder.string()))) {
             base = folder;
             rest.erase(rest.begin());
         }
     }
-    std::optional<std::filesystem::path> root =
-        base == current ? currentRoot : workingCopyRoot(*handler, base);
+    auto [root, isHg] = base == current ? std::pair{currentRoot, currentIsHg} : nearestRoot(base);
     if (!root) {
         std::cerr << "vrnl: " << display(base.string()) << " is not in a Git working copy\n";
         return 1;
+    }
+    if (isHg && staged) {
+        return usageError("--staged: Mercurial has no staging area");
+    }
+    std::shared_ptr<VNRepoHandler> used = handler;
+    if (isHg) {
+        used = mercurial;
     }
     // Files are named from the folder given (or the current one); git wants them from the root.
     std::vector<std::string> files;
@@ -410,16 +428,15 @@ int runDiff(Arguments& args) {
     std::string path = root->string();
     std::shared_ptr<VNTask> task;
     if (revision) {
-        task = handler->revisionFileDiffTask(path, *revision, files, options, lines);
+        task = used->revisionFileDiffTask(path, *revision, files, options, lines);
     } else if (rangeFrom) {
-        task =
-            handler->revisionRangeFileDiffTask(path, *rangeFrom, *rangeTo, files, options, lines);
+        task = used->revisionRangeFileDiffTask(path, *rangeFrom, *rangeTo, files, options, lines);
     } else if (staged) {
-        task = handler->fileDiffAgainstBaseTask(path, files, "", options, lines);
+        task = used->fileDiffAgainstBaseTask(path, files, "", options, lines);
     } else {
-        task = handler->fileDiffAgainstBaseTask(path, files, options, lines);
+        task = used->fileDiffAgainstBaseTask(path, files, options, lines);
     }
-    if (!task->run()) {
+    if (!(isHg ? mercurial->runQuery(task) : task->run())) {
         std::cerr << displayLines(task->errorOutput());
         if (task->errorOutput().empty()) {
             std::cerr << "vrnl: " << display(task->displayCommand()) << " failed with code "
@@ -428,7 +445,7 @@ int runDiff(Arguments& args) {
         return 1;
     }
     auto model = std::make_shared<VNDiffModel>(std::min<uint64_t>(maxFiles, 20));
-    handler->parseDiffToModel(task->output(), model->fileEntries(), maxFiles);
+    used->parseDiffToModel(task->output(), model->fileEntries(), maxFiles);
     printModel(model, json);
     return 0;
 }

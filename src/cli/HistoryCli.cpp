@@ -11,6 +11,8 @@
 #include "cli/Cli.h"
 #include "git/VNRepoHandlerGit.h"
 #include "handler/FailureCollector.h"
+#include "hg/VNHgLogParser.h"
+#include "hg/VNRepoHandlerMercurial.h"
 #include "model/VNLogDescriptionEntry.h"
 #include "model/VNLogLabel.h"
 
@@ -42,7 +44,14 @@ int reportFailure(const FailureCollector& failures) {
     return 1;
 }
 
-std::optional<GitWorkingCopy> findGitWorkingCopy(const std::string& start) {
+VNRepoHandler& anyHandler(const GitWorkingCopy& workingCopy) {
+    if (workingCopy.mercurial) {
+        return *workingCopy.mercurial;
+    }
+    return *workingCopy.handler;
+}
+
+std::optional<GitWorkingCopy> findGitWorkingCopy(const std::string& start, bool acceptMercurial) {
     std::error_code error;
     std::filesystem::path folder = std::filesystem::canonical(start, error);
     if (error) {
@@ -62,7 +71,15 @@ std::optional<GitWorkingCopy> findGitWorkingCopy(const std::string& start) {
             if (!handler) {
                 break;
             }
-            return GitWorkingCopy{folder.string(), std::move(handler)};
+            return GitWorkingCopy{folder.string(), std::move(handler), nullptr};
+        }
+        if (type == VNRepositoryTypeMercurial && acceptMercurial) {
+            auto mercurial = std::dynamic_pointer_cast<VNRepoHandlerMercurial>(
+                application.handlerForType(VNRepositoryTypeMercurial));
+            if (!mercurial) {
+                break;
+            }
+            return GitWorkingCopy{folder.string(), nullptr, std::move(mercurial)};
         }
         if (type != VNRepositoryTypeUnknown) {
             std::cerr << "vrnl: " << display(folder.string()) << " is not a Git repository\n";
@@ -73,8 +90,9 @@ std::optional<GitWorkingCopy> findGitWorkingCopy(const std::string& start) {
         }
         folder = folder.parent_path();
     }
-    std::cerr << "vrnl: not inside a Git repository: " << display(resolvedForMessage(start))
-              << "\n";
+    std::cerr << (acceptMercurial ? "vrnl: not inside a repository: "
+                                  : "vrnl: not inside a Git repository: ")
+              << display(resolvedForMessage(start)) << "\n";
     return std::nullopt;
 }
 
@@ -148,6 +166,11 @@ std::string labelText(const VNLogLabel& label) {
             break;
         case VNLogLabel::RemoteBranch:
             text = colour(display(label.label()), "1;31");
+            break;
+        case VNHgLogParser::BookmarkLabel:
+            // A Mercurial bookmark; the active one is where the next commit goes.
+            text = label.currentMarker() ? colour("@ ", "1;36") : "";
+            text += colour(std::string("bookmark: ").append(display(label.label())), "1;35");
             break;
         default:
             // The detached HEAD shares the tag type; it reads as git writes it.

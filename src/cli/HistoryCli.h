@@ -10,6 +10,8 @@
 
 class VNLogLabel;
 class VNRepoHandlerGit;
+class VNRepoHandlerMercurial;
+class VNRepoHandler;
 
 // What the history commands (log, show, refs, blame, search) share.
 namespace vn {
@@ -20,12 +22,19 @@ namespace vn::cli::history {
 
 struct GitWorkingCopy {
     std::string path;
+    // One of the two is set: the Git handler, or the Mercurial one for a command that takes
+    // Mercurial working copies too.
     std::shared_ptr<VNRepoHandlerGit> handler;
+    std::shared_ptr<VNRepoHandlerMercurial> mercurial;
 };
 
 // The Git working copy that holds `start` (a folder or a file); reports to standard error and
-// answers nothing outside one.
-std::optional<GitWorkingCopy> findGitWorkingCopy(const std::string& start);
+// answers nothing outside one. With `acceptMercurial` a Mercurial working copy answers too.
+std::optional<GitWorkingCopy> findGitWorkingCopy(const std::string& start,
+                                                 bool acceptMercurial = false);
+
+// The working copy's handler, whichever backend it is.
+VNRepoHandler& anyHandler(const GitWorkingCopy& workingCopy);
 
 // A count given on the command line ("--skip 100"); nothing unless it is a plain number from
 // `lowest` to `highest`.

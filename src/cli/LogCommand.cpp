@@ -11,6 +11,7 @@
 #include "cli/HistoryCli.h"
 #include "git/VNRepoHandlerGit.h"
 #include "handler/FailureCollector.h"
+#include "hg/VNRepoHandlerMercurial.h"
 #include "model/VNLogDescriptionEntry.h"
 #include "model/VNLogGraphEntry.h"
 #include "model/VNLogGraphLayout.h"
@@ -244,6 +245,63 @@ class StreamedPage : public vn::Object {
 
 }  // namespace
 
+namespace {
+
+// A page of a Mercurial working copy's history: read whole (hg lists by revision number, so a
+// page is one run), then printed as the Git pages are.
+struct MercurialLog {
+    VNRepoHandlerMercurial& handler;
+    std::string path;
+    uint64_t skip;
+    uint64_t limit;
+    std::optional<std::string> branch;
+    bool graph;
+    bool json;
+    std::optional<std::string> svgFile;
+    bool more = false;
+    uint64_t rowCount = 0;
+
+    int run() {
+        FailureCollector failures;
+        if (branch && !handler.revisionIsValid(path, *branch)) {
+            if (!failures.empty()) {
+                return history::reportFailure(failures);
+            }
+            std::cerr << "vrnl: no branch or revision \"" << display(*branch) << "\"\n";
+            return 1;
+        }
+        auto page = std::make_shared<VNLogRowData>();
+        page->setSkip(skip);
+        page->setRowNum(skip);
+        page->setLimit(limit);
+        page->setAllBranches(!branch);
+        page->setSelectedBranch(branch.value_or(""));
+        page->setLookForCurrentBranch(true);
+        handler.fillLogPage(path, *page);
+        if (!failures.empty()) {
+            return history::reportFailure(failures);
+        }
+        more = page->moreRevisions();
+        rowCount = page->logRows().size() - (page->firstRowIsWorkingDir() ? 1 : 0);
+        if (svgFile) {
+            std::string error;
+            if (!fs::writeFileAtomically(*svgFile, drawGraphSvg(graphRowsOf(page->logRows())),
+                                         &error)) {
+                std::cerr << "vrnl: " << display(error) << "\n";
+                return 1;
+            }
+        }
+        if (json) {
+            printJson(Value(page));
+        } else {
+            printHistoryRows(page->logRows(), graph);
+        }
+        return 0;
+    }
+};
+
+}  // namespace
+
 void printHistoryRows(const std::vector<Record>& rows, bool graph) {
     const bool coloured = useColour();
     const bool trueColour = coloured && terminalTakesTrueColour();
@@ -315,9 +373,37 @@ int runLog(Arguments& args) {
         return usageError("--branch needs a branch name");
     }
 
-    auto workingCopy = history::findGitWorkingCopy(rest.empty() ? "." : rest[0]);
+    auto workingCopy = history::findGitWorkingCopy(rest.empty() ? "." : rest[0], true);
     if (!workingCopy) {
         return 1;
+    }
+    if (workingCopy->mercurial) {
+        if (remotes || topo || firstParent) {
+            return usageError(
+                "--remotes, --topo and --first-parent are for Git; Mercurial lists revisions "
+                "in their order");
+        }
+        MercurialLog log{
+            *workingCopy->mercurial, workingCopy->path, skip, limit, branch, graph, json, svgFile};
+        int status = log.run();
+        if (status == 0 && !json && log.more) {
+            std::string next = "vrnl log";
+            if (!rest.empty()) {
+                next.append(" ").append(display(rest[0]));
+            }
+            next.append(" --skip ").append(std::to_string(skip + log.rowCount));
+            if (limitText) {
+                next.append(" --limit ").append(std::to_string(limit));
+            }
+            if (branch) {
+                next.append(" --branch ").append(display(*branch));
+            }
+            if (graph) {
+                next.append(" --graph");
+            }
+            std::cerr << colour(std::string("More history: ").append(next), "2") << "\n";
+        }
+        return status;
     }
     auto& handler = *workingCopy->handler;
     FailureCollector failures;

@@ -7,6 +7,7 @@
 #include "git/VNGitLogParser.h"
 #include "git/VNRepoHandlerGit.h"
 #include "handler/FailureCollector.h"
+#include "hg/VNRepoHandlerMercurial.h"
 #include "model/VNLogLabel.h"
 #include "platform/CredentialStore.h"
 #include "platform/WorkQueue.h"
@@ -21,6 +22,81 @@ std::string padded(const std::string& text, std::size_t width) {
 
 }  // namespace
 
+namespace {
+
+// Named branches, bookmarks (the active one marked), tags, remote paths and shelves.
+int mercurialRefs(VNRepoHandlerMercurial& handler, const std::string& path, bool json) {
+    std::vector<std::string> branches, tags, bookmarks;
+    std::string activeBookmark, currentBranch;
+    std::vector<Record> remotePaths, shelves;
+    FailureCollector failures;
+    WorkGroup group;
+    WorkQueue& queue = WorkQueue::global();
+    auto async = [&](std::function<void()> work) {
+        queue.async(group, FailureCollector::bind(std::move(work)));
+    };
+    async([&] { branches = handler.branches(path); });
+    async([&] { tags = handler.tags(path); });
+    async([&] { currentBranch = handler.currentBranch(path); });
+    async([&] { shelves = handler.listStashes(path); });
+    bookmarks = handler.bookmarks(path, &activeBookmark);
+    remotePaths = handler.remotePaths(path);
+    group.wait();
+    if (!failures.empty()) {
+        return history::reportFailure(failures);
+    }
+    Record remotes;
+    for (const Record& remote : remotePaths) {
+        remotes.set(remote.string("name"),
+                    CredentialStore::redactURLPasswords(remote.string("path")));
+    }
+    if (json) {
+        printJson(Record{
+            {"branches", Value::Array(branches.begin(), branches.end())},
+            {"currentBranch", currentBranch},
+            {"bookmarks", Value::Array(bookmarks.begin(), bookmarks.end())},
+            {"activeBookmark", activeBookmark},
+            {"tags", Value::Array(tags.begin(), tags.end())},
+            {"remotes", remotes},
+            {"stashes", Value::Array(shelves.begin(), shelves.end())},
+        });
+        return 0;
+    }
+    std::string out;
+    auto section = [&](const char* title, const std::vector<std::string>& names,
+                       const std::string& current, const char* sgr) {
+        if (names.empty()) {
+            return;
+        }
+        out += colour(title, "1") + "\n";
+        for (const std::string& name : names) {
+            bool isCurrent = name == current;
+            out += isCurrent ? colour("* ", "1;36") : "  ";
+            out.append(colour(display(name), isCurrent ? "1;32" : sgr)).append("\n");
+        }
+    };
+    section("Branches", branches, currentBranch, "32");
+    section("Bookmarks", bookmarks, activeBookmark, "32");
+    section("Tags", tags, "", "33");
+    if (!remotes.empty()) {
+        out += colour("Remotes", "1") + "\n";
+        for (const auto& [name, url] : remotes) {
+            out.append("  ").append(colour(display(name), "31")).append("  ");
+            out.append(display(url.toString())).append("\n");
+        }
+    }
+    if (!shelves.empty()) {
+        out += colour("Shelves", "1") + "\n";
+        for (const Record& shelf : shelves) {
+            out.append("  ").append(colour(display(shelf.string("name")), "33")).append("\n");
+        }
+    }
+    std::cout << out << std::flush;
+    return 0;
+}
+
+}  // namespace
+
 int runRefs(Arguments& args) {
     bool json = args.flag("--json");
     auto rest = args.positional();
@@ -30,9 +106,12 @@ int runRefs(Arguments& args) {
     if (rest.size() > 1) {
         return usageError("refs takes at most one repository path");
     }
-    auto workingCopy = history::findGitWorkingCopy(rest.empty() ? "." : rest[0]);
+    auto workingCopy = history::findGitWorkingCopy(rest.empty() ? "." : rest[0], true);
     if (!workingCopy) {
         return 1;
+    }
+    if (workingCopy->mercurial) {
+        return mercurialRefs(*workingCopy->mercurial, workingCopy->path, json);
     }
     auto& handler = *workingCopy->handler;
     const std::string& path = workingCopy->path;

@@ -7,6 +7,7 @@
 #include "cli/HistoryCli.h"
 #include "git/VNRepoHandlerGit.h"
 #include "handler/FailureCollector.h"
+#include "hg/VNRepoHandlerMercurial.h"
 #include "platform/NotificationCenter.h"
 
 namespace vn::cli {
@@ -16,7 +17,7 @@ namespace {
 // Prints each hit as soon as its whole line has arrived.
 class HitPrinter {
   public:
-    HitPrinter(VNRepoHandlerGit& handler, bool json) : handler_(handler), json_(json) {
+    HitPrinter(VNRepoHandler& handler, bool json) : handler_(handler), json_(json) {
         if (json_) {
             std::cout << "[" << std::flush;
         }
@@ -64,7 +65,7 @@ class HitPrinter {
         ++hits_;
     }
 
-    VNRepoHandlerGit& handler_;
+    VNRepoHandler& handler_;
     bool json_;
     std::string pending_;
     std::size_t hits_ = 0;
@@ -131,11 +132,15 @@ int runSearch(Arguments& args) {
         until = *day;
     }
 
-    auto workingCopy = history::findGitWorkingCopy(".");
+    auto workingCopy = history::findGitWorkingCopy(".", true);
     if (!workingCopy) {
         return 1;
     }
-    auto& handler = *workingCopy->handler;
+    if (workingCopy->mercurial && *mode != VNRepoHandlerGit::SearchMessage &&
+        *mode != VNRepoHandlerGit::SearchAuthor) {
+        return usageError("in a Mercurial working copy search takes --message or --author");
+    }
+    VNRepoHandler& handler = history::anyHandler(*workingCopy);
     auto task = handler.searchLogTask(workingCopy->path, *pattern, *mode, since, until);
     if (!task) {
         return usageError("unknown search mode");
@@ -146,11 +151,11 @@ int runSearch(Arguments& args) {
     auto observation = NotificationCenter::defaultCenter().addObserver(
         VNTask::OutputReceivedNotification, observed,
         [&printer, observed](const Notification&) { printer.take(observed->newOutput()); });
-    bool ok = task->run();
+    bool ok = workingCopy->mercurial ? workingCopy->mercurial->runQuery(task) : task->run();
     observation.reset();
     std::size_t hits = printer.finish();
     if (!ok) {
-        std::cerr << "vrnl: git log failed: "
+        std::cerr << (workingCopy->mercurial ? "vrnl: hg log failed: " : "vrnl: git log failed: ")
                   << displayLines(FailureCollector::reason(task->errorOutput(), task->exitCode()))
                   << "\n";
         return 1;

@@ -46,12 +46,13 @@ int runShow(Arguments& args) {
     if (rest.size() > 1) {
         return usageError("show takes one revision");
     }
-    std::string revision = rest.empty() ? "HEAD" : rest[0];
-    auto workingCopy = history::findGitWorkingCopy(".");
+    auto workingCopy = history::findGitWorkingCopy(".", true);
     if (!workingCopy) {
         return 1;
     }
-    auto& handler = *workingCopy->handler;
+    // The working copy's parent by default: HEAD in Git, "." in Mercurial.
+    std::string revision = !rest.empty() ? rest[0] : workingCopy->mercurial ? "." : "HEAD";
+    VNRepoHandler& handler = history::anyHandler(*workingCopy);
     FailureCollector failures;
     auto sha = handler.getCommitSHA(workingCopy->path, revision);
     if (!sha) {

@@ -14,6 +14,7 @@
 #include "git/VNRepoHandlerGit.h"
 #include "handler/FailureCollector.h"
 #include "handler/VNRepoHandler.h"
+#include "hg/VNRepoHandlerMercurial.h"
 #include "model/VNFileStatusEntity.h"
 #include "model/VNLogRowData.h"
 
@@ -161,8 +162,18 @@ void printGroups(const std::vector<Record>& files) {
     Group unmerged{"Unmerged", "1;31", {}};
     Group clean{"Clean", "", {}};
     Group ignored{"Ignored", "2", {}};
+    // Mercurial has no staging area: its files carry one status, listed as changed.
+    Group changed{"Changed", "33", {}};
     for (const Record& file : files) {
         uint64_t status = file[VNFileStatusKeyStatus].toUInt();
+        if (!file.contains(VNFileStatusKeyIndexStatus)) {
+            Group& group = status == VNFileStatusConflicted ? unmerged
+                           : status == VNFileStatusIgnored  ? ignored
+                           : status == VNFileStatusClean    ? clean
+                                                            : changed;
+            group.rows.push_back({status, &file});
+            continue;
+        }
         uint64_t index = file[VNFileStatusKeyIndexStatus].toUInt();
         uint64_t tree = file[VNFileStatusKeyTreeStatus].toUInt();
         if (status == VNFileStatusConflicted) {
@@ -183,7 +194,7 @@ void printGroups(const std::vector<Record>& files) {
         }
     }
     bool first = true;
-    for (const Group* group : {&staged, &unstaged, &unmerged, &clean, &ignored}) {
+    for (const Group* group : {&staged, &unstaged, &changed, &unmerged, &clean, &ignored}) {
         if (group->rows.empty()) {
             continue;
         }
@@ -305,7 +316,8 @@ int runOverview(Arguments& args) {
     if (!json) {
         std::cout << summaryLine(summary) << "\n";
     }
-    if (!git) {
+    auto mercurial = std::dynamic_pointer_cast<VNRepoHandlerMercurial>(handler);
+    if (!git && !mercurial) {
         if (json) {
             printJson(Record{{"workingCopy", location->workingCopy}, {"summary", summary}});
         }
@@ -320,7 +332,11 @@ int runOverview(Arguments& args) {
     auto page = std::make_shared<VNLogRowData>();
     page->setLimit(rows);
     page->setLookForCurrentBranch(true);
-    git->fillLogPage(location->workingCopy, *page);
+    if (git) {
+        git->fillLogPage(location->workingCopy, *page);
+    } else {
+        mercurial->fillLogPage(location->workingCopy, *page);
+    }
     if (!failures.empty()) {
         return history::reportFailure(failures);
     }

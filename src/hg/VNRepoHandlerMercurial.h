@@ -14,6 +14,8 @@
 // The Mercurial backend. Every operation is a run of `hg` (or of its command-server client `chg`
 // for queries, where installed) whose output is read in a fixed plain form: the user's aliases,
 // defaults, templates, colour, pager and verbosity settings never reach what the parsers read.
+class VNLogRowData;
+
 class VNRepoHandlerMercurial : public VNRepoHandlerBase {
   public:
     VNRepoHandlerMercurial() = default;
@@ -146,6 +148,13 @@ class VNRepoHandlerMercurial : public VNRepoHandlerBase {
                                                  const std::optional<std::string>& branch,
                                                  bool followRenames);
     std::optional<vn::Record> parseLogLine(const std::string& line) override;
+    // The row that stands for uncommitted changes ("rev" "-1", its parents those of the working
+    // copy); nothing for a clean working copy.
+    std::optional<vn::Record> workingCopyRow(const std::string& path);
+    // One page of history as the history view asks for it: rows with labels and graph, the
+    // working-copy row first on a first page. Pages after the first continue the graph of the
+    // rows above them, and a branch's pages count that branch's rows.
+    void fillLogPage(const std::string& path, VNLogRowData& rowData);
     // Tags, branches (or every head) and bookmarks by revision; from the bundle when given.
     std::map<std::string, VNLogDescriptionEntry::LabelList, std::less<>> labelsByRevision(
         const std::string& path, bool includeClosedBranches, bool includeMultipleHeads,
@@ -188,6 +197,8 @@ class VNRepoHandlerMercurial : public VNRepoHandlerBase {
     std::vector<std::string> tags(const std::string& path) override;
     std::vector<std::string> tagsSortedByMostRecentFirst(const std::string& path) override;
     std::vector<std::string> bookmarks(const std::string& path, std::string* active = nullptr);
+    // Shelves as stash records ("name", "msg" empty), newest first.
+    std::vector<vn::Record> listStashes(const std::string& path) override;
     std::vector<std::shared_ptr<VNLogLabel>> allRevisionLabels(const std::string& path,
                                                                uint64_t options) override;
     vn::Record remoteRepositories(const std::string& path) override;
@@ -302,6 +313,13 @@ class VNRepoHandlerMercurial : public VNRepoHandlerBase {
     void warnAboutAtticContent(const std::string& path);
 
   private:
+    // Whether `hg status` lists anything to commit; nothing when it failed.
+    std::optional<bool> hasUncommittedChanges(const std::string& path);
+    // The working copy's parents as revision numbers, found among `rows` when they hold them.
+    std::vector<std::string> workingCopyParents(const std::string& path,
+                                                const std::vector<vn::Record>* rows);
+    static vn::Record workingCopyRowWithParents(const std::vector<std::string>& revs);
+
     bool needsWebCacerts_ = false;
     std::mutex versionMutex_;
     std::optional<std::string> versionNumber_;

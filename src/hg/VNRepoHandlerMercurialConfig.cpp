@@ -126,6 +126,9 @@ std::vector<std::pair<std::string, std::string>> VNRepoHandlerMercurial::extensi
 
 void VNRepoHandlerMercurial::writeProgramConfiguration(bool force) {
     std::lock_guard<std::mutex> lock(configMutex_);
+    if (!force && configWritten_) {
+        return;
+    }
     std::string filename = hgVarnelConfigFilename();
     std::string stateFile = vn::AppData::pathFor("hgrc_varnel.state");
     std::set<std::string> disabled = namesInPreference("mercurialDisabledExts");
@@ -134,9 +137,6 @@ void VNRepoHandlerMercurial::writeProgramConfiguration(bool force) {
     std::string stamp = hgPath() + "\n" + resolvedPath(hgPath());
     for (const std::string& name : disabled) {
         stamp += "\n-" + name;
-    }
-    if (!force && configWritten_) {
-        return;
     }
     if (!force && vn::fs::exists(filename)) {
         std::string state = vn::fs::readFile(stateFile).value_or("");

@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <cctype>
 #include <ctime>
+#include <set>
 
 #include "base/Format.h"
 #include "handler/FailureCollector.h"
@@ -8,7 +9,9 @@
 #include "hg/VNHgStatusParser.h"
 #include "hg/VNRepoHandlerMercurial.h"
 #include "model/VNConfigFile.h"
+#include "model/VNLogGraphEntry.h"
 #include "model/VNLogLabel.h"
+#include "model/VNLogRowData.h"
 #include "platform/CredentialStore.h"
 #include "platform/FileSystem.h"
 #include "platform/Log.h"
@@ -170,6 +173,152 @@ std::optional<vn::Record> VNRepoHandlerMercurial::parseLogLine(const std::string
     return row;
 }
 
+std::optional<bool> VNRepoHandlerMercurial::hasUncommittedChanges(const std::string& path) {
+    // Tracked and untracked changes both count: either is something to commit.
+    auto status = hgQueryTask(path, "status", {"-m", "-a", "-r", "-d", "-u"});
+    if (!runQuery(status)) {
+        handleHgFailure("hg status", status->exitCode(), status->errorOutput(), false);
+        return std::nullopt;
+    }
+    // hg's probe folders are no change of the user's.
+    return !VNHgStatusParser::parseFileStatus(status->output()).empty();
+}
+
+std::vector<std::string> VNRepoHandlerMercurial::workingCopyParents(
+    const std::string& path, const std::vector<vn::Record>* rows) {
+    // The parents' hashes lead the dirstate file (in its first format); when the page holds
+    // them, their numbers are known without asking hg.
+    std::string requirements =
+        vn::fs::readFile(vn::fs::appendPathComponent(path, ".hg/requires")).value_or("dirstate-v2");
+    std::optional<std::string> dirstate;
+    if (rows && requirements.find("dirstate-v2") == std::string::npos) {
+        dirstate = vn::fs::readFile(vn::fs::appendPathComponent(path, ".hg/dirstate"));
+    }
+    if (dirstate && dirstate->size() >= 40) {
+        static constexpr char digits[] = "0123456789abcdef";
+        std::vector<std::string> revs;
+        bool all = true;
+        for (int i = 0; i < 2 && all; ++i) {
+            std::string node;
+            for (int b = 0; b < 20; ++b) {
+                unsigned char byte = static_cast<unsigned char>((*dirstate)[i * 20 + b]);
+                node.push_back(digits[byte >> 4]);
+                node.push_back(digits[byte & 15]);
+            }
+            if (node == std::string(40, '0')) {
+                continue;
+            }
+            auto it = std::find_if(rows->begin(), rows->end(), [&](const vn::Record& row) {
+                return row.string("changeset") == node;
+            });
+            if (it == rows->end()) {
+                all = false;
+            } else {
+                revs.push_back(it->string("rev"));
+            }
+        }
+        if (all) {
+            return revs;
+        }
+    }
+    auto parents = hgQueryTask(path, "parents", {"--template", "{rev}\n"});
+    std::vector<std::string> revs;
+    if (!runQuery(parents)) {
+        return revs;
+    }
+    for (std::string_view rest = parents->output(); !rest.empty();) {
+        std::size_t end = rest.find('\n');
+        std::string rev = trimmed(rest.substr(0, end));
+        rest.remove_prefix(end == std::string_view::npos ? rest.size() : end + 1);
+        if (isNumber(rev)) {
+            revs.push_back(rev);
+        }
+    }
+    return revs;
+}
+
+vn::Record VNRepoHandlerMercurial::workingCopyRowWithParents(const std::vector<std::string>& revs) {
+    return VNHgLogParser::addLogEntry(
+        "-1", "", "", revs.empty() ? "" : revs[0], revs.size() > 1 ? revs[1] : "",
+        vn::Value::Date(std::chrono::time_point_cast<vn::Value::Date::duration>(
+            std::chrono::system_clock::now())),
+        "", "", "Uncommitted changes", {});
+}
+
+std::optional<vn::Record> VNRepoHandlerMercurial::workingCopyRow(const std::string& path) {
+    std::vector<std::string> revs;
+    SideBySide parentLookup([&] { revs = workingCopyParents(path, nullptr); });
+    std::optional<bool> changed = hasUncommittedChanges(path);
+    parentLookup.wait();
+    if (!changed || !*changed) {
+        return std::nullopt;
+    }
+    return workingCopyRowWithParents(revs);
+}
+
+void VNRepoHandlerMercurial::fillLogPage(const std::string& path, VNLogRowData& rowData) {
+    std::optional<std::string> branch;
+    if (!rowData.allBranches() && !rowData.selectedBranch().empty()) {
+        branch = rowData.selectedBranch();
+    }
+    const uint64_t skip = rowData.skip();
+    const uint64_t limit = rowData.limit();
+    std::optional<bool> changed;
+    std::optional<SideBySide> workingLookup;
+    if (skip == 0) {
+        workingLookup.emplace([&] { changed = hasUncommittedChanges(path); });
+    }
+    // Revision numbers count every branch: a branch's page, and the graph of the rows above a
+    // later page, are read from the top.
+    bool fromTop = skip > 0 && (branch || !rowData.baseGraphState());
+    std::vector<vn::Record> rows;
+    if (fromTop) {
+        rows = logRevisions(path, {}, std::nullopt, limit == 0 ? 0 : skip + limit, branch,
+                            rowData.logOptions(), false);
+    } else {
+        rows = logRevisions(path, "", skip, limit, branch, rowData.logOptions());
+    }
+    std::optional<vn::Record> working;
+    if (workingLookup) {
+        workingLookup->wait();
+        if (changed && *changed) {
+            working = workingCopyRowWithParents(workingCopyParents(path, &rows));
+        }
+    }
+    rowData.setFirstRowIsWorkingDir(false);
+    if (working) {
+        rows.insert(rows.begin(), std::move(*working));
+        rowData.setFirstRowIsWorkingDir(true);
+    }
+    addGraphInfoToLogRevisions(
+        rows,
+        fromTop ? nullptr
+                : std::dynamic_pointer_cast<const VNLogGraphEntry>(rowData.baseGraphState()),
+        rowData.followFirst());
+    if (fromTop) {
+        rows.erase(rows.begin(), rows.begin() + static_cast<std::ptrdiff_t>(
+                                                    std::min<uint64_t>(skip, rows.size())));
+    }
+    rowData.setMoreRevisions(limit != 0 && rows.size() - (working ? 1 : 0) >= limit);
+    bool found = false;
+    for (const vn::Record& row : rows) {
+        auto entry = row["descriptionentry"].objectAs<VNLogDescriptionEntry>();
+        if (!entry) {
+            continue;
+        }
+        for (const auto& label : entry->labels()) {
+            if (label->currentMarker()) {
+                found = true;
+                if (rowData.currentBranch().empty()) {
+                    rowData.setCurrentBranch(label->label());
+                }
+            }
+        }
+    }
+    rowData.setCurrentBranchFound(found);
+    rowData.setLogRows(std::move(rows));
+}
+
 VNHgLogParser::LabelMap VNRepoHandlerMercurial::labelsByRevision(
     const std::string& path, bool includeClosedBranches, bool includeMultipleHeads,
     const std::optional<std::string>& bundlePath) {
@@ -267,6 +416,24 @@ vn::Record VNRepoHandlerMercurial::revisionDetails(const std::string& path,
     if (runQuery(number)) {
         std::string rev = trimmed(number->output());
         details.set("rev", rev);
+        // Parents by revision number, the plain predecessor included (hg leaves it out).
+        std::string field;
+        if (const vn::Value::Array* parents = details["parents"].array()) {
+            for (const vn::Value& parent : *parents) {
+                field.append(parent.toString()).append(" ");
+            }
+        }
+        std::string parent1, parent2;
+        VNHgLogParser::parentsFromField(field, rev, parent1, parent2);
+        details.set("parentid1", parent1);
+        details.set("parentid2", parent2);
+        vn::Value::Array numbers;
+        for (const std::string& parent : {parent1, parent2}) {
+            if (!parent.empty()) {
+                numbers.emplace_back(parent);
+            }
+        }
+        details.set("parents", std::move(numbers));
         auto labels = labelsByRevision(path, true, false);
         auto it = labels.find(rev);
         auto entry = details["descriptionentry"].objectAs<VNLogDescriptionEntry>();
@@ -384,7 +551,37 @@ std::vector<vn::Record> VNRepoHandlerMercurial::blame(const std::string& path,
         handleHgFailure("hg blame", task->exitCode(), task->errorOutput(), false);
         return {};
     }
-    return VNHgLogParser::parseBlame(task->output());
+    std::vector<vn::Record> lines = VNHgLogParser::parseBlame(task->output());
+    // The dates of the changesets named, from one log run, so that a line reads as in Git.
+    std::set<std::string> revs;
+    for (const vn::Record& line : lines) {
+        revs.insert(line.string("rev"));
+    }
+    if (!revs.empty()) {
+        std::string revset;
+        for (const std::string& rev : revs) {
+            revset.append(revset.empty() ? "" : "+").append(rev);
+        }
+        auto dates = hgQueryTask(path, "log",
+                                 {"-r", revset, "--template",
+                                  "{rev}" + std::string(FieldSeparator) + "{date|isodatesec}\n"});
+        std::map<std::string, vn::Value> byRev;
+        if (runQuery(dates)) {
+            for (std::string_view rest = dates->output(); !rest.empty();) {
+                std::size_t end = rest.find('\n');
+                auto fields = VNHgLogParser::splitFields(rest.substr(0, end));
+                rest.remove_prefix(end == std::string_view::npos ? rest.size() : end + 1);
+                if (fields.size() == 2) {
+                    byRev[std::string(fields[0])] = VNHgLogParser::isoDate(fields[1]);
+                }
+            }
+        }
+        for (vn::Record& line : lines) {
+            auto it = byRev.find(line.string("rev"));
+            line.set("date", it == byRev.end() ? vn::Value() : it->second);
+        }
+    }
+    return lines;
 }
 
 bool VNRepoHandlerMercurial::exportFileContentAtRevision(const std::string& path,
@@ -462,6 +659,25 @@ std::vector<std::string> VNRepoHandlerMercurial::bookmarks(const std::string& pa
         return {};
     }
     return VNHgLogParser::bookmarkNames(task->output(), active);
+}
+
+std::vector<vn::Record> VNRepoHandlerMercurial::listStashes(const std::string& path) {
+    auto task = hgQueryTask(path, "shelve", {"--list", "-q"});
+    task->setLossyUTF8Output(true);
+    if (!runQuery(task)) {
+        handleHgFailure("hg shelve", task->exitCode(), task->errorOutput(), false);
+        return {};
+    }
+    std::vector<vn::Record> shelves;
+    for (std::string_view rest = task->output(); !rest.empty();) {
+        std::size_t end = rest.find('\n');
+        std::string name = trimmed(rest.substr(0, end));
+        rest.remove_prefix(end == std::string_view::npos ? rest.size() : end + 1);
+        if (!name.empty()) {
+            shelves.push_back(vn::Record{{"name", name}, {"msg", ""}});
+        }
+    }
+    return shelves;
 }
 
 std::vector<std::shared_ptr<VNLogLabel>> VNRepoHandlerMercurial::allRevisionLabels(

@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <cctype>
+#include <optional>
 
 #include "base/Format.h"
 #include "base/Regex.h"
@@ -12,6 +13,7 @@
 #include "platform/Log.h"
 #include "platform/Preferences.h"
 #include "platform/UserInterface.h"
+#include "platform/WorkQueue.h"
 
 namespace {
 
@@ -146,26 +148,50 @@ std::vector<std::string> VNRepoHandlerMercurial::statusOptionsForMask(uint64_t m
 
 std::vector<vn::Record> VNRepoHandlerMercurial::fileStatus(const std::string& path,
                                                            uint64_t includeStatuses) {
-    std::vector<vn::Record> entries;
     std::vector<std::string> options = statusOptionsForMask(includeStatuses);
-    if (!options.empty()) {
-        auto task = hgQueryTask(path, "status", std::move(options));
-        // Names reach later commands as the exact bytes hg printed.
-        task->setRawOutput(true);
-        if (!runQuery(task)) {
-            handleHgFailure("hg status", task->exitCode(), task->errorOutput(), false);
-            return {};
-        }
-        entries = VNHgStatusParser::parseFileStatus(task->output());
-    }
-    if (includeStatuses & (VNFileStatusConflicted | (VNFileStatusConflicted << 1))) {
-        auto task = hgQueryTask(path, "resolve", {"-l"});
-        task->setRawOutput(true);
-        if (runQuery(task)) {
-            VNHgStatusParser::mergeResolveEntries(
-                entries, VNHgStatusParser::parseFileResolveStatus(task->output()));
+    // hg keeps the files of an unfinished merge in ".hg/merge"; without it there is nothing to
+    // resolve and the run is saved.
+    bool wantsResolve =
+        (includeStatuses & (VNFileStatusConflicted | (VNFileStatusConflicted << 1))) &&
+        vn::fs::exists(hgMetadata(path, "merge"));
+    std::shared_ptr<VNTask> resolve;
+    bool resolved = false;
+    std::optional<vn::WorkGroup> group;
+    if (wantsResolve) {
+        resolve = hgQueryTask(path, "resolve", {"-l"});
+        resolve->setRawOutput(true);
+        if (options.empty()) {
+            resolved = runQuery(resolve);
         } else {
-            handleHgFailure("hg resolve", task->exitCode(), task->errorOutput(), false);
+            group.emplace();
+            vn::WorkQueue::global().async(*group, [&] { resolved = runQuery(resolve); });
+        }
+    }
+    std::vector<vn::Record> entries;
+    bool statusOk = true;
+    std::shared_ptr<VNTask> status;
+    if (!options.empty()) {
+        status = hgQueryTask(path, "status", std::move(options));
+        // Names reach later commands as the exact bytes hg printed.
+        status->setRawOutput(true);
+        statusOk = runQuery(status);
+    }
+    if (group) {
+        group->wait();
+    }
+    if (!statusOk) {
+        handleHgFailure("hg status", status->exitCode(), status->errorOutput(), false);
+        return {};
+    }
+    if (status) {
+        entries = VNHgStatusParser::parseFileStatus(status->output());
+    }
+    if (resolve) {
+        if (resolved) {
+            VNHgStatusParser::mergeResolveEntries(
+                entries, VNHgStatusParser::parseFileResolveStatus(resolve->output()));
+        } else {
+            handleHgFailure("hg resolve", resolve->exitCode(), resolve->errorOutput(), false);
         }
     }
     return entries;
@@ -278,7 +304,9 @@ std::vector<vn::Record> VNRepoHandlerMercurial::listSubmodules(const std::string
         std::size_t end = rest.find('\n');
         std::string_view line = rest.substr(0, end);
         rest.remove_prefix(end == std::string_view::npos ? rest.size() : end + 1);
-        if (auto m = statePattern.match(trimmed(line))) {
+        // The match points into the text it was given: keep that alive.
+        std::string entry = trimmed(line);
+        if (auto m = statePattern.match(entry)) {
             revisions[m->str(2)] = m->str(1);
         }
     }
@@ -287,9 +315,23 @@ std::vector<vn::Record> VNRepoHandlerMercurial::listSubmodules(const std::string
     for (const auto& [pattern, replacement] :
          config.getConfigKeysAndValuesWithSection("subpaths")) {
         auto regex = std::make_shared<vn::Regex>(pattern);
-        if (regex->isValid()) {
-            rewrites.emplace_back(std::move(regex), replacement);
+        if (!regex->isValid()) {
+            continue;
         }
+        // hg writes groups as Python does ("\1"); the expression engine reads "$1".
+        std::string converted;
+        for (std::size_t i = 0; i < replacement.size(); ++i) {
+            char c = replacement[i];
+            if (c == '\\' && i + 1 < replacement.size() &&
+                std::isdigit(static_cast<unsigned char>(replacement[i + 1]))) {
+                converted.push_back('$');
+            } else if (c == '$') {
+                converted.append("\\$");
+            } else {
+                converted.push_back(c);
+            }
+        }
+        rewrites.emplace_back(std::move(regex), converted);
     }
     std::vector<vn::Record> records;
     for (const auto& [local, value] : config.getConfigKeysAndValuesWithSection("")) {

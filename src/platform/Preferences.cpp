@@ -28,8 +28,6 @@ const Record& Preferences::defaults() {
         {"mercurialWhichOne", 0},    {"mercurialCustomPath", ""},   {"svnCustomPath", ""},
         {"gpgProgram", ""},          {"gitDisableSSLCheck", false}, {"gitLogUseAuthorDate", false},
         {"fileStatusFilterMode", 0}, {"logLevel", "warning"},
-        // Mercurial queries go through its command server (chg) where one is installed.
-        {"mercurialUseCommandServer", true},
     };
     return table;
 }

@@ -131,7 +131,7 @@ TEST(HistoryCommandsTest, LogOptionsAndErrors) {
     vn::test::TempDir outside;
     auto notRepo = vrnlIn(outside.path(), {"log"});
     EXPECT_EQ(notRepo->exitCode(), 1);
-    EXPECT_NE(notRepo->errorOutput().find("not inside a Git repository"), std::string::npos);
+    EXPECT_NE(notRepo->errorOutput().find("not inside a repository"), std::string::npos);
 }
 
 TEST(HistoryCommandsTest, ShowPrintsDetailsAndFiles) {

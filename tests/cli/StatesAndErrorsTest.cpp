@@ -271,7 +271,7 @@ TEST(VrnlErrors, MessagesNameTheResolvedPath) {
     TempDir outside;
     auto here = vrnlIn(outside.path(), {"log"});
     EXPECT_EQ(here->exitCode(), 1);
-    EXPECT_EQ(vrnlMessage(here), "vrnl: not inside a Git repository: " + outside.path());
+    EXPECT_EQ(vrnlMessage(here), "vrnl: not inside a repository: " + outside.path());
     auto relative = vrnlIn(outside.path(), {"refs", "./sub/../"});
     EXPECT_NE(vrnlMessage(relative).find(outside.path()), std::string::npos)
         << relative->errorOutput();

@@ -2,9 +2,14 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <chrono>
+#include <ctime>
+#include <filesystem>
 #include <set>
 
+#include "handler/VNTemplateDocument.h"
 #include "hg/VNHgCommandServer.h"
+#include "hg/VNHgLogParser.h"
 #include "hg/VNRepoHandlerMercurial.h"
 #include "model/DiffOptions.h"
 #include "model/VNDiffFileModel.h"
@@ -300,6 +305,32 @@ TEST_P(MercurialRepo, BlameDiffsAndFileContent) {
     EXPECT_EQ(revision->fileEntries()[0]->linesAdded(), 1u);
     EXPECT_FALSE(handler->runDiffTask(handler->revisionFileDiffTask(repo.path(), "77", {}, 0, 3)));
 
+    // Searches: by author or keyword, in a range of days clamped to what hg reads.
+    auto day = [](int year) {
+        std::tm parts{};
+        parts.tm_year = year - 1900;
+        parts.tm_mday = 1;
+        parts.tm_isdst = -1;
+        return std::chrono::system_clock::from_time_t(std::mktime(&parts));
+    };
+    struct Search {
+        const char* pattern;
+        uint32_t mode;
+        int from;
+        int to;
+        std::size_t hits;
+    };
+    for (Search c : {Search{"test user", VNRepoHandlerMercurial::SearchAuthor, 1800, 2100, 2},
+                     Search{"SECOND", VNRepoHandlerMercurial::SearchKeyword, 2024, 2025, 1},
+                     Search{"second", VNRepoHandlerMercurial::SearchKeyword, 2025, 2100, 0},
+                     Search{"nobody", VNRepoHandlerMercurial::SearchAuthor, 2000, 2100, 0}}) {
+        SCOPED_TRACE(c.pattern);
+        auto task = handler->searchLogTask(repo.path(), c.pattern, c.mode, day(c.from), day(c.to));
+        handler->runQuery(task);
+        auto rows = VNHgLogParser::processLogResults(task->output(), {});
+        EXPECT_EQ(rows.size(), c.hits) << task->errorOutput();
+    }
+
     vn::test::TempDir out;
     ASSERT_TRUE(handler->exportFileContentAtRevision(repo.path(), "f.txt", "0", out.file("f0")));
     EXPECT_EQ(vn::test::readFile(out.file("f0")), "one\ntwo: colon\n");
@@ -443,6 +474,113 @@ TEST(MercurialProgramConfiguration, ExtensionTableLeavesOutWhatHgCannotLoad) {
     prefs.remove("mercurialDisabledExts");
     prefs.remove("mercurialUserExts");
     ::unlink(vn::fs::appendPathComponent(vn::fs::homeDirectory(), ".hgrc").c_str());
+}
+
+}  // namespace
+
+namespace {
+
+struct TemplateDocument : VNTemplateDocument {
+    std::string root;
+    std::string path() const override { return root; }
+    bool isCommitTemplateIgnored() const override { return false; }
+};
+
+TEST(MercurialRepositoryFiles, SubrepositoriesAtticAndCommitTemplate) {
+    auto handler = std::make_shared<VNRepoHandlerMercurial>();
+    HgRepository repo;
+    EXPECT_FALSE(handler->hasSubmodules(repo.path()));
+    repo.write(".hgsub",
+               "libs/one = https://example.com/one\n"
+               "libs/two = [git]https://example.com/two.git\n"
+               "three = [svn]svn://example.com/three\n"
+               "[subpaths]\n"
+               "https://example\\.com/(.*) = file:///mirror/\\1\n");
+    repo.write(".hgsubstate", "0123abcd libs/one\nfeedbeef libs/two\n");
+    ASSERT_TRUE(handler->hasSubmodules(repo.path()));
+    auto subs = handler->listSubmodules(repo.path());
+    ASSERT_EQ(subs.size(), 3u);
+    std::map<std::string, vn::Record> byLocal;
+    for (const auto& sub : subs) {
+        byLocal[sub.string("local")] = sub;
+    }
+    EXPECT_EQ(byLocal["libs/one"].string("rev"), "0123abcd");
+    EXPECT_EQ(byLocal["libs/one"].string("kind"), "hg");
+    EXPECT_EQ(byLocal["libs/one"].string("srcLocal"), "file:///mirror/one");
+    EXPECT_EQ(byLocal["libs/two"].string("srcOriginal"), "[git]https://example.com/two.git");
+    EXPECT_EQ(byLocal["libs/two"].string("kind"), "git");
+    EXPECT_EQ(byLocal["three"].string("kind"), "svn");
+    EXPECT_EQ(byLocal["three"].string("rev"), "");
+
+    EXPECT_FALSE(handler->hasAtticContent(repo.path()));
+    for (const char* name : {".applied", ".current", ".saved", "old work", "fix.patch"}) {
+        repo.write(std::string(".hg/attic/") + name, "x\n");
+    }
+    EXPECT_EQ(handler->atticFiles(repo.path()),
+              (std::vector<std::string>{"fix.patch", "old work"}));
+
+    TemplateDocument document;
+    document.root = repo.path();
+    EXPECT_EQ(handler->templateFileForDocument(document),
+              repo.path() + "/.hg/commit_msg_template.txt");
+    EXPECT_FALSE(handler->commitMessageTemplateForDocument(document));
+    repo.write(".hg/commit_msg_template.txt", "Summary:\n");
+    EXPECT_EQ(handler->commitMessageTemplateForDocument(document), "Summary:\n");
+    repo.write(".hg/hgrc", "[committemplate]\ndesc = my template.txt\n");
+    repo.write("my template.txt", "Mine\n");
+    EXPECT_EQ(handler->commitMessageTemplateForDocument(document), "Mine\n");
+}
+
+TEST(MercurialRepositoryFiles, UserNamesAndIgnoreFiles) {
+    auto handler = std::make_shared<VNRepoHandlerMercurial>();
+    HgRepository repo;
+    repo.write(".hg/hgrc", "# mine\n[paths]\ndefault = /x\n");
+    ASSERT_TRUE(handler->setRepositoryUserInformation(repo.path(), "Ann Example", "ann@x.org"));
+    std::string name, email;
+    ASSERT_TRUE(handler->repositoryUserInformation(repo.path(), name, email));
+    EXPECT_EQ(name, "Ann Example");
+    EXPECT_EQ(email, "ann@x.org");
+    EXPECT_NE(vn::test::readFile(repo.file(".hg/hgrc")).find("# mine"), std::string::npos);
+    // hg itself reads what was written.
+    EXPECT_EQ(repo.hg({"config", "ui.username"}), "Ann Example <ann@x.org>\n");
+    EXPECT_EQ(handler->getDefaultAuthor(repo.path()), "Ann Example <ann@x.org>");
+    ASSERT_TRUE(handler->setRepositoryUserInformation(repo.path(), "", ""));
+    EXPECT_FALSE(handler->repositoryUserInformation(repo.path(), name, email));
+
+    ASSERT_TRUE(handler->setUserInformation("Global Name", "g@x.org"));
+    ASSERT_TRUE(handler->userInformation(name, email));
+    EXPECT_EQ(name, "Global Name");
+    EXPECT_NE(vn::test::readFile(VNRepoHandlerMercurial::hgVarnelConfigFilename())
+                  .find("username=Global Name <g@x.org>"),
+              std::string::npos);
+
+    repo.write("build.o", "o\n");
+    repo.write("keep.c", "c\n");
+    ASSERT_TRUE(handler->addIgnore(repo.path(), std::vector<std::string>{"*.o", "*.o"}));
+    std::string before = vn::test::readFile(repo.file(".hgignore"));
+    ASSERT_TRUE(handler->addIgnore(repo.path(), "*.o"));
+    EXPECT_EQ(vn::test::readFile(repo.file(".hgignore")), before);
+    // hg agrees: the file is ignored.
+    EXPECT_EQ(repo.hg({"status", "-i"}), "I build.o\n");
+    auto regexes = handler->ignoreListRegexes(repo.path());
+    ASSERT_EQ(regexes.size(), 1u);
+    EXPECT_EQ(handler->repositoryIgnoreFilename(repo.path()), repo.file(".hgignore"));
+}
+
+TEST(MercurialRepositoryFiles, CheckLinkProbesStayOutOfTheWorkingFolder) {
+    auto handler = std::make_shared<VNRepoHandlerMercurial>();
+    handler->writeProgramConfiguration(true);
+    HgRepository repo;
+    repo.commitFile("a", "1\n", "one");
+    // Without the cache folder hg would probe in the working folder itself.
+    std::filesystem::remove_all(repo.file(".hg/wcache"));
+    repo.write("a", "2\n");
+    auto status = handler->fileStatus(repo.path());
+    ASSERT_EQ(status.size(), 1u);
+    for (const auto& entry : std::filesystem::directory_iterator(repo.path())) {
+        std::string name = entry.path().filename().string();
+        EXPECT_FALSE(name.starts_with("hg-checklink-") || name.starts_with(".hgcheck")) << name;
+    }
 }
 
 }  // namespace

@@ -1,0 +1,205 @@
+// The Mercurial backend on a repository of 51,460 changesets (620 blocks of a 40-changeset run,
+// two 20-changeset branches off it and their merge), with 2,000 tracked files of which 50 are
+// modified and 20 untracked files beside them. It compares, each with and without the command
+// server (chg):
+//
+//   first page   fillLogPage with 1,000 rows: the log run and the label lookup side by side,
+//                the working-copy row, rows parsed and the graph laid out
+//                against the bare `hg log` run Varnel makes for it (same arguments, output unread)
+//   first page   the same against the bare `hg log` and `hg status` runs side by side (the page
+//                says whether the working copy has changes, which needs the status)
+//   status       fileStatus with the default mask (status parsed into records)
+//                against the bare `hg status` run Varnel makes for it
+//
+// Runs alternate between the two sides so that the load of a shared machine falls on both alike;
+// each side's median wall-clock time over the runs is printed, with the ratio of the medians.
+// The repository is built once (hg debugbuilddag; some minutes) under $TMPDIR (or /tmp) as
+// varnel-hg-bench-51k and reused; delete it to start afresh.
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <functional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "hg/VNHgCommandServer.h"
+#include "hg/VNHgLogParser.h"
+#include "hg/VNRepoHandlerMercurial.h"
+#include "model/VNLogRowData.h"
+#include "platform/FileSystem.h"
+#include "support/BenchEnvironment.h"
+
+namespace {
+
+constexpr int kBlocks = 620;
+constexpr int kTracked = 2000;
+constexpr const char* kReadyMarker = ".hg/varnel-bench-ready-v1";
+
+std::string repositoryPath() {
+    const char* tmp = std::getenv("TMPDIR");
+    std::string base = tmp && *tmp ? tmp : "/tmp";
+    return vn::fs::appendPathComponent(base, "varnel-hg-bench-51k");
+}
+
+bool runHg(const std::string& folder, const std::vector<std::string>& args) {
+    auto task = VNTask::taskWithCommand("/usr/bin/hg", folder, args);
+    task->setEnvironmentCustomisations(
+        vn::Environment{{"HGRCPATH", ""}, {"HGPLAIN", "1"}, {"HGUSER", "Bench <b@example.com>"}});
+    if (!task->run()) {
+        std::fprintf(stderr, "hg failed: %s\n", task->errorOutput().c_str());
+        return false;
+    }
+    return true;
+}
+
+bool buildRepository(const std::string& path) {
+    if (vn::fs::exists(vn::fs::appendPathComponent(path, kReadyMarker))) {
+        return true;
+    }
+    std::fprintf(stderr, "Building %s (some minutes)...\n", path.c_str());
+    if (!vn::fs::isDirectory(vn::fs::appendPathComponent(path, ".hg"))) {
+        vn::fs::makeDirectories(path);
+        if (!runHg(path, {"init", "."})) {
+            return false;
+        }
+    }
+    auto tip = VNTask::taskWithCommand("/usr/bin/hg", path, {"tip", "--template", "{rev}"});
+    tip->setEnvironmentCustomisations(vn::Environment{{"HGRCPATH", ""}});
+    tip->run();
+    if (tip->output() == "-1") {
+        std::string dag;
+        for (int i = 0; i < kBlocks; ++i) {
+            std::string n = std::to_string(i);
+            dag += "+40:a" + n + " *a" + n + "+20:b" + n + " *a" + n + "+20 /b" + n + " ";
+        }
+        if (!runHg(path, {"debugbuilddag", dag})) {
+            return false;
+        }
+    }
+    runHg(path, {"update", "-q", "tip"});
+    for (int i = 0; i < kTracked; ++i) {
+        vn::fs::makeDirectories(vn::fs::appendPathComponent(path, "d" + std::to_string(i / 100)));
+        vn::fs::writeFileAtomically(
+            vn::fs::appendPathComponent(
+                path, "d" + std::to_string(i / 100) + "/f" + std::to_string(i) + ".txt"),
+            "line " + std::to_string(i) + "\n");
+    }
+    if (!runHg(path, {"commit", "-q", "-A", "-m", "files"})) {
+        return false;
+    }
+    for (int i = 0; i < kTracked; i += kTracked / 50) {
+        vn::fs::writeFileAtomically(
+            vn::fs::appendPathComponent(
+                path, "d" + std::to_string(i / 100) + "/f" + std::to_string(i) + ".txt"),
+            "changed\n");
+    }
+    for (int i = 0; i < 20; ++i) {
+        vn::fs::writeFileAtomically(
+            vn::fs::appendPathComponent(path, "untracked" + std::to_string(i) + ".txt"), "u\n");
+    }
+    return vn::fs::writeFileAtomically(vn::fs::appendPathComponent(path, kReadyMarker), "");
+}
+
+double median(std::vector<double> values) {
+    std::sort(values.begin(), values.end());
+    return values[values.size() / 2];
+}
+
+double millisecondsOf(const std::function<void()>& work) {
+    auto start = std::chrono::steady_clock::now();
+    work();
+    return std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start)
+        .count();
+}
+
+void compare(const char* name, int runs, const std::function<void()>& varnel,
+             const std::function<void()>& bare) {
+    // One of each first, unmeasured: starts the command server, warms the caches.
+    varnel();
+    bare();
+    std::vector<double> ours, theirs;
+    for (int i = 0; i < runs; ++i) {
+        if (i % 2 == 0) {
+            ours.push_back(millisecondsOf(varnel));
+            theirs.push_back(millisecondsOf(bare));
+        } else {
+            theirs.push_back(millisecondsOf(bare));
+            ours.push_back(millisecondsOf(varnel));
+        }
+    }
+    double a = median(ours), b = median(theirs);
+    std::printf("%-34s varnel %8.1f ms   bare hg %8.1f ms   ratio %.2f\n", name, a, b, a / b);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    int runs = argc > 1 ? std::max(1, std::atoi(argv[1])) : 11;
+    std::string path = repositoryPath();
+    if (!vn::bench::isolateEnvironment() || !buildRepository(path)) {
+        return 1;
+    }
+    auto handler = std::make_shared<VNRepoHandlerMercurial>();
+    handler->writeProgramConfiguration(true);
+    std::string tip = handler->latestRevision(path);
+    std::printf("Repository %s: %s changesets\n", path.c_str(),
+                std::to_string(std::stoull(tip) + 1).c_str());
+
+    std::vector<double> firstPages[2], statuses[2];
+    for (bool server : {false, true}) {
+        ::setenv("VARNEL_HG_COMMAND_SERVER", server ? "1" : "0", 1);
+        if (server && !handler->usesCommandServer()) {
+            std::printf("chg is not installed: no command-server figures\n");
+            continue;
+        }
+        std::string label = server ? " (chg)" : " (hg)";
+        auto logArgs = handler->defaultArgsForPath(path, "log");
+        auto extra = VNRepoHandlerMercurial::logArguments({}, tip, 1000, std::nullopt, false);
+        logArgs.insert(logArgs.end(), extra.begin(), extra.end());
+        compare(("first page, 1000 rows + graph" + label).c_str(), runs,
+                [&] {
+                    VNLogRowData page;
+                    page.setLimit(1000);
+                    handler->fillLogPage(path, page);
+                    if (page.logRows().size() < 1000) {
+                        std::fprintf(stderr, "short page: %zu rows\n", page.logRows().size());
+                    }
+                },
+                [&] {
+                    auto task = handler->hgQueryTaskWithArgs(path, logArgs);
+                    handler->runQuery(task);
+                });
+        auto statusArgs = handler->defaultArgsForPath(path, "status");
+        for (const std::string& option :
+             VNRepoHandlerMercurial::statusOptionsForMask(VNFileStatusDefaultMask)) {
+            statusArgs.push_back(option);
+        }
+        // The page also says whether the working copy has changes: against the two bare runs it
+        // cannot do without, side by side.
+        compare(("first page vs log + status" + label).c_str(), runs,
+                [&] {
+                    VNLogRowData page;
+                    page.setLimit(1000);
+                    handler->fillLogPage(path, page);
+                },
+                [&] {
+                    auto status = handler->hgQueryTaskWithArgs(path, statusArgs);
+                    std::thread side([&] { handler->runQuery(status); });
+                    auto task = handler->hgQueryTaskWithArgs(path, logArgs);
+                    handler->runQuery(task);
+                    side.join();
+                });
+        compare(("status, default mask" + label).c_str(), runs, [&] { handler->fileStatus(path); },
+                [&] {
+                    auto task = handler->hgQueryTaskWithArgs(path, statusArgs);
+                    task->setRawOutput(true);
+                    handler->runQuery(task);
+                });
+    }
+    VNHgCommandServer::stopServer(handler->hgPath(), VNRepoHandlerMercurial::plainEnvironment());
+    vn::bench::removeScratchFolder();
+    return 0;
+}
