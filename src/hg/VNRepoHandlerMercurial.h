@@ -488,7 +488,6 @@ class VNRepoHandlerMercurial : public VNRepoHandlerBase {
     std::shared_ptr<VNTask> applyStashTask(const std::string& path, const std::string& name,
                                            bool deleteAfter, uint64_t options) override;
     bool deleteStash(const std::string& path, const std::string& name) override;
-    std::vector<vn::Record> listStashes(const std::string& path) override;
     bool stashExists(const std::string& path, const std::string& name) override;
     std::shared_ptr<VNTask> stashDiffTask(const std::string& path,
                                           const std::string& name) override;

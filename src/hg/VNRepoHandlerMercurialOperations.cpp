@@ -892,27 +892,6 @@ bool VNRepoHandlerMercurial::deleteStash(const std::string& path, const std::str
     return runTasks({writeTask(path, "shelve", {"--delete", "--", name})});
 }
 
-std::vector<vn::Record> VNRepoHandlerMercurial::listStashes(const std::string& path) {
-    std::vector<vn::Record> shelves;
-    auto task = hgQueryTask(path, "shelve", {"--list", "--quiet"});
-    if (!runQuery(task)) {
-        return shelves;
-    }
-    std::string_view rest = task->output();
-    while (!rest.empty()) {
-        std::size_t end = rest.find('\n');
-        std::string_view line = rest.substr(0, end);
-        rest = end == std::string_view::npos ? std::string_view() : rest.substr(end + 1);
-        if (!line.empty() && line.back() == '\r') {
-            line.remove_suffix(1);
-        }
-        if (!line.empty()) {
-            shelves.push_back(vn::Record{{"name", std::string(line)}, {"msg", std::string()}});
-        }
-    }
-    return shelves;
-}
-
 bool VNRepoHandlerMercurial::stashExists(const std::string& path, const std::string& name) {
     // hg lists nothing, successfully, for a name it does not know.
     auto task = hgQueryTask(path, "shelve", {"--list", "--quiet", "--", name});
