@@ -150,6 +150,8 @@ VNWorkingCopyPane::VNWorkingCopyPane(std::shared_ptr<VNRepoHandler> handler, std
     split->addWidget(diffBox);
     split->setStretchFactor(0, 1);
     split->setStretchFactor(1, 2);
+    // A third for the lists, the rest for the diff, where hunks and lines are chosen.
+    split->setSizes({1000, 2000});
 
     errorLabel_ = new QLabel(this);
     errorLabel_->setWordWrap(true);
