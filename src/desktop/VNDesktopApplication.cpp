@@ -8,7 +8,9 @@
 #include <QFileDialog>
 #include <QFileInfo>
 #include <QIcon>
+#include <QItemSelectionModel>
 #include <QLabel>
+#include <QListView>
 #include <QListWidget>
 #include <QMessageBox>
 #include <QPushButton>
@@ -363,6 +365,22 @@ int VNDesktopApplication::screenshot(const VNLaunchRequest& request) {
         waitUntil(
             [&] { return pane->stagedModel()->rowCount() + pane->unstagedModel()->rowCount() > 0; },
             10000);
+        // The first changed file's diff with its first hunk chosen, as someone about to stage
+        // it would see it.
+        QListView* list =
+            pane->unstagedModel()->rowCount() > 0 ? pane->unstagedList() : pane->stagedList();
+        if (list->model()->rowCount() > 0) {
+            bool shown = false;
+            QMetaObject::Connection connection = QObject::connect(
+                pane, &VNWorkingCopyPane::diffShown, pane, [&shown] { shown = true; });
+            list->selectionModel()->select(list->model()->index(0, 0),
+                                           QItemSelectionModel::ClearAndSelect);
+            waitUntil([&] { return shown; }, 10000);
+            QObject::disconnect(connection);
+            pane->chooseHunk(
+                list->model()->index(0, 0).data(VNFileListModel::PathRole).toString().toStdString(),
+                0);
+        }
     }
     waitUntil([] { return false; }, 300);  // lets the panes settle and paint
     QPixmap image = window.grab();

@@ -1,5 +1,6 @@
 #include "desktop/VNWorkingCopyPane.h"
 
+#include <QAction>
 #include <QHBoxLayout>
 #include <QItemSelectionModel>
 #include <QLabel>
@@ -7,16 +8,20 @@
 #include <QMessageBox>
 #include <QPushButton>
 #include <QSplitter>
+#include <QToolBar>
 #include <QVBoxLayout>
 
 #include <filesystem>
 #include <fstream>
+#include <optional>
 #include <set>
 
 #include "desktop/VNAsync.h"
+#include "desktop/VNDiffLineModel.h"
 #include "desktop/VNDiffView.h"
 #include "desktop/VNFileListModel.h"
 #include "handler/VNTaskList.h"
+#include "model/VNDiffHunkModel.h"
 #include "model/VNDiffModel.h"
 #include "model/VNFileStatusEntity.h"
 
@@ -131,11 +136,22 @@ VNWorkingCopyPane::VNWorkingCopyPane(std::shared_ptr<VNRepoHandler> handler, std
     lists->addWidget(makeSide(tr("Unstaged"), unstagedList_, {discardButton_, stageButton_}));
 
     diffView_ = new VNDiffView(this);
+    hunkBar_ = new QToolBar(this);
+    hunkBar_->setObjectName(QStringLiteral("hunkBar"));
+    hunkBar_->setToolButtonStyle(Qt::ToolButtonTextOnly);
+    auto* diffBox = new QWidget(this);
+    auto* diffLayout = new QVBoxLayout(diffBox);
+    diffLayout->setContentsMargins(0, 0, 0, 0);
+    diffLayout->setSpacing(0);
+    diffLayout->addWidget(hunkBar_);
+    diffLayout->addWidget(diffView_, 1);
     auto* split = new QSplitter(Qt::Vertical, this);
     split->addWidget(lists);
-    split->addWidget(diffView_);
+    split->addWidget(diffBox);
     split->setStretchFactor(0, 1);
     split->setStretchFactor(1, 2);
+    // A third for the lists, the rest for the diff, where hunks and lines are chosen.
+    split->setSizes({1000, 2000});
 
     errorLabel_ = new QLabel(this);
     errorLabel_->setWordWrap(true);
@@ -160,6 +176,10 @@ VNWorkingCopyPane::VNWorkingCopyPane(std::shared_ptr<VNRepoHandler> handler, std
     connect(discardButton_, &QPushButton::clicked, this, [this] { discardSelected(); });
     connect(stagedList_, &QListView::doubleClicked, this, &VNWorkingCopyPane::unstageSelected);
     connect(unstagedList_, &QListView::doubleClicked, this, &VNWorkingCopyPane::stageSelected);
+    createHunkActions();
+    connect(diffView_, &VNDiffView::selectionChanged, this, &VNWorkingCopyPane::updateHunkActions);
+    connect(diffView_->listView()->selectionModel(), &QItemSelectionModel::currentChanged, this,
+            &VNWorkingCopyPane::updateHunkActions);
     updateButtons();
 }
 
@@ -293,6 +313,7 @@ void VNWorkingCopyPane::updateButtons() {
     unstageButton_->setEnabled(idle && staged);
     stageButton_->setEnabled(idle && unstaged);
     discardButton_->setEnabled(idle && unstaged);
+    updateHunkActions();
 }
 
 void VNWorkingCopyPane::showDiff() {
@@ -354,6 +375,8 @@ void VNWorkingCopyPane::showDiff() {
             } else {
                 diffView_->setDiff(std::move(diff));
             }
+            focusPendingHunk();
+            updateHunkActions();
             emit diffShown();
         });
 }
@@ -493,5 +516,503 @@ bool VNWorkingCopyPane::discardSelected() {
             return handler->revertTasks(path, tracked, 0, 0);
         },
         std::move(untracked));
+    return true;
+}
+
+namespace {
+
+using Action = VNHunkActions::Action;
+
+// A changed line of the diff as the person saw it. Acting on a part of a file changes the line
+// numbers only after that part, on the side it changes, so a line shown before it is found
+// again in a fresh diff by its prefix, its number on the side that names it (old for removed
+// lines, new for added ones) and its text.
+struct LineKey {
+    char prefix = '+';
+    int64_t number = 0;
+    std::string text;
+    auto operator<=>(const LineKey&) const = default;
+};
+
+std::optional<LineKey> keyOf(char prefix, int64_t before, int64_t after, std::string_view text) {
+    if (prefix == '-') {
+        return LineKey{prefix, before, std::string(text)};
+    }
+    if (prefix == '+') {
+        return LineKey{prefix, after, std::string(text)};
+    }
+    return std::nullopt;
+}
+
+struct FileChoice {
+    std::string file;
+    std::string previousFile;
+    bool untracked = false;
+    // Where the file's first chosen hunk was in the diff shown, for the focus afterwards.
+    std::size_t firstHunk = 0;
+    std::set<LineKey> lines;
+};
+
+struct HunkJob {
+    Action hunkAction = Action::StageHunk;
+    Action lineAction = Action::StageLines;
+    bool wholeHunks = false;
+    bool staged = false;
+    std::vector<FileChoice> files;
+};
+
+struct HunkJobResult {
+    bool applied = false;
+    std::string error;
+};
+
+Action lineActionFor(Action action) {
+    switch (action) {
+        case Action::StageHunk:
+            return Action::StageLines;
+        case Action::UnstageHunk:
+            return Action::UnstageLines;
+        case Action::DiscardHunk:
+            return Action::DiscardLines;
+        default:
+            return action;
+    }
+}
+
+Action hunkActionFor(Action action) {
+    switch (action) {
+        case Action::StageLines:
+            return Action::StageHunk;
+        case Action::UnstageLines:
+            return Action::UnstageHunk;
+        case Action::DiscardLines:
+            return Action::DiscardHunk;
+        default:
+            return action;
+    }
+}
+
+std::shared_ptr<VNDiffFileModel> freshDiff(VNRepoHandler& handler, const std::string& root,
+                                           const FileChoice& choice, bool staged,
+                                           std::string& error) {
+    std::string text;
+    if (choice.untracked) {
+        text = untrackedFileDiff(root, choice.file);
+    } else {
+        std::vector<std::string> files{choice.file};
+        if (!choice.previousFile.empty()) {
+            files.push_back(choice.previousFile);
+        }
+        auto task =
+            staged ? handler.fileDiffAgainstBaseTask(root, files, std::string(), 0, DiffContext)
+                   : handler.fileDiffAgainstBaseTask(root, files, 0, DiffContext);
+        if (!task || !task->run()) {
+            error = task ? task->errorOutput() : "the diff could not be read";
+            return nullptr;
+        }
+        text = task->output();
+    }
+    VNDiffFileList parsed;
+    handler.parseDiffToModel(text, parsed, 1);
+    if (parsed.empty()) {
+        return nullptr;
+    }
+    if (choice.untracked) {
+        parsed.front()->setChangeType(VNDiffFileModel::Untracked);
+    }
+    return parsed.front();
+}
+
+// The last run of chosen changed lines in the file: its hunk and rows. A run ends at a changed
+// line that was not chosen; context between chosen lines stays context.
+struct Run {
+    std::shared_ptr<VNDiffHunkModel> hunk;
+    vn::HunkLineRange range;
+    std::vector<LineKey> keys;
+    bool wholeHunk = false;
+};
+
+std::optional<Run> lastRun(const VNDiffFileModel& file, const std::set<LineKey>& chosen) {
+    const auto& hunks = file.hunks();
+    for (auto h = hunks.rbegin(); h != hunks.rend(); ++h) {
+        const VNDiffHunkModel& hunk = **h;
+        std::optional<Run> run;
+        std::size_t changed = 0;
+        bool open = false;
+        for (std::size_t i = 0; i < hunk.lineCount(); ++i) {
+            VNDiffHunkModel::LineView line = hunk.lineAt(i);
+            char prefix = line.prefix.empty() ? ' ' : line.prefix.front();
+            std::optional<LineKey> key =
+                keyOf(prefix, line.beforeLineNumber, line.afterLineNumber, line.line);
+            if (!key) {
+                continue;
+            }
+            ++changed;
+            if (!chosen.contains(*key)) {
+                open = false;
+                continue;
+            }
+            if (!open) {
+                run = Run{*h, {i, 0}, {}, false};
+                open = true;
+            }
+            run->range.length = i - run->range.location + 1;
+            run->keys.push_back(*key);
+        }
+        if (run) {
+            run->wholeHunk = run->keys.size() == changed;
+            return run;
+        }
+    }
+    return std::nullopt;
+}
+
+// Applies the chosen lines of each file, last run first so that the runs before keep their
+// line numbers, reading the file's diff afresh before each run. Stops at the first failure.
+HunkJobResult runHunkJob(VNRepoHandler& handler, const std::string& root,
+                         std::shared_ptr<VNRepoHandler> shared, const HunkJob& job) {
+    HunkJobResult result;
+    VNHunkActions::Context context;
+    context.repositoryPath = root;
+    context.handler = std::dynamic_pointer_cast<VNRepoHandlerBase>(std::move(shared));
+    context.confirmDiscard = false;  // asked on the GUI thread already
+    bool anyFound = false;
+    for (const FileChoice& choice : job.files) {
+        std::set<LineKey> remaining = choice.lines;
+        while (!remaining.empty()) {
+            std::string error;
+            std::shared_ptr<VNDiffFileModel> file =
+                freshDiff(handler, root, choice, job.staged, error);
+            if (!error.empty()) {
+                result.error = error;
+                return result;
+            }
+            std::optional<Run> run = file ? lastRun(*file, remaining) : std::nullopt;
+            if (!run) {
+                break;
+            }
+            anyFound = true;
+            for (const LineKey& key : run->keys) {
+                remaining.erase(key);
+            }
+            Action action = (job.wholeHunks && run->wholeHunk) || choice.untracked ? job.hunkAction
+                                                                                   : job.lineAction;
+            VNHunkActions::Outcome outcome =
+                VNHunkActions::perform(action, context, *file, *run->hunk, run->range);
+            switch (outcome.state) {
+                case VNHunkActions::State::Applied:
+                    result.applied = true;
+                    break;
+                case VNHunkActions::State::NothingSelected:
+                case VNHunkActions::State::Cancelled:
+                    break;
+                case VNHunkActions::State::Refused:
+                    result.error =
+                        "git refused the patch for " + choice.file + ":\n" + outcome.message;
+                    if (!outcome.keptPatchFile.empty()) {
+                        result.error += "\nThe patch is kept in " + outcome.keptPatchFile;
+                    }
+                    return result;
+                case VNHunkActions::State::NotPossible:
+                    result.error = outcome.message;
+                    return result;
+            }
+            if (!outcome.wholeFileSummary.empty()) {
+                break;
+            }
+        }
+    }
+    if (!anyFound) {
+        result.error =
+            "The diff changed since it was shown; nothing was done. Choose the lines "
+            "again.";
+    }
+    return result;
+}
+
+}  // namespace
+
+void VNWorkingCopyPane::createHunkActions() {
+    struct Spec {
+        Action action;
+        const char* name;
+        QString text;
+        QString tip;
+        QKeySequence keys;
+    };
+    const Spec specs[] = {
+        {Action::StageHunk, "stageHunk", tr("Stage Hunk"),
+         tr("Put the hunks of the chosen rows into the next commit"), QKeySequence(tr("Shift+S"))},
+        {Action::StageLines, "stageLines", tr("Stage Lines"),
+         tr("Put the chosen added and removed lines into the next commit"), QKeySequence(tr("S"))},
+        {Action::DiscardHunk, "discardHunk", tr("Discard Hunk\u2026"),
+         tr("Throw away the hunks of the chosen rows"), QKeySequence(tr("Shift+D"))},
+        {Action::DiscardLines, "discardLines", tr("Discard Lines\u2026"),
+         tr("Throw away the chosen added and removed lines"), QKeySequence(tr("D"))},
+        {Action::UnstageHunk, "unstageHunk", tr("Unstage Hunk"),
+         tr("Take the hunks of the chosen rows out of the next commit"),
+         QKeySequence(tr("Shift+U"))},
+        {Action::UnstageLines, "unstageLines", tr("Unstage Lines"),
+         tr("Take the chosen added and removed lines out of the next commit"),
+         QKeySequence(tr("U"))},
+    };
+    QListView* list = diffView_->listView();
+    auto* separator = new QAction(list);
+    separator->setSeparator(true);
+    list->addAction(separator);
+    for (const Spec& spec : specs) {
+        auto* action = new QAction(spec.text, this);
+        action->setObjectName(QString::fromLatin1(spec.name));
+        action->setToolTip(spec.tip + QStringLiteral(" (") +
+                           spec.keys.toString(QKeySequence::NativeText) + QStringLiteral(")"));
+        action->setShortcut(spec.keys);
+        // Plain letters act only while the diff has the keyboard.
+        action->setShortcutContext(Qt::WidgetWithChildrenShortcut);
+        connect(action, &QAction::triggered, this,
+                [this, which = spec.action] { performHunkAction(which); });
+        hunkBar_->addAction(action);
+        list->addAction(action);
+        diffView_->addAction(action);
+        hunkActions_.emplace_back(spec.action, action);
+    }
+}
+
+QAction* VNWorkingCopyPane::hunkAction(Action action) const {
+    for (const auto& [which, qaction] : hunkActions_) {
+        if (which == action) {
+            return qaction;
+        }
+    }
+    return nullptr;
+}
+
+namespace {
+
+// The hunks that the chosen rows (or, without any, the current row) belong to, in row order.
+std::vector<std::pair<const VNDiffFileModel*, const VNDiffHunkModel*>> hunksUnderSelection(
+    const VNDiffView& view) {
+    std::vector<std::pair<const VNDiffFileModel*, const VNDiffHunkModel*>> hunks;
+    if (view.isShowingPlaceholder()) {
+        return hunks;
+    }
+    const VNDiffLineModel* model = view.lineModel();
+    std::vector<int> rows = view.selectedRows();
+    QModelIndex current = view.listView()->currentIndex();
+    if (rows.empty() && current.isValid()) {
+        rows.push_back(current.row());
+    }
+    for (int row : rows) {
+        VNDiffLineModel::RowView line = model->rowAt(row);
+        if (line.hunk && (hunks.empty() || hunks.back().second != line.hunk)) {
+            hunks.emplace_back(line.file, line.hunk);
+        }
+    }
+    return hunks;
+}
+
+bool hasChangedRow(const VNDiffView& view) {
+    for (int row : view.selectedRows()) {
+        char prefix = view.lineModel()->rowAt(row).prefix;
+        if (prefix == '+' || prefix == '-') {
+            return true;
+        }
+    }
+    return false;
+}
+
+}  // namespace
+
+void VNWorkingCopyPane::updateHunkActions() {
+    if (hunkActions_.empty()) {
+        return;
+    }
+    bool staged = diffSide_ == Side::Staged;
+    bool idle = !operationRunning_;
+    bool lines = hasChangedRow(*diffView_);
+    bool hunks = !hunksUnderSelection(*diffView_).empty();
+    for (const auto& [which, action] : hunkActions_) {
+        bool forStaged = which == Action::UnstageHunk || which == Action::UnstageLines;
+        action->setVisible(forStaged == staged);
+        action->setEnabled(idle && forStaged == staged &&
+                           (VNHunkActions::isLineAction(which) ? lines : hunks));
+    }
+}
+
+bool VNWorkingCopyPane::performHunkAction(Action action) {
+    if (operationRunning_) {
+        return false;
+    }
+    bool staged = diffSide_ == Side::Staged;
+    bool forStaged = action == Action::UnstageHunk || action == Action::UnstageLines;
+    if (staged != forStaged) {
+        return false;
+    }
+    HunkJob job;
+    job.hunkAction = hunkActionFor(action);
+    job.lineAction = lineActionFor(action);
+    job.wholeHunks = !VNHunkActions::isLineAction(action);
+    job.staged = staged;
+
+    auto choiceFor = [&](const VNDiffFileModel& file, std::size_t hunkIndex) -> FileChoice& {
+        for (FileChoice& choice : job.files) {
+            if (choice.file == file.filename()) {
+                return choice;
+            }
+        }
+        FileChoice choice;
+        choice.file = file.filename();
+        choice.previousFile = file.previousFilename();
+        int row = unstagedModel_->rowOfPath(file.filename());
+        choice.untracked =
+            !staged && row >= 0 && unstagedModel_->entry(row).status == VNFileStatusUnknown;
+        choice.firstHunk = hunkIndex;
+        job.files.push_back(std::move(choice));
+        return job.files.back();
+    };
+    auto hunkIndexOf = [](const VNDiffFileModel& file, const VNDiffHunkModel* hunk) {
+        const auto& hunks = file.hunks();
+        for (std::size_t i = 0; i < hunks.size(); ++i) {
+            if (hunks[i].get() == hunk) {
+                return i;
+            }
+        }
+        return std::size_t{0};
+    };
+    std::size_t added = 0, removed = 0;
+    QStringList shownLines;
+    auto take = [&](FileChoice& choice, char prefix, int64_t before, int64_t after,
+                    std::string_view text) {
+        std::optional<LineKey> key = keyOf(prefix, before, after, text);
+        if (!key || !choice.lines.insert(*key).second) {
+            return;
+        }
+        (prefix == '+' ? added : removed) += 1;
+        if (shownLines.size() < 8) {
+            shownLines.append(QString(QChar::fromLatin1(prefix)) + QStringLiteral(" ") +
+                              QString::fromUtf8(text.data(), static_cast<qsizetype>(text.size())));
+        }
+    };
+    if (VNHunkActions::isLineAction(action)) {
+        for (int row : diffView_->selectedRows()) {
+            VNDiffLineModel::RowView line = diffView_->lineModel()->rowAt(row);
+            if (line.prefix == '+' || line.prefix == '-') {
+                FileChoice& choice = choiceFor(*line.file, hunkIndexOf(*line.file, line.hunk));
+                take(choice, line.prefix, line.beforeLineNumber, line.afterLineNumber, line.text);
+            }
+        }
+    } else {
+        for (const auto& [file, hunk] : hunksUnderSelection(*diffView_)) {
+            FileChoice& choice = choiceFor(*file, hunkIndexOf(*file, hunk));
+            for (std::size_t i = 0; i < hunk->lineCount(); ++i) {
+                VNDiffHunkModel::LineView line = hunk->lineAt(i);
+                take(choice, line.prefix.empty() ? ' ' : line.prefix.front(), line.beforeLineNumber,
+                     line.afterLineNumber, line.line);
+            }
+        }
+    }
+    if (job.files.empty() || added + removed == 0) {
+        return false;
+    }
+
+    if (VNHunkActions::isDiscard(action)) {
+        QString names;
+        for (const FileChoice& choice : job.files) {
+            names += (names.isEmpty() ? QString() : QStringLiteral(", ")) +
+                     QString::fromStdString(choice.file);
+        }
+        QString text = tr("These unstaged changes to %1 will be lost: %n added line(s) taken out",
+                          nullptr, static_cast<int>(added))
+                           .arg(names) +
+                       tr(" and %n removed line(s) put back.", nullptr, static_cast<int>(removed));
+        QString details = shownLines.join(QStringLiteral("\n"));
+        if (added + removed > static_cast<std::size_t>(shownLines.size())) {
+            details +=
+                QStringLiteral("\n") + tr("and %1 more").arg(added + removed - shownLines.size());
+        }
+        QMessageBox box(QMessageBox::Warning, tr("Discard changes?"),
+                        text + QStringLiteral("\n\n") + details, QMessageBox::Cancel, this);
+        QPushButton* discard = box.addButton(tr("Discard"), QMessageBox::DestructiveRole);
+        box.setDefaultButton(QMessageBox::Cancel);
+        box.setObjectName(QStringLiteral("discardConfirmation"));
+        box.exec();
+        if (box.clickedButton() != discard) {
+            return false;
+        }
+    }
+
+    HunkFocus focus{job.files.front().file, job.files.front().firstHunk};
+    operationRunning_ = true;
+    operationError_.clear();
+    showErrors();
+    updateButtons();
+    auto handler = handler_;
+    std::string path = path_;
+    vn::desktop::runAsync<HunkJobResult>(
+        this, [handler, path, job] { return runHunkJob(*handler, path, handler, job); },
+        [this, focus](HunkJobResult result) {
+            operationRunning_ = false;
+            std::string error = std::move(result.error);
+            while (!error.empty() && (error.back() == '\n' || error.back() == ' ')) {
+                error.pop_back();
+            }
+            operationError_ = QString::fromStdString(error);
+            pendingFocus_ = focus;
+            showErrors();
+            updateButtons();
+            refresh();
+            if (result.applied) {
+                emit workingCopyChanged();
+            }
+            emit hunkActionFinished();
+        });
+    return true;
+}
+
+void VNWorkingCopyPane::focusPendingHunk() {
+    if (!pendingFocus_) {
+        return;
+    }
+    HunkFocus focus = *pendingFocus_;
+    pendingFocus_.reset();
+    chooseHunk(focus.file, focus.hunk);
+}
+
+bool VNWorkingCopyPane::chooseHunk(const std::string& file, std::size_t hunk) {
+    if (diffView_->isShowingPlaceholder()) {
+        return false;
+    }
+    const VNDiffLineModel* model = diffView_->lineModel();
+    int header = -1, end = -1;
+    std::size_t seen = 0;
+    for (int row = 0; row < model->rowCount(); ++row) {
+        VNDiffLineModel::RowView line = model->rowAt(row);
+        if (line.kind == VNDiffLineModel::RowKind::FileHeader) {
+            if (header >= 0) {
+                break;
+            }
+            continue;
+        }
+        if (line.file->filename() != file) {
+            continue;
+        }
+        if (line.kind == VNDiffLineModel::RowKind::HunkHeader) {
+            if (seen > hunk) {
+                break;
+            }
+            header = row;
+            ++seen;
+        }
+        if (header >= 0) {
+            end = row;
+        }
+    }
+    if (header < 0) {
+        return false;
+    }
+    QListView* list = diffView_->listView();
+    QItemSelection selection(model->index(std::min(header + 1, end)), model->index(end));
+    list->selectionModel()->select(selection, QItemSelectionModel::ClearAndSelect);
+    list->selectionModel()->setCurrentIndex(model->index(header), QItemSelectionModel::NoUpdate);
+    list->scrollTo(model->index(header), QAbstractItemView::PositionAtTop);
     return true;
 }
