@@ -1,7 +1,10 @@
 #pragma once
 
+#include <QAbstractButton>
 #include <QAbstractItemModelTester>
+#include <QApplication>
 #include <QEventLoop>
+#include <QMessageBox>
 #include <QString>
 #include <QStringList>
 #include <QTimer>
@@ -71,6 +74,26 @@ inline bool waitUntil(const std::function<bool()>& done, int timeoutMs = 20000) 
     QTimer::singleShot(timeoutMs, &loop, &QEventLoop::quit);
     loop.exec();
     return done();
+}
+
+// Clicks the button of the next message box that opens, once it is up; answers the box's text
+// through `text`.
+inline void answerNextMessageBox(const QString& button, QString* text) {
+    auto* timer = new QTimer;
+    QObject::connect(timer, &QTimer::timeout, timer, [timer, button, text] {
+        auto* box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget());
+        if (!box) {
+            return;
+        }
+        *text = box->text();
+        for (QAbstractButton* candidate : box->buttons()) {
+            if (candidate->text() == button) {
+                candidate->click();
+            }
+        }
+        timer->deleteLater();
+    });
+    timer->start(10);
 }
 
 }  // namespace vn::test

@@ -20,6 +20,7 @@
 
 namespace {
 
+using vn::test::answerNextMessageBox;
 using vn::test::GitRepository;
 using vn::test::waitUntil;
 
@@ -31,26 +32,6 @@ Listing listing(const VNFileListModel& model) {
         rows.emplace_back(entry.path, entry.status);
     }
     return rows;
-}
-
-// Clicks the button of the next message box that opens, once it is up; answers the box's text
-// through `text`.
-void answerNextMessageBox(const QString& button, QString* text) {
-    auto* timer = new QTimer;
-    QObject::connect(timer, &QTimer::timeout, timer, [timer, button, text] {
-        auto* box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget());
-        if (!box) {
-            return;
-        }
-        *text = box->text();
-        for (QAbstractButton* candidate : box->buttons()) {
-            if (candidate->text() == button) {
-                candidate->click();
-            }
-        }
-        timer->deleteLater();
-    });
-    timer->start(10);
 }
 
 void select(QListView* list, const std::vector<std::string>& paths) {
