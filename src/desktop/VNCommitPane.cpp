@@ -45,6 +45,10 @@ VNCommitPane::VNCommitPane(std::shared_ptr<VNRepoHandlerGit> handler, std::strin
     body_->setObjectName(QStringLiteral("commitBody"));
     body_->setPlaceholderText(tr("Why the change was made (optional)"));
     body_->setTabChangesFocus(true);
+    // Room for a few paragraphs; the lists and the diff above need the height more.
+    int line = body_->fontMetrics().lineSpacing();
+    body_->setMinimumHeight(line * 3);
+    body_->setMaximumHeight(line * 10);
     history_ = new QComboBox(this);
     history_->setObjectName(QStringLiteral("commitHistory"));
     history_->setToolTip(tr("Use a message committed before"));

@@ -10,6 +10,10 @@
 
 #include "PaneTestSupport.h"
 #include "desktop/VNCommitPane.h"
+#include "desktop/VNFileListModel.h"
+#include "desktop/VNHistoryModel.h"
+#include "desktop/VNRepoWindow.h"
+#include "desktop/VNWorkingCopyPane.h"
 #include "git/VNRepoHandlerGit.h"
 #include "platform/Preferences.h"
 #include "support/TestEnvironment.h"
@@ -211,6 +215,33 @@ TEST(VNCommitPane, MessagesSplitIntoSubjectAndBodyAndTheHistoryKeepsTheNewest) {
     EXPECT_EQ(remembered[0], QStringLiteral("message 10"));
     EXPECT_EQ(remembered[1], QStringLiteral("message 24"));
     EXPECT_EQ(remembered.count(QStringLiteral("message 10")), 1);
+}
+
+// In the window the pane learns what is staged from the working-copy lists, and a commit
+// brings the history and the lists up to date.
+TEST(VNCommitPane, InTheWindowACommitRefreshesTheHistoryAndTheLists) {
+    GitRepository repo;
+    repo.commitFile("a.txt", "1\n", "base");
+    repo.write("a.txt", "2\n");
+    repo.write("b.txt", "new\n");
+    repo.git({"add", "b.txt"});
+    vn::desktop::VNRepoWindow window(std::make_shared<VNRepoHandlerGit>(), repo.path());
+    window.resize(1200, 800);
+    window.show();
+    VNCommitPane* pane = window.commitPane();
+    ASSERT_TRUE(pane);
+    VNWorkingCopyPane* lists = window.workingCopyPane();
+    ASSERT_TRUE(waitUntil([&] { return lists->stagedModel()->rowCount() == 1; }));
+    pane->setMessage(QStringLiteral("Add b"));
+    // One file is staged, so nothing is asked and only it is committed.
+    ASSERT_TRUE(pane->commit());
+    ASSERT_TRUE(waitUntil([&] {
+        return lists->stagedModel()->rowCount() == 0 && !window.historyModel()->isLoading() &&
+               window.historyModel()->rowCount() == 3;
+    })) << pane->errorText().toStdString();
+    EXPECT_EQ(repo.git({"log", "--format=%s"}), "Add b\nbase\n");
+    EXPECT_EQ(repo.git({"status", "--porcelain"}), " M a.txt\n");
+    EXPECT_EQ(lists->unstagedModel()->rowCount(), 1);
 }
 
 }  // namespace
