@@ -22,6 +22,7 @@ namespace {
 
 using vn::desktop::VNFetchSheet;
 using vn::desktop::VNProgressWindow;
+using vn::desktop::VNPullSheet;
 using vn::desktop::VNPushSheet;
 using vn::desktop::VNRemoteSheet;
 using vn::test::GitRepository;
@@ -189,6 +190,30 @@ TEST(VNFetchSheet, FetchesAndRemembersThePruneChoice) {
     EXPECT_TRUE(vn::Preferences::standard().boolForKey(VNFetchSheet::PruneKey));
     VNFetchSheet again(f.handler, f.repo.path());
     EXPECT_TRUE(again.pruneBox()->isChecked());
+}
+
+TEST(VNPullSheet, PullsTheUpstreamBranchAndAsksForAFullRefresh) {
+    RemoteFixture f;
+    f.repo.git({"push", "-q", "origin", "main"});
+    GitRepository other;
+    other.git({"pull", "-q", "file://" + f.bare, "main"});
+    other.commitFile("c.txt", "c\n", "from elsewhere");
+    other.git({"push", "-q", "file://" + f.bare, "main"});
+
+    VNPullSheet sheet(f.handler, f.repo.path());
+    openAndLoad(sheet);
+    EXPECT_EQ(sheet.remoteChoice()->currentText(), QStringLiteral("origin"));
+    EXPECT_EQ(sheet.branchChoice()->currentText(), QStringLiteral("main"));
+    sheet.rebaseBox()->setChecked(true);
+    EXPECT_FALSE(sheet.noFastForwardBox()->isEnabled());
+    QSignalSpy refresh(&sheet, &VNRemoteSheet::refreshRequested);
+    ASSERT_EQ(f.run(sheet), VNProgressWindow::ResultSuccess);
+    EXPECT_EQ(f.local("main"), f.remoteRef("refs/heads/main"));
+    EXPECT_EQ(f.repo.git({"log", "-1", "--format=%s"}), "from elsewhere\n");
+    EXPECT_FALSE(sheet.isVisible());
+    ASSERT_EQ(refresh.count(), 1);
+    EXPECT_TRUE(refresh[0][0].toBool());
+    EXPECT_TRUE(refresh[0][1].toBool());
 }
 
 TEST(VNProgressWindow, ShowsProgressLinesAsATerminalWouldAndStopsAtAFailureOrCancel) {
