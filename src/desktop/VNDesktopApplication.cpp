@@ -13,21 +13,26 @@
 #include <QListView>
 #include <QListWidget>
 #include <QMessageBox>
+#include <QPainter>
 #include <QPushButton>
 #include <QTimer>
 #include <QUrl>
 #include <QUrlQuery>
 #include <QVBoxLayout>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <iostream>
+#include <string_view>
 
 #include "app/VNApplication.h"
 #include "desktop/VNCommitDetails.h"
 #include "desktop/VNFileListModel.h"
 #include "desktop/VNHistoryModel.h"
 #include "desktop/VNMainLoopBridge.h"
+#include "desktop/VNPasswordDialog.h"
+#include "desktop/VNRemoteSheets.h"
 #include "desktop/VNRepoWindow.h"
 #include "desktop/VNTheme.h"
 #include "desktop/VNWorkingCopyPane.h"
@@ -45,9 +50,11 @@ constexpr int RecentLimit = 20;
 const char* const Usage =
     "usage: varnel [PATH | varnel://open?path=PATH]...\n"
     "       varnel --screenshot FILE [--size WxH] [--theme light|dark] [--scale F]\n"
-    "              [--select REVISION|working] PATH\n"
+    "              [--select REVISION|working] [--sheet push] PATH\n"
+    "       varnel --ask-password QUESTION\n"
     "Opens the repository window of each working copy; without one, the windows that were\n"
-    "open when Varnel last quit, or a list of recent repositories.\n";
+    "open when Varnel last quit, or a list of recent repositories. --ask-password shows\n"
+    "a password dialog and prints the answer (for git's password questions).\n";
 
 QStringList stringList(const vn::Value& value) {
     QStringList list;
@@ -149,6 +156,13 @@ VNLaunchRequest VNLaunchRequest::parse(const QStringList& arguments) {
             }
         } else if (word == QStringLiteral("--select")) {
             value(request.select);
+        } else if (word == QStringLiteral("--sheet")) {
+            if (value(request.sheet) && request.sheet != QStringLiteral("push") &&
+                request.sheet != QStringLiteral("pull") &&
+                request.sheet != QStringLiteral("fetch")) {
+                request.error = QStringLiteral("--sheet takes push, pull or fetch, not \"%1\"")
+                                    .arg(request.sheet);
+            }
         } else if (word == QStringLiteral("--detached")) {
             request.detached = true;
         } else if (word == QStringLiteral("--help") || word == QStringLiteral("-h")) {
@@ -384,6 +398,25 @@ int VNDesktopApplication::screenshot(const VNLaunchRequest& request) {
     }
     waitUntil([] { return false; }, 300);  // lets the panes settle and paint
     QPixmap image = window.grab();
+    if (!request.sheet.isEmpty()) {
+        VNRemoteSheet* sheet =
+            window.openSheet(request.sheet == QStringLiteral("push")   ? VNRepoWindow::PushSheet
+                             : request.sheet == QStringLiteral("pull") ? VNRepoWindow::PullSheet
+                                                                       : VNRepoWindow::FetchSheet);
+        if (!sheet || !waitUntil([&] { return sheet->loaded(); }, 30000)) {
+            std::cerr << "varnel: the sheet did not open\n";
+            return 1;
+        }
+        waitUntil([] { return false; }, 300);
+        // The sheet drawn over the window's top centre, where a window-modal sheet appears.
+        QPixmap drawn = sheet->grab();
+        QPainter painter(&image);
+        painter.fillRect(image.rect(), QColor(0, 0, 0, 60));
+        qreal ratio = image.devicePixelRatio();
+        int x = static_cast<int>(
+            (image.width() / ratio - drawn.width() / drawn.devicePixelRatio()) / 2);
+        painter.drawPixmap(QPoint(std::max(x, 0), 40), drawn);
+    }
     if (!image.save(request.screenshotFile, "PNG")) {
         std::cerr << "varnel: cannot write " << request.screenshotFile.toStdString() << "\n";
         return 1;
@@ -394,6 +427,9 @@ int VNDesktopApplication::screenshot(const VNLaunchRequest& request) {
 }
 
 int VNDesktopApplication::main(int argc, char** argv) {
+    if (argc > 1 && std::string_view(argv[1]) == "--ask-password") {
+        return askPasswordMain(argc, argv);
+    }
     QStringList arguments;
     for (int i = 0; i < argc; ++i) {
         arguments << QString::fromLocal8Bit(argv[i]);
@@ -431,6 +467,7 @@ int VNDesktopApplication::main(int argc, char** argv) {
     }
     auto* bridge = new VNMainLoopBridge(&app);
     (void)bridge;
+    installPasswordPrompter(QCoreApplication::applicationDirPath());
     VNTheme::Kind theme =
         request.theme.isEmpty() ? VNTheme::preferred() : VNTheme::fromName(request.theme);
     VNTheme::apply(theme, false);

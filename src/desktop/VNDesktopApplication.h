@@ -19,6 +19,7 @@ struct VNLaunchRequest {
     QSize screenshotSize{1400, 900};
     QString theme;     // "light", "dark" or empty for the preference
     QString select;    // a revision to select in a screenshot; "working" for the working copy
+    QString sheet;     // "push", "pull" or "fetch": a screenshot with that sheet open
     double scale = 0;  // a device-pixel ratio to render at; 0 for the screen's
     bool detached = false;
     bool help = false;

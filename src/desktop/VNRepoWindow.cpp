@@ -22,14 +22,18 @@
 #include "base/Json.h"
 #include "desktop/VNAsync.h"
 #include "desktop/VNCommitDetails.h"
+#include "desktop/VNCommitPane.h"
 #include "desktop/VNDiffView.h"
+#include "desktop/VNFileListModel.h"
 #include "desktop/VNGraphCell.h"
 #include "desktop/VNHistoryFilter.h"
 #include "desktop/VNHistoryModel.h"
 #include "desktop/VNHistoryView.h"
+#include "desktop/VNRemoteSheets.h"
 #include "desktop/VNSidebar.h"
 #include "desktop/VNTheme.h"
 #include "desktop/VNWorkingCopyPane.h"
+#include "git/VNRepoHandlerGit.h"
 #include "handler/ToolCheck.h"
 #include "handler/VNRepoHandler.h"
 #include "handler/VNTask.h"
@@ -83,9 +87,20 @@ VNRepoWindow::VNRepoWindow(std::shared_ptr<VNRepoHandler> handler, std::string p
     sidebar_->setObjectName(QStringLiteral("sidebar"));
     sidebar_->setMinimumWidth(160);
 
+    // The commit pane sits under the working copy's lists; Mercurial has none yet.
+    workingCopyPage_ = new QSplitter(Qt::Vertical, this);
+    workingCopyPage_->setObjectName(QStringLiteral("workingCopyPage"));
+    workingCopyPage_->addWidget(workingCopy_);
+    if (auto git = std::dynamic_pointer_cast<VNRepoHandlerGit>(handler_)) {
+        commitPane_ = new VNCommitPane(git, path_, this);
+        workingCopyPage_->addWidget(commitPane_);
+        workingCopyPage_->setStretchFactor(0, 3);
+        workingCopyPage_->setStretchFactor(1, 1);
+        workingCopyPage_->setCollapsible(1, false);
+    }
     lower_ = new QStackedWidget(this);
     lower_->addWidget(details_);
-    lower_->addWidget(workingCopy_);
+    lower_->addWidget(workingCopyPage_);
     centreSplitter_ = new QSplitter(Qt::Vertical, this);
     centreSplitter_->setObjectName(QStringLiteral("centreSplitter"));
     centreSplitter_->addWidget(historyView_);
@@ -168,6 +183,11 @@ VNRepoWindow::VNRepoWindow(std::shared_ptr<VNRepoHandler> handler, std::string p
         reloadHistory();
         sidebar_->refresh();
     });
+    if (commitPane_) {
+        connect(workingCopy_, &VNWorkingCopyPane::statusRefreshed, this,
+                [this] { commitPane_->setStagedCount(workingCopy_->stagedModel()->rowCount()); });
+        connect(commitPane_, &VNCommitPane::committed, this, &VNRepoWindow::refresh);
+    }
 
     restoreLayout();
     refresh();
@@ -216,6 +236,26 @@ void VNRepoWindow::buildMenus() {
         themes->addAction(action);
     }
 
+    if (std::dynamic_pointer_cast<VNRepoHandlerGit>(handler_)) {
+        QMenu* repository = menuBar()->addMenu(tr("&Repository"));
+        QAction* commit = repository->addAction(tr("&Commit…"), this, [this] {
+            int row = history_->rowOfRevision("-1");
+            if (row >= 0) {
+                clearSearch();
+                selectRow(row);
+            }
+            commitPane_->subjectField()->setFocus();
+        });
+        commit->setShortcut(QKeySequence(Qt::CTRL | Qt::ALT | Qt::Key_C));
+        repository->addSeparator();
+        repository->addAction(tr("&Push…"), this, [this] { openSheet(PushSheet); })
+            ->setShortcut(QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_P));
+        repository->addAction(tr("P&ull…"), this, [this] { openSheet(PullSheet); })
+            ->setShortcut(QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_L));
+        repository->addAction(tr("&Fetch…"), this, [this] { openSheet(FetchSheet); })
+            ->setShortcut(QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_F));
+    }
+
     QMenu* help = menuBar()->addMenu(tr("&Help"));
     help->addAction(tr("&About Varnel"), this, [this] {
         // The tools answer their versions off the GUI thread.
@@ -240,6 +280,43 @@ void VNRepoWindow::buildMenus() {
                 QMessageBox::about(this, tr("About Varnel"), text);
             });
     });
+}
+
+VNRemoteSheet* VNRepoWindow::openSheet(SheetKind kind) {
+    auto git = std::dynamic_pointer_cast<VNRepoHandlerGit>(handler_);
+    if (!git) {
+        return nullptr;
+    }
+    if (sheet_) {
+        sheet_->raise();
+        return sheet_;
+    }
+    VNRemoteSheet* sheet = nullptr;
+    switch (kind) {
+        case PushSheet:
+            sheet = new VNPushSheet(git, path_, this);
+            break;
+        case PullSheet:
+            sheet = new VNPullSheet(git, path_, this);
+            break;
+        case FetchSheet:
+            sheet = new VNFetchSheet(git, path_, this);
+            break;
+    }
+    sheet->setAttribute(Qt::WA_DeleteOnClose);
+    connect(sheet, &VNRemoteSheet::refreshRequested, this, [this](bool workingCopy, bool) {
+        // New or moved references show in the history and the sidebar.
+        reloadHistory();
+        sidebar_->refresh();
+        if (workingCopy) {
+            workingCopy_->refresh();
+        }
+    });
+    connect(sheet, &QDialog::finished, sheet, &QObject::deleteLater);
+    sheet_ = sheet;
+    sheet->load();
+    sheet->open();
+    return sheet;
 }
 
 void VNRepoWindow::refresh() {
@@ -383,7 +460,7 @@ void VNRepoWindow::currentRowChanged() {
     }
     std::string rev = current.data(VNHistoryModel::RevisionRole).toString().toStdString();
     if (rev == "-1") {
-        lower_->setCurrentWidget(workingCopy_);
+        lower_->setCurrentWidget(workingCopyPage_);
         return;
     }
     lower_->setCurrentWidget(details_);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QMainWindow>
+#include <QPointer>
 
 #include <cstdint>
 #include <memory>
@@ -18,6 +19,8 @@ class VNWorkingCopyPane;
 namespace vn::desktop {
 
 class VNCommitDetails;
+class VNCommitPane;
+class VNRemoteSheet;
 class VNHistoryFilter;
 class VNHistoryModel;
 class VNHistoryView;
@@ -46,8 +49,14 @@ class VNRepoWindow : public QMainWindow {
     VNHistoryView* historyView() const { return historyView_; }
     VNCommitDetails* details() const { return details_; }
     VNWorkingCopyPane* workingCopyPane() const { return workingCopy_; }
+    // Null for repositories other than Git ones.
+    VNCommitPane* commitPane() const { return commitPane_; }
     VNSidebar* sidebar() const { return sidebar_; }
     QLineEdit* searchField() const { return searchField_; }
+
+    enum SheetKind { PushSheet, PullSheet, FetchSheet };
+    // Opens the push, pull or fetch sheet (or raises the open one); null without Git.
+    VNRemoteSheet* openSheet(SheetKind kind);
 
     // Reads the history (and the panes) again.
     void refresh();
@@ -90,6 +99,9 @@ class VNRepoWindow : public QMainWindow {
     VNHistoryView* historyView_;
     VNCommitDetails* details_;
     VNWorkingCopyPane* workingCopy_;
+    VNCommitPane* commitPane_ = nullptr;
+    QSplitter* workingCopyPage_;
+    QPointer<VNRemoteSheet> sheet_;
     VNSidebar* sidebar_;
     QStackedWidget* lower_;
     QSplitter* mainSplitter_;

@@ -1,0 +1,414 @@
+#include "desktop/VNRemoteSheets.h"
+
+#include <QCheckBox>
+#include <QComboBox>
+#include <QDialogButtonBox>
+#include <QFormLayout>
+#include <QHeaderView>
+#include <QLabel>
+#include <QLineEdit>
+#include <QPushButton>
+#include <QTableWidget>
+#include <QVBoxLayout>
+
+#include "desktop/VNAsync.h"
+#include "desktop/VNProgressWindow.h"
+#include "git/VNGitPushBranchEntry.h"
+#include "git/VNRepoHandlerGit.h"
+#include "platform/Preferences.h"
+
+namespace vn::desktop {
+
+namespace {
+
+// "origin/topic/x" for remote "origin" is "topic/x"; nothing when it is another remote's.
+std::optional<std::string> branchOnRemote(const std::string& remoteBranch,
+                                          const std::string& remote) {
+    if (remote.empty() || remoteBranch.size() <= remote.size() + 1 ||
+        remoteBranch.compare(0, remote.size(), remote) != 0 || remoteBranch[remote.size()] != '/') {
+        return std::nullopt;
+    }
+    return remoteBranch.substr(remote.size() + 1);
+}
+
+QDialogButtonBox* sheetButtons(QDialog* sheet, const QString& goText) {
+    auto* buttons = new QDialogButtonBox(QDialogButtonBox::Cancel, sheet);
+    QPushButton* go = buttons->addButton(goText, QDialogButtonBox::AcceptRole);
+    go->setObjectName(QStringLiteral("startButton"));
+    go->setDefault(true);
+    QObject::connect(buttons, &QDialogButtonBox::rejected, sheet, &QDialog::reject);
+    return buttons;
+}
+
+}  // namespace
+
+// ---- VNRemoteSheet --------------------------------------------------------------------------
+
+VNRemoteSheet::VNRemoteSheet(std::shared_ptr<VNRepoHandlerGit> handler, std::string path,
+                             QWidget* parent)
+    : QDialog(parent), handler_(std::move(handler)), path_(std::move(path)) {
+    remote_ = new QComboBox(this);
+    remote_->setObjectName(QStringLiteral("remoteChoice"));
+    setWindowModality(Qt::WindowModal);
+}
+
+void VNRemoteSheet::load() {
+    auto handler = handler_;
+    std::string path = path_;
+    runAsync<VNRemoteSheetData>(
+        this,
+        [handler, path] {
+            VNRemoteSheetData data;
+            data.remotes = handler->remotePaths(path);
+            data.localBranches = handler->branches(path);
+            data.currentBranch = handler->currentBranch(path);
+            data.upstreams = handler->trackingBranchesForPull(path);
+            data.remoteBranches = handler->remoteBranches(path);
+            return data;
+        },
+        [this](VNRemoteSheetData data) {
+            data_ = std::move(data);
+            loadExtra(data_);
+            loaded_ = true;
+            Q_EMIT remotesLoaded();
+        });
+}
+
+void VNRemoteSheet::loadExtra(const VNRemoteSheetData& data) {
+    addRemoteItems(data.remotes);
+}
+
+void VNRemoteSheet::addRemoteItems(const std::vector<vn::Record>& remotes) {
+    // The current branch's remote comes first, then "origin", as git would pick them.
+    std::string preferred;
+    if (auto upstream = data_.upstreams.string(data_.currentBranch); !upstream.empty()) {
+        for (const vn::Record& remote : remotes) {
+            if (branchOnRemote(upstream, remote.string("name"))) {
+                preferred = remote.string("name");
+            }
+        }
+    }
+    for (const vn::Record& remote : remotes) {
+        QString name = QString::fromStdString(remote.string("name"));
+        remote_->addItem(name, name);
+        remote_->setItemData(remote_->count() - 1, QString::fromStdString(remote.string("path")),
+                             Qt::ToolTipRole);
+        if ((preferred.empty() && name == QLatin1String("origin")) ||
+            name.toStdString() == preferred) {
+            remote_->setCurrentIndex(remote_->count() - 1);
+        }
+    }
+}
+
+std::string VNRemoteSheet::selectedRemote() const {
+    return remote_->currentData().toString().toStdString();
+}
+
+void VNRemoteSheet::runTasks(VNTaskList tasks, const QString& title,
+                             const std::vector<std::string>& progressCommands) {
+    if (progress_) {
+        progress_->close();
+        progress_->deleteLater();
+    }
+    progress_ = new VNProgressWindow(path_, title, this);
+    progress_->setAttribute(Qt::WA_DeleteOnClose);
+    connect(progress_, &VNProgressWindow::runFinished, this, [this](int result) {
+        // The window closes itself after a success; a failure stays for its words.
+        if (result == VNProgressWindow::ResultSuccess && progress_) {
+            progress_->close();
+        }
+        runFinished(result);
+        Q_EMIT runEnded(result);
+    });
+    progress_->open();
+    progress_->run(std::move(tasks), progressCommands);
+}
+
+// ---- VNPushSheet ----------------------------------------------------------------------------
+
+VNPushSheet::VNPushSheet(std::shared_ptr<VNRepoHandlerGit> handler, std::string path,
+                         QWidget* parent)
+    : VNRemoteSheet(std::move(handler), std::move(path), parent) {
+    setWindowTitle(tr("Push"));
+    setObjectName(QStringLiteral("pushSheet"));
+    url_ = new QLineEdit(this);
+    url_->setPlaceholderText(tr("URL of the repository to push to"));
+    url_->setEnabled(false);
+    branches_ = new QTableWidget(0, ColumnCount, this);
+    branches_->setHorizontalHeaderLabels(
+        {tr("Push"), tr("Local branch"), tr("Remote branch"), tr("Track")});
+    branches_->verticalHeader()->hide();
+    branches_->setSelectionMode(QAbstractItemView::NoSelection);
+    branches_->horizontalHeader()->setSectionResizeMode(LocalColumn, QHeaderView::Stretch);
+    branches_->horizontalHeader()->setSectionResizeMode(RemoteBranchColumn, QHeaderView::Stretch);
+    branches_->horizontalHeader()->setSectionResizeMode(PushColumn, QHeaderView::ResizeToContents);
+    branches_->horizontalHeader()->setSectionResizeMode(TrackColumn, QHeaderView::ResizeToContents);
+    force_ = new QCheckBox(tr("Force (overwrite the remote branches' commits)"), this);
+    tags_ = new QCheckBox(tr("Push all tags"), this);
+    tags_->setChecked(vn::Preferences::standard().boolForKey("gitPushAllTags"));
+
+    auto* form = new QFormLayout;
+    form->addRow(tr("Remote:"), remote_);
+    form->addRow(tr("URL:"), url_);
+    auto* layout = new QVBoxLayout(this);
+    layout->addLayout(form);
+    layout->addWidget(branches_, 1);
+    layout->addWidget(force_);
+    layout->addWidget(tags_);
+    auto* buttons = sheetButtons(this, tr("Push"));
+    connect(buttons, &QDialogButtonBox::accepted, this, [this] { start(); });
+    layout->addWidget(buttons);
+    connect(remote_, &QComboBox::currentIndexChanged, this, [this] {
+        url_->setEnabled(selectedRemote() == CustomRemote);
+        fillBranches();
+    });
+    resize(560, 380);
+}
+
+void VNPushSheet::loadExtra(const VNRemoteSheetData& data) {
+    {
+        QSignalBlocker quiet(remote_);
+        addRemoteItems(data.remotes);
+        remote_->addItem(tr("Custom URL"), QString::fromLatin1(CustomRemote));
+        if (data.remotes.empty()) {
+            remote_->setCurrentIndex(remote_->count() - 1);
+        }
+    }
+    url_->setEnabled(selectedRemote() == CustomRemote);
+    fillBranches();
+}
+
+void VNPushSheet::fillBranches() {
+    std::string remote = selectedRemote();
+    branches_->setRowCount(0);
+    for (const std::string& branch : data_.localBranches) {
+        int row = branches_->rowCount();
+        branches_->insertRow(row);
+        auto upstream = branchOnRemote(data_.upstreams.string(branch), remote);
+        auto* push = new QTableWidgetItem;
+        push->setFlags(Qt::ItemIsEnabled | Qt::ItemIsUserCheckable);
+        push->setCheckState(branch == data_.currentBranch ? Qt::Checked : Qt::Unchecked);
+        auto* local = new QTableWidgetItem(QString::fromStdString(branch));
+        local->setFlags(Qt::ItemIsEnabled);
+        auto* target = new QTableWidgetItem(QString::fromStdString(upstream.value_or(branch)));
+        target->setFlags(Qt::ItemIsEnabled | Qt::ItemIsEditable);
+        auto* track = new QTableWidgetItem;
+        track->setFlags(Qt::ItemIsEnabled | Qt::ItemIsUserCheckable);
+        // A branch without an upstream gets one by its first push, as most users want.
+        bool hasUpstream = !data_.upstreams.string(branch).empty();
+        track->setCheckState(upstream || !hasUpstream ? Qt::Checked : Qt::Unchecked);
+        // What the branch tracks now, to tell a change of the box from its first state.
+        track->setData(Qt::UserRole, QString::fromStdString(upstream.value_or("")));
+        branches_->setItem(row, PushColumn, push);
+        branches_->setItem(row, LocalColumn, local);
+        branches_->setItem(row, RemoteBranchColumn, target);
+        branches_->setItem(row, TrackColumn, track);
+    }
+}
+
+std::vector<VNGitPushBranchEntry> VNPushSheet::pushList() const {
+    std::vector<VNGitPushBranchEntry> list;
+    for (int row = 0; row < branches_->rowCount(); ++row) {
+        VNGitPushBranchEntry entry;
+        entry.push = branches_->item(row, PushColumn)->checkState() == Qt::Checked;
+        entry.localBranch = branches_->item(row, LocalColumn)->text().toStdString();
+        entry.remoteBranch =
+            branches_->item(row, RemoteBranchColumn)->text().trimmed().toStdString();
+        QTableWidgetItem* track = branches_->item(row, TrackColumn);
+        std::string tracked = track->data(Qt::UserRole).toString().toStdString();
+        bool wanted = track->checkState() == Qt::Checked;
+        std::string target = entry.remoteBranch.empty() ? entry.localBranch : entry.remoteBranch;
+        if (wanted) {
+            entry.track = tracked == target ? VNGitPushBranchEntry::TrackKeep
+                                            : VNGitPushBranchEntry::TrackSet;
+        } else {
+            // Only an upstream on this remote is removed; a custom URL has none.
+            entry.track = tracked.empty() ? VNGitPushBranchEntry::TrackKeep
+                                          : VNGitPushBranchEntry::TrackRemove;
+        }
+        if (entry.track == VNGitPushBranchEntry::TrackRemove && !entry.push) {
+            entry.remoteBranch = tracked;
+        }
+        if (entry.push || entry.track == VNGitPushBranchEntry::TrackRemove) {
+            list.push_back(std::move(entry));
+        }
+    }
+    return list;
+}
+
+bool VNPushSheet::start() {
+    if (progress_ && progress_->running()) {
+        return false;
+    }
+    std::string remote = selectedRemote();
+    QString shown = remote_->currentText();
+    bool custom = remote == CustomRemote;
+    if (custom) {
+        shown = url_->text().trimmed();
+        remote = shown.toStdString();
+        if (remote.empty()) {
+            url_->setFocus();
+            return false;
+        }
+    }
+    if (remote.empty()) {
+        return false;
+    }
+    auto list = pushList();
+    if (custom) {
+        // A bare URL has no remote branches to track.
+        for (auto& entry : list) {
+            if (entry.track == VNGitPushBranchEntry::TrackSet) {
+                entry.track = VNGitPushBranchEntry::TrackKeep;
+            }
+        }
+    }
+    vn::Preferences::standard().set("gitPushAllTags", tags_->isChecked());
+    VNTaskList tasks = handler_->pushTasks(path_, remote, list, force_->isChecked());
+    if (tasks.empty()) {
+        return false;
+    }
+    runTasks(std::move(tasks), tr("Pushing To %1").arg(shown), {"push"});
+    return true;
+}
+
+void VNPushSheet::runFinished(int result) {
+    if (result != VNProgressWindow::ResultSuccess) {
+        return;
+    }
+    accept();
+    Q_EMIT refreshRequested(false, true);
+}
+
+// ---- VNPullSheet ----------------------------------------------------------------------------
+
+VNPullSheet::VNPullSheet(std::shared_ptr<VNRepoHandlerGit> handler, std::string path,
+                         QWidget* parent)
+    : VNRemoteSheet(std::move(handler), std::move(path), parent) {
+    setWindowTitle(tr("Pull"));
+    setObjectName(QStringLiteral("pullSheet"));
+    branch_ = new QComboBox(this);
+    branch_->setObjectName(QStringLiteral("branchChoice"));
+    branch_->setEditable(true);
+    rebase_ = new QCheckBox(tr("Rebase instead of merge"), this);
+    noFastForward_ = new QCheckBox(tr("Always make a merge commit"), this);
+    auto* form = new QFormLayout;
+    form->addRow(tr("Remote:"), remote_);
+    form->addRow(tr("Branch:"), branch_);
+    auto* layout = new QVBoxLayout(this);
+    layout->addLayout(form);
+    layout->addWidget(rebase_);
+    layout->addWidget(noFastForward_);
+    layout->addStretch(1);
+    auto* buttons = sheetButtons(this, tr("Pull"));
+    connect(buttons, &QDialogButtonBox::accepted, this, [this] { start(); });
+    layout->addWidget(buttons);
+    connect(remote_, &QComboBox::currentIndexChanged, this, &VNPullSheet::fillBranches);
+    connect(rebase_, &QCheckBox::toggled, noFastForward_, &QWidget::setDisabled);
+}
+
+void VNPullSheet::loadExtra(const VNRemoteSheetData& data) {
+    {
+        QSignalBlocker quiet(remote_);
+        addRemoteItems(data.remotes);
+    }
+    fillBranches();
+}
+
+void VNPullSheet::fillBranches() {
+    std::string remote = selectedRemote();
+    std::string upstream = data_.upstreams.string(data_.currentBranch);
+    branch_->clear();
+    for (const std::string& name : data_.remoteBranches) {
+        if (auto branch = branchOnRemote(name, remote)) {
+            branch_->addItem(QString::fromStdString(*branch));
+            if (name == upstream || (upstream.empty() && *branch == data_.currentBranch)) {
+                branch_->setCurrentIndex(branch_->count() - 1);
+            }
+        }
+    }
+}
+
+bool VNPullSheet::start() {
+    if (progress_ && progress_->running()) {
+        return false;
+    }
+    std::string remote = selectedRemote();
+    std::string branch = branch_->currentText().trimmed().toStdString();
+    if (remote.empty() || branch.empty()) {
+        return false;
+    }
+    auto& preferences = vn::Preferences::standard();
+    VNTaskList tasks = handler_->pullTasks(
+        path_, remote, branch, preferences.boolForKey("gitCommitMergedChangesImmediately"),
+        preferences.boolForKey("gitIncludeMessagesFromCommits"), noFastForward_->isChecked(),
+        rebase_->isChecked(), 0);
+    runTasks(std::move(tasks), tr("Pulling From %1").arg(remote_->currentText()),
+             {"fetch", "pull"});
+    return true;
+}
+
+void VNPullSheet::runFinished(int result) {
+    // A pull that stopped at a conflict (96) or left a merge to commit (98) changed the working
+    // copy all the same.
+    if (result != VNProgressWindow::ResultSuccess && result != 96 && result != 98) {
+        return;
+    }
+    done(result);
+    Q_EMIT refreshRequested(true, true);
+}
+
+// ---- VNFetchSheet ---------------------------------------------------------------------------
+
+VNFetchSheet::VNFetchSheet(std::shared_ptr<VNRepoHandlerGit> handler, std::string path,
+                           QWidget* parent)
+    : VNRemoteSheet(std::move(handler), std::move(path), parent) {
+    setWindowTitle(tr("Fetch"));
+    setObjectName(QStringLiteral("fetchSheet"));
+    prune_ = new QCheckBox(tr("Prune remote branches that were deleted"), this);
+    prune_->setChecked(vn::Preferences::standard().boolForKey(PruneKey));
+    tags_ = new QCheckBox(tr("Fetch all tags"), this);
+    auto* form = new QFormLayout;
+    form->addRow(tr("Remote:"), remote_);
+    auto* layout = new QVBoxLayout(this);
+    layout->addLayout(form);
+    layout->addWidget(prune_);
+    layout->addWidget(tags_);
+    layout->addStretch(1);
+    auto* buttons = sheetButtons(this, tr("Fetch"));
+    connect(buttons, &QDialogButtonBox::accepted, this, [this] { start(); });
+    layout->addWidget(buttons);
+}
+
+void VNFetchSheet::loadExtra(const VNRemoteSheetData& data) {
+    remote_->addItem(tr("All remotes"), QString());
+    addRemoteItems(data.remotes);
+}
+
+bool VNFetchSheet::start() {
+    if (progress_ && progress_->running()) {
+        return false;
+    }
+    std::string remote = selectedRemote();
+    vn::Preferences::standard().set(PruneKey, prune_->isChecked());
+    std::optional<std::string> chosen;
+    if (!remote.empty()) {
+        chosen = remote;
+    }
+    VNTaskList tasks = handler_->fetchTasks(path_, chosen, prune_->isChecked(), tags_->isChecked());
+    if (tasks.empty()) {
+        return false;
+    }
+    runTasks(std::move(tasks),
+             chosen ? tr("Fetching From %1").arg(remote_->currentText()) : tr("Fetching All"),
+             {"fetch"});
+    return true;
+}
+
+void VNFetchSheet::runFinished(int) {
+    // A fetch changes remote branches only; the window reads them again whatever happened.
+    accept();
+    Q_EMIT refreshRequested(false, true);
+}
+
+}  // namespace vn::desktop
