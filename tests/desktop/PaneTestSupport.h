@@ -1,5 +1,7 @@
 #pragma once
 
+#include "DesktopSupport.h"
+
 #include <QAbstractButton>
 #include <QAbstractItemModelTester>
 #include <QApplication>
@@ -60,20 +62,7 @@ class CheckedModel {
 
 // Spins a real event loop until `done` holds or the time is up; answers `done()`.
 inline bool waitUntil(const std::function<bool()>& done, int timeoutMs = 20000) {
-    if (done()) {
-        return true;
-    }
-    QEventLoop loop;
-    QTimer check;
-    QObject::connect(&check, &QTimer::timeout, &loop, [&] {
-        if (done()) {
-            loop.quit();
-        }
-    });
-    check.start(10);
-    QTimer::singleShot(timeoutMs, &loop, &QEventLoop::quit);
-    loop.exec();
-    return done();
+    return vn::test::desktop::waitInLoop(done, timeoutMs);
 }
 
 // Clicks the button of the next message box that opens, once it is up; answers the box's text
