@@ -237,9 +237,7 @@ VNRepoWindow* VNDesktopApplication::open(const QString& pathOrUrl, QString* erro
     auto handler = shared.handlerForType(shared.determineRepositoryType(path));
     if (!handler) {
         if (error) {
-            *error = tr("%1 is not a working copy of Git (or of Mercurial, once Varnel reads "
-                        "it).")
-                         .arg(folder);
+            *error = tr("%1 is not a working copy of Git or Mercurial.").arg(folder);
         }
         return nullptr;
     }
