@@ -171,6 +171,10 @@ TEST_F(RepoWindowHgTest, HistoryLabelsAndSidebarFollowHg) {
         bool gitOnly = section == VNRefsModel::RemoteBranches || section == VNRefsModel::Submodules;
         EXPECT_EQ(tree->isRowHidden(section, QModelIndex()), gitOnly);
     }
+    // The working-copy pane reads its status after the history; a read still running when the
+    // process exits would outlive the objects it uses.
+    EXPECT_TRUE(
+        waitInLoop([&] { return window->workingCopyPane()->unstagedModel()->rowCount() == 3; }));
 }
 
 // A changeset shows its files and diff; the working-copy row shows one list of changes (no
