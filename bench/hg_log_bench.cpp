@@ -8,6 +8,7 @@
 //                against the bare `hg log` run Varnel makes for it (same arguments, output unread)
 //   first page   the same against the bare `hg log` and `hg status` runs side by side (the page
 //                says whether the working copy has changes, which needs the status)
+//   labels       the label lookup in one log run against the three listing commands
 //   status       fileStatus with the default mask (status parsed into records)
 //                against the bare `hg status` run Varnel makes for it
 //
@@ -192,6 +193,11 @@ int main(int argc, char** argv) {
                     handler->runQuery(task);
                     side.join();
                 });
+        // The labels a page carries: one log run over the labelled changesets against the
+        // three listing commands side by side that it replaced.
+        compare(("labels, one run vs listings" + label).c_str(), runs,
+                [&] { handler->labelsByRevision(path, false, false); },
+                [&] { handler->labelsByRevisionFromListings(path, false, false); });
         compare(("status, default mask" + label).c_str(), runs, [&] { handler->fileStatus(path); },
                 [&] {
                     auto task = handler->hgQueryTaskWithArgs(path, statusArgs);

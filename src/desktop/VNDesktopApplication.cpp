@@ -1,5 +1,7 @@
 #include "desktop/VNDesktopApplication.h"
 
+#include "desktop/VNAsync.h"
+
 #include <QApplication>
 #include <QDialog>
 #include <QDialogButtonBox>
@@ -253,9 +255,7 @@ VNRepoWindow* VNDesktopApplication::open(const QString& pathOrUrl, QString* erro
     auto handler = shared.handlerForType(shared.determineRepositoryType(path));
     if (!handler) {
         if (error) {
-            *error = tr("%1 is not a working copy of Git (or of Mercurial, once Varnel reads "
-                        "it).")
-                         .arg(folder);
+            *error = tr("%1 is not a working copy of Git or Mercurial.").arg(folder);
         }
         return nullptr;
     }
@@ -501,7 +501,9 @@ int VNDesktopApplication::main(int argc, char** argv) {
         QTimer::singleShot(0, &desktop, &VNDesktopApplication::showOpenDialog);
         QApplication::setQuitOnLastWindowClosed(true);
     }
-    return QApplication::exec();
+    int result = QApplication::exec();
+    waitForPendingWork(30);
+    return result;
 }
 
 }  // namespace vn::desktop

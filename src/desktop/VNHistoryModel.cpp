@@ -7,6 +7,7 @@
 #include "desktop/VNAsync.h"
 #include "git/VNRepoHandlerGit.h"
 #include "handler/VNRepoHandler.h"
+#include "hg/VNRepoHandlerMercurial.h"
 #include "model/VNLogDescriptionEntry.h"
 #include "model/VNLogGraphEntry.h"
 #include "model/VNLogGraphLayout.h"
@@ -17,6 +18,9 @@ namespace vn::desktop {
 VNHistoryRow VNHistoryRow::fromRecord(const vn::Record& record) {
     VNHistoryRow row;
     row.rev = record.string("rev");
+    if (std::string changeset = record.string("changeset"); changeset != row.rev) {
+        row.node = std::move(changeset);
+    }
     std::string user = record.string("user");
     std::size_t bracket = user.rfind(" <");
     row.author = bracket == std::string::npos ? std::move(user) : user.substr(0, bracket);
@@ -68,6 +72,37 @@ void VNHistoryModel::cancel() {
 
 namespace {
 
+// Mercurial's log comes in one run with its labels; the rows go to the view in batches so that
+// the first screen lays out and paints before the rest.
+bool readMercurialHistory(VNRepoHandlerMercurial& hg, const std::string& path,
+                          VNLogGraphLayout& layout, const std::atomic<bool>& cancelled,
+                          const std::function<void(std::vector<vn::Record>&)>& deliver) {
+    std::optional<vn::Record> workingCopy;
+    vn::WorkGroup status;
+    vn::WorkQueue::global().async(status, [&] { workingCopy = hg.workingCopyRow(path); });
+    std::vector<vn::Record> all = hg.logRevisions(path, "", 0, 0, std::nullopt, 0);
+    // No rows: an empty repository ("-1"), or a failure.
+    bool ok = !all.empty() || hg.latestRevision(path) == "-1";
+    status.wait();
+    if (workingCopy) {
+        all.insert(all.begin(), std::move(*workingCopy));
+    }
+    constexpr std::size_t Batch = 2000;
+    std::size_t start = 0;
+    do {
+        if (cancelled) {
+            break;
+        }
+        std::size_t end = std::min(all.size(), start + Batch);
+        std::vector<vn::Record> rows(std::make_move_iterator(all.begin() + start),
+                                     std::make_move_iterator(all.begin() + end));
+        layout.addRows(rows);
+        deliver(rows);
+        start = end;
+    } while (start < all.size());
+    return ok;
+}
+
 // Reads the whole history of a working copy and hands each laid-out batch to `deliver`.
 bool readHistory(VNRepoHandler& handler, const std::string& path,
                  const VNHistoryModel::Options& options, const std::atomic<bool>& cancelled,
@@ -77,6 +112,9 @@ bool readHistory(VNRepoHandler& handler, const std::string& path,
                           (options.remotes ? VNRepoHandlerGit::LogIncludeRemotes : 0) |
                           (options.firstParent ? VNRepoHandlerGit::LogFirstParent : 0);
     VNLogGraphLayout layout(nullptr, options.firstParent);
+    if (auto* hg = dynamic_cast<VNRepoHandlerMercurial*>(&handler)) {
+        return readMercurialHistory(*hg, path, layout, cancelled, deliver);
+    }
     if (!git) {
         std::vector<vn::Record> rows =
             handler.logRevisions(path, "", 0, 0, std::nullopt, logOptions);
@@ -138,7 +176,7 @@ void VNHistoryModel::load(std::shared_ptr<VNRepoHandler> handler, std::string pa
             }
         });
     };
-    vn::WorkQueue::global().async([handler, path, options, stream, post] {
+    vn::WorkQueue::global().async(detail::pendingWork(), [handler, path, options, stream, post] {
         auto deliver = [&](std::vector<vn::Record>& records) {
             std::vector<VNHistoryRow> rows;
             rows.reserve(records.size());
@@ -217,7 +255,7 @@ void VNHistoryModel::drain(const std::shared_ptr<Stream>& stream) {
 
 int VNHistoryModel::rowOfRevision(const std::string& rev) const {
     for (std::size_t i = 0; i < rows_.size(); ++i) {
-        if (rows_[i].rev == rev) {
+        if (rows_[i].rev == rev || (!rows_[i].node.empty() && rows_[i].node == rev)) {
             return static_cast<int>(i);
         }
     }
@@ -272,6 +310,12 @@ QVariant VNHistoryModel::data(const QModelIndex& index, int role) const {
         case CommitColumn:
             if (workingCopy) {
                 return {};
+            }
+            if (!row.node.empty()) {
+                // Mercurial's local number, then the hash that names the changeset everywhere.
+                return role == Qt::ToolTipRole
+                           ? QString::fromStdString(row.rev + ":" + row.node)
+                           : QString::fromStdString(row.rev + ":" + row.node.substr(0, 12));
             }
             return role == Qt::ToolTipRole ? QString::fromStdString(row.rev)
                                            : QString::fromStdString(row.rev.substr(0, 10));

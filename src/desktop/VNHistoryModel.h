@@ -21,7 +21,9 @@ namespace vn::desktop {
 // One history row as the view keeps it: what the table shows, nothing of the log record that it
 // does not. The graph entry shares its unchanged runs with the rows around it.
 struct VNHistoryRow {
-    std::string rev;  // the full hash; "-1" for the working copy
+    std::string
+        rev;  // the full hash (Git) or revision number (Mercurial); "-1" for the working copy
+    std::string node;  // the full hash where `rev` is a revision number, else empty
     std::string author;
     int64_t time = 0;    // seconds since the epoch
     int32_t offset = 0;  // the recorder's UTC offset, seconds east

@@ -6,6 +6,7 @@
 #include "git/VNGitLogParser.h"
 #include "git/VNRepoHandlerGit.h"
 #include "handler/VNTask.h"
+#include "hg/VNRepoHandlerMercurial.h"
 #include "platform/WorkQueue.h"
 
 namespace {
@@ -61,7 +62,9 @@ VNRefsModel::VNRefsModel(QObject* parent) : QAbstractItemModel(parent) {}
 VNRefsModel::Contents VNRefsModel::load(VNRepoHandler& handler, const std::string& path) {
     Contents contents;
     auto* git = dynamic_cast<VNRepoHandlerGit*>(&handler);
-    std::vector<std::string> branches, tags, remotes;
+    auto* hg = dynamic_cast<VNRepoHandlerMercurial*>(&handler);
+    std::vector<std::string> branches, tags, remotes, bookmarks;
+    std::string activeBookmark;
     std::vector<vn::Record> stashes;
     vn::Record aheadBehind, upstreams;
     std::string current, submoduleStatus;
@@ -83,6 +86,10 @@ VNRefsModel::Contents VNRefsModel::load(VNRepoHandler& handler, const std::strin
             }
         });
         upstreams = git->trackingBranchesForPull(path);
+    }
+    if (hg) {
+        queue.async(group, [&] { bookmarks = hg->bookmarks(path, &activeBookmark); });
+        queue.async(group, [&] { current = hg->currentBranch(path); });
     }
     group.wait();
 
@@ -118,6 +125,15 @@ VNRefsModel::Contents VNRefsModel::load(VNRepoHandler& handler, const std::strin
             {stash.string("name"), stash.string("name"), message, {}, 0, 0, false});
     }
     contents[Submodules] = parseSubmoduleStatus(submoduleStatus);
+    for (const std::string& bookmark : bookmarks) {
+        contents[Bookmarks].push_back({bookmark,
+                                       bookmark,
+                                       {},
+                                       {},
+                                       0,
+                                       0,
+                                       !activeBookmark.empty() && bookmark == activeBookmark});
+    }
     return contents;
 }
 
@@ -127,7 +143,20 @@ void VNRefsModel::setContents(Contents contents) {
     endResetModel();
 }
 
-QString VNRefsModel::sectionTitle(Section section) {
+bool VNRefsModel::sectionApplies(Section section, const VNRepoHandler& handler) {
+    bool mercurial = handler.repositoryType() == VNRepositoryTypeMercurial;
+    switch (section) {
+        case RemoteBranches:
+        case Submodules:
+            return !mercurial;
+        case Bookmarks:
+            return mercurial;
+        default:
+            return true;
+    }
+}
+
+QString VNRefsModel::sectionTitle(Section section) const {
     switch (section) {
         case Branches:
             return tr("Branches");
@@ -136,9 +165,11 @@ QString VNRefsModel::sectionTitle(Section section) {
         case Tags:
             return tr("Tags");
         case Stashes:
-            return tr("Stashes");
+            return stashesAreShelves_ ? tr("Shelves") : tr("Stashes");
         case Submodules:
             return tr("Submodules");
+        case Bookmarks:
+            return tr("Bookmarks");
         case SectionCount:
             break;
     }

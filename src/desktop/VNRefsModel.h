@@ -15,7 +15,7 @@ class VNRepoHandler;
 class VNRefsModel : public QAbstractItemModel {
     Q_OBJECT
   public:
-    enum Section { Branches, RemoteBranches, Tags, Stashes, Submodules, SectionCount };
+    enum Section { Branches, RemoteBranches, Tags, Stashes, Submodules, Bookmarks, SectionCount };
     enum Role {
         RevisionRole = Qt::UserRole + 1,  // QString: what the history shows for the item
         SectionRole,                      // int: the Section
@@ -40,6 +40,11 @@ class VNRefsModel : public QAbstractItemModel {
     explicit VNRefsModel(QObject* parent = nullptr);
 
     static Contents load(VNRepoHandler& handler, const std::string& path);
+    // Whether a section means anything for the system: Mercurial has no remote branches or
+    // submodules here, Git no bookmarks.
+    static bool sectionApplies(Section section, const VNRepoHandler& handler);
+    // Mercurial keeps shelves where Git keeps stashes.
+    void setStashesAreShelves(bool shelves) { stashesAreShelves_ = shelves; }
     void setContents(Contents contents);
     const Contents& contents() const { return contents_; }
 
@@ -51,10 +56,11 @@ class VNRefsModel : public QAbstractItemModel {
     QVariant data(const QModelIndex& index, int role) const override;
     Qt::ItemFlags flags(const QModelIndex& index) const override;
 
-    static QString sectionTitle(Section section);
+    QString sectionTitle(Section section) const;
 
   private:
     // Section rows carry no pointer; item rows carry their section number plus one.
     static constexpr quintptr NoSection = 0;
     Contents contents_;
+    bool stashesAreShelves_ = false;
 };

@@ -420,7 +420,8 @@ bool VNRepoWindow::selectRevision(const QString& revision) {
     if (found < 0 && wanted.size() >= 4) {
         // A short hash: the first row whose hash starts with it.
         for (int i = 0; i < history_->rowCount(); ++i) {
-            if (history_->row(i).rev.rfind(wanted, 0) == 0) {
+            const VNHistoryRow& row = history_->row(i);
+            if ((row.node.empty() ? row.rev : row.node).rfind(wanted, 0) == 0) {
                 found = i;
                 break;
             }

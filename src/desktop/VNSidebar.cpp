@@ -73,6 +73,7 @@ VNSidebar::VNSidebar(std::shared_ptr<VNRepoHandler> handler, std::string path, Q
     auto* layout = new QVBoxLayout(this);
     layout->setContentsMargins(0, 0, 0, 0);
     layout->addWidget(tree_);
+    model_->setStashesAreShelves(handler_->repositoryType() == VNRepositoryTypeMercurial);
     connect(tree_, &QTreeView::doubleClicked, this, [this](const QModelIndex& index) {
         QString revision = index.data(VNRefsModel::RevisionRole).toString();
         if (!revision.isEmpty()) {
@@ -104,6 +105,9 @@ void VNSidebar::refresh() {
             model_->setContents(std::move(contents));
             for (int section = 0; section < model_->rowCount(); ++section) {
                 tree_->setExpanded(model_->index(section, 0), !collapsed.count(section));
+                tree_->setRowHidden(section, QModelIndex(),
+                                    !VNRefsModel::sectionApplies(
+                                        static_cast<VNRefsModel::Section>(section), *handler_));
             }
             emit refreshed();
         });

@@ -131,9 +131,18 @@ VNWorkingCopyPane::VNWorkingCopyPane(std::shared_ptr<VNRepoHandler> handler, std
         layout->addLayout(row);
         return box;
     };
+    staging_ = handler_->hasCommitStaging();
     auto* lists = new QSplitter(Qt::Horizontal, this);
-    lists->addWidget(makeSide(tr("Staged"), stagedList_, {unstageButton_}));
-    lists->addWidget(makeSide(tr("Unstaged"), unstagedList_, {discardButton_, stageButton_}));
+    QWidget* stagedSide = makeSide(tr("Staged"), stagedList_, {unstageButton_});
+    lists->addWidget(stagedSide);
+    lists->addWidget(makeSide(staging_ ? tr("Unstaged") : tr("Changed"), unstagedList_,
+                              {discardButton_, stageButton_}));
+    if (!staging_) {
+        // Without an index every change goes into the next commit: one list, nothing to stage.
+        stagedSide->hide();
+        stageButton_->hide();
+        discardButton_->setToolTip(tr("Throw away the chosen files' changes"));
+    }
 
     diffView_ = new VNDiffView(this);
     hunkBar_ = new QToolBar(this);
@@ -175,7 +184,11 @@ VNWorkingCopyPane::VNWorkingCopyPane(std::shared_ptr<VNRepoHandler> handler, std
     connect(unstageButton_, &QPushButton::clicked, this, &VNWorkingCopyPane::unstageSelected);
     connect(discardButton_, &QPushButton::clicked, this, [this] { discardSelected(); });
     connect(stagedList_, &QListView::doubleClicked, this, &VNWorkingCopyPane::unstageSelected);
-    connect(unstagedList_, &QListView::doubleClicked, this, &VNWorkingCopyPane::stageSelected);
+    connect(unstagedList_, &QListView::doubleClicked, this, [this] {
+        if (staging_) {
+            stageSelected();
+        }
+    });
     createHunkActions();
     connect(diffView_, &VNDiffView::selectionChanged, this, &VNWorkingCopyPane::updateHunkActions);
     connect(diffView_->listView()->selectionModel(), &QItemSelectionModel::currentChanged, this,
@@ -227,6 +240,10 @@ void VNWorkingCopyPane::applyStatus(const VNWorkingCopyStatus& status) {
         std::string path = recordPath(record);
         if (summary == VNFileStatusConflicted) {
             unstaged.push_back({path, {}, VNFileStatusConflicted});
+            continue;
+        }
+        if (!staging_) {
+            unstaged.push_back({path, record.string(VNFileStatusKeyPreviousName), summary});
             continue;
         }
         if (index != VNFileStatusClean && index != VNFileStatusUnknown) {
@@ -311,7 +328,7 @@ void VNWorkingCopyPane::updateButtons() {
     bool staged = stagedList_->selectionModel()->hasSelection();
     bool unstaged = unstagedList_->selectionModel()->hasSelection();
     unstageButton_->setEnabled(idle && staged);
-    stageButton_->setEnabled(idle && unstaged);
+    stageButton_->setEnabled(idle && unstaged && staging_);
     discardButton_->setEnabled(idle && unstaged);
     updateHunkActions();
 }
@@ -394,7 +411,7 @@ void VNWorkingCopyPane::runFileOperation(std::function<VNTaskList()> tasks,
             std::string failure;
             if (auto failed = runTasksUntilFailure(tasks())) {
                 failure = failed->errorOutput().empty()
-                              ? "git exited with code " + std::to_string(failed->exitCode())
+                              ? "the command exited with code " + std::to_string(failed->exitCode())
                               : failed->errorOutput();
             }
             for (const std::string& file : deleteFiles) {
@@ -424,7 +441,7 @@ void VNWorkingCopyPane::runFileOperation(std::function<VNTaskList()> tasks,
 }
 
 void VNWorkingCopyPane::stageSelected() {
-    if (operationRunning_) {
+    if (operationRunning_ || !staging_) {
         return;
     }
     // Files gone from the disk are staged as removals, the others as they are.
@@ -468,6 +485,10 @@ bool VNWorkingCopyPane::discardSelected() {
     for (const QModelIndex& index : rows) {
         const auto& entry = unstagedModel_->entry(index.row());
         (entry.status == VNFileStatusUnknown ? untracked : tracked).push_back(entry.path);
+        // A rename is undone whole: the old name comes back as the new one goes.
+        if (!staging_ && !entry.previousPath.empty()) {
+            tracked.push_back(entry.previousPath);
+        }
     }
     if (tracked.empty() && untracked.empty()) {
         return false;
@@ -486,7 +507,10 @@ bool VNWorkingCopyPane::discardSelected() {
     if (count > 10) {
         names += QStringLiteral("\n  ") + tr("and %1 more").arg(count - 10);
     }
-    if (!tracked.empty()) {
+    if (!tracked.empty() && !staging_) {
+        text = tr("The changes of %n file(s) will be lost.", nullptr,
+                  static_cast<int>(tracked.size()));
+    } else if (!tracked.empty()) {
         text = tr("The unstaged changes of %n file(s) will be lost. Staged changes stay.", nullptr,
                   static_cast<int>(tracked.size()));
     }
@@ -832,9 +856,11 @@ void VNWorkingCopyPane::updateHunkActions() {
     bool hunks = !hunksUnderSelection(*diffView_).empty();
     for (const auto& [which, action] : hunkActions_) {
         bool forStaged = which == Action::UnstageHunk || which == Action::UnstageLines;
-        action->setVisible(forStaged == staged);
-        action->setEnabled(idle && forStaged == staged &&
-                           (VNHunkActions::isLineAction(which) ? lines : hunks));
+        // Without an index only the discards apply.
+        bool applies = forStaged == staged &&
+                       (staging_ || which == Action::DiscardHunk || which == Action::DiscardLines);
+        action->setVisible(applies);
+        action->setEnabled(idle && applies && (VNHunkActions::isLineAction(which) ? lines : hunks));
     }
 }
 

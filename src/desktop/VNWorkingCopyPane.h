@@ -91,6 +91,8 @@ class VNWorkingCopyPane : public QWidget {
 
     std::shared_ptr<VNRepoHandler> handler_;
     std::string path_;
+    // False for systems without an index (Mercurial): one list of changes, no staging.
+    bool staging_ = true;
     VNFileListModel* stagedModel_ = nullptr;
     VNFileListModel* unstagedModel_ = nullptr;
     QListView* stagedList_ = nullptr;

@@ -28,6 +28,8 @@ class VNRepoHandlerGit : public VNRepoHandlerBase {
     std::string repositoryTypeName() const override { return "Git"; }
     bool isDistributed() const override { return true; }
     bool hasHashedChangesets() const override { return true; }
+    // The index: changes are staged before they are committed.
+    bool hasCommitStaging() const override { return true; }
     bool hasSequentialRevisions() const override { return false; }
     // "number" (the version as git prints it, such as "2.39.5"), "standard", "location",
     // "exists". `git --version` runs once per git executable; the answer is kept.

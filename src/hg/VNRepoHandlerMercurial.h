@@ -159,6 +159,18 @@ class VNRepoHandlerMercurial : public VNRepoHandlerBase {
     std::map<std::string, VNLogDescriptionEntry::LabelList, std::less<>> labelsByRevision(
         const std::string& path, bool includeClosedBranches, bool includeMultipleHeads,
         const std::optional<std::string>& bundlePath = std::nullopt);
+    // The same from the listing commands (`hg tags`, `hg bookmarks`, `hg branches` or
+    // `hg heads`) run side by side; the bundle case always reads them this way.
+    std::map<std::string, VNLogDescriptionEntry::LabelList, std::less<>>
+    labelsByRevisionFromListings(const std::string& path, bool includeClosedBranches,
+                                 bool includeMultipleHeads,
+                                 const std::optional<std::string>& bundlePath = std::nullopt);
+    // The log template of the one run that finds every labelled changeset, and the labels read
+    // from its output.
+    static std::string labelledChangesetsTemplate();
+    static std::map<std::string, VNLogDescriptionEntry::LabelList, std::less<>>
+    labelsFromLabelledChangesets(std::string_view output, bool includeClosedBranches,
+                                 bool includeMultipleHeads);
     std::map<std::string, std::string> headsByRevision(const std::string& path);
     // Search modes: 0 keyword (message, user, files), 1 author.
     static constexpr uint32_t SearchKeyword = 0;

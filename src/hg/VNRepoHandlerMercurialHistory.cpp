@@ -116,6 +116,14 @@ std::vector<std::string> VNRepoHandlerMercurial::logArguments(
 std::vector<vn::Record> VNRepoHandlerMercurial::logRevisions(
     const std::string& path, const std::string& latestRevision, uint64_t skip, uint64_t limit,
     const std::optional<std::string>& branch, uint64_t options) {
+    if (latestRevision.empty() && skip == 0) {
+        // "tip" saves the run that would ask for its number. On an empty repository hg answers
+        // "tip:0" with the null revision, which is no changeset.
+        std::vector<vn::Record> rows =
+            logRevisions(path, {}, std::string("tip"), limit, branch, options, false);
+        std::erase_if(rows, [](const vn::Record& row) { return row.string("rev") == "-1"; });
+        return rows;
+    }
     std::string latest = latestRevision.empty() ? this->latestRevision(path) : latestRevision;
     if (!isNumber(latest)) {
         // An empty repository ("-1") or a failure: no rows.
@@ -320,6 +328,129 @@ void VNRepoHandlerMercurial::fillLogPage(const std::string& path, VNLogRowData& 
 }
 
 VNHgLogParser::LabelMap VNRepoHandlerMercurial::labelsByRevision(
+    const std::string& path, bool includeClosedBranches, bool includeMultipleHeads,
+    const std::optional<std::string>& bundlePath) {
+    if (!bundlePath) {
+        // One log run over the labelled changesets instead of three listing commands.
+        auto task = hgQueryTask(
+            path, "log",
+            {"-r", "head() or bookmark() or tag()", "--template", labelledChangesetsTemplate()});
+        task->setLossyUTF8Output(true);
+        if (runQuery(task)) {
+            return labelsFromLabelledChangesets(task->output(), includeClosedBranches,
+                                                includeMultipleHeads);
+        }
+        handleHgFailure("hg log", task->exitCode(), task->errorOutput(), false);
+        return {};
+    }
+    return labelsByRevisionFromListings(path, includeClosedBranches, includeMultipleHeads,
+                                        bundlePath);
+}
+
+std::string VNRepoHandlerMercurial::labelledChangesetsTemplate() {
+    // head() is computed once per run: hg keeps a template's revset results.
+    std::string sep(FieldSeparator);
+    return "{rev}" + sep + "{node|short}" + sep + "{branch}" + sep + "{get(extras, 'close')}" +
+           sep + "{ifcontains(rev, revset('head()'), 'head')}" + sep + "{join(tags, '" + sep +
+           "')}" + sep + "\\x1f" + sep + "{join(bookmarks, '" + sep + "')}" + sep + "\\x1f" + sep +
+           "{activebookmark}\\n";
+}
+
+VNHgLogParser::LabelMap VNRepoHandlerMercurial::labelsFromLabelledChangesets(
+    std::string_view output, bool includeClosedBranches, bool includeMultipleHeads) {
+    struct Changeset {
+        uint64_t rev = 0;
+        std::string id;  // "rev:node"
+        std::string branch;
+        bool closes = false;
+        bool head = false;
+        std::vector<std::string> tags, bookmarks;
+    };
+    std::vector<Changeset> changesets;
+    std::string active;
+    for (std::string_view rest = output; !rest.empty();) {
+        std::size_t end = rest.find('\n');
+        std::string_view line = rest.substr(0, end);
+        rest.remove_prefix(end == std::string_view::npos ? rest.size() : end + 1);
+        std::vector<std::string_view> fields = VNHgLogParser::splitFields(line);
+        if (fields.size() < 9 || !isNumber(std::string(fields[0]))) {
+            continue;
+        }
+        Changeset c;
+        c.rev = std::stoull(std::string(fields[0]));
+        c.id = std::string(fields[0]) + ":" + std::string(fields[1]);
+        c.branch = fields[2];
+        c.closes = fields[3] == "1";
+        c.head = fields[4] == "head";
+        std::size_t i = 5;
+        for (; i < fields.size() && fields[i] != "\x1f"; ++i) {
+            if (!fields[i].empty()) {
+                c.tags.emplace_back(fields[i]);
+            }
+        }
+        for (++i; i < fields.size() && fields[i] != "\x1f"; ++i) {
+            if (!fields[i].empty()) {
+                c.bookmarks.emplace_back(fields[i]);
+            }
+        }
+        if (i + 1 < fields.size() && !fields[i + 1].empty()) {
+            active = fields[i + 1];
+        }
+        changesets.push_back(std::move(c));
+    }
+    // Newest first, as the listing commands print.
+    std::sort(changesets.begin(), changesets.end(),
+              [](const Changeset& a, const Changeset& b) { return a.rev > b.rev; });
+
+    // The lines `hg heads` or `hg branches`, `hg bookmarks` and `hg tags` print, read by the
+    // same parsers, so that the labels and their order are those of the three commands.
+    std::string branches, bookmarks, tags;
+    std::vector<std::pair<std::string, std::string>> bookmarkLines;
+    // A branch's tip as `hg branches` names it: its newest open head, else its newest head.
+    std::map<std::string, const Changeset*> tips;
+    std::set<std::string> openBranches;
+    for (const Changeset& c : changesets) {
+        // Within one changeset `hg tags` lists names from last to first.
+        for (auto tag = c.tags.rbegin(); tag != c.tags.rend(); ++tag) {
+            tags += *tag + " " + c.id + "\n";
+        }
+        for (const std::string& bookmark : c.bookmarks) {
+            bookmarkLines.emplace_back(bookmark, c.id);
+        }
+        if (!c.head) {
+            continue;
+        }
+        if (includeMultipleHeads) {
+            if (!c.closes) {
+                branches += c.branch + "\t\t" + c.id + "\n";
+            }
+            continue;
+        }
+        if (!c.closes && openBranches.insert(c.branch).second) {
+            tips[c.branch] = &c;
+        } else if (!tips.count(c.branch)) {
+            tips[c.branch] = &c;
+        }
+    }
+    if (!includeMultipleHeads) {
+        for (const auto& [branch, tip] : tips) {
+            if (openBranches.count(branch) || includeClosedBranches) {
+                branches += branch + " " + tip->id + "\n";
+            }
+        }
+    }
+    std::sort(bookmarkLines.begin(), bookmarkLines.end());
+    for (const auto& [name, id] : bookmarkLines) {
+        bookmarks += std::string(name == active ? " * " : "   ") + name + " " + id + "\n";
+    }
+    VNHgLogParser::LabelMap labels;
+    VNHgLogParser::addTagsBranchesOutput(branches, VNLogLabel::LocalBranch, labels);
+    VNHgLogParser::addBookmarksOutput(bookmarks, labels);
+    VNHgLogParser::addTagsBranchesOutput(tags, VNLogLabel::Tag, labels);
+    return labels;
+}
+
+VNHgLogParser::LabelMap VNRepoHandlerMercurial::labelsByRevisionFromListings(
     const std::string& path, bool includeClosedBranches, bool includeMultipleHeads,
     const std::optional<std::string>& bundlePath) {
     std::string tagsOutput, branchesOutput, bookmarksOutput;

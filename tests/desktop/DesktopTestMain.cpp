@@ -4,6 +4,7 @@
 
 #include <cstdlib>
 
+#include "desktop/VNAsync.h"
 #include "desktop/VNMainLoopBridge.h"
 #include "support/TestEnvironment.h"
 
@@ -15,5 +16,8 @@ int main(int argc, char** argv) {
     QApplication app(argc, argv);
     auto* bridge = new vn::desktop::VNMainLoopBridge(&app);
     (void)bridge;
-    return RUN_ALL_TESTS();
+    int result = RUN_ALL_TESTS();
+    // Reads that windows started may still run; they must end before the engine is torn down.
+    vn::desktop::waitForPendingWork(60);
+    return result;
 }

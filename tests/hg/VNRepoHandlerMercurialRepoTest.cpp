@@ -271,6 +271,68 @@ TEST_P(MercurialRepo, HistoryWithBranchesHeadsTagsAndBookmarks) {
     EXPECT_EQ(tags, (std::vector<std::string>{"tip", "v 1.0"}));
 }
 
+// The one log run over labelled changesets gives the labels the listing commands give, in the
+// same order, for every combination of options: open and closed branches, branches with
+// several heads, a branch whose newest head is closed, several tags and bookmarks on one
+// changeset (local ones, one with a space, one on the tip) and an active bookmark.
+TEST_P(MercurialRepo, LabelsFromOneRunMatchTheListings) {
+    HgRepository repo;
+    auto labelText = [](const VNHgLogParser::LabelMap& labels) {
+        std::string out;
+        for (const auto& [rev, list] : labels) {
+            out += rev + "=";
+            for (const auto& label : list) {
+                out += std::to_string(label->type()) + ":" + label->label() + "@" +
+                       label->revision() + ":" + label->commitSHA() +
+                       (label->currentMarker() ? "*" : "") + ";";
+            }
+            out += "\n";
+        }
+        return out;
+    };
+    auto compareAll = [&](const char* stage) {
+        SCOPED_TRACE(stage);
+        for (int flags = 0; flags < 4; ++flags) {
+            SCOPED_TRACE(flags);
+            bool closed = flags & 1, everyHead = flags & 2;
+            std::string listed =
+                labelText(handler->labelsByRevisionFromListings(repo.path(), closed, everyHead));
+            EXPECT_EQ(labelText(handler->labelsByRevision(repo.path(), closed, everyHead)), listed);
+            EXPECT_NE(listed, "");
+        }
+    };
+    repo.commitFile("a.txt", "1\n", "root");
+    compareAll("one changeset");
+    for (const char* branch : {"feature", "old", "mixed"}) {
+        repo.hg({"update", "-q", "0"});
+        repo.hg({"branch", "-q", "-f", branch});
+        repo.commitFile(std::string(branch) + ".txt", "1\n", branch);
+    }
+    repo.hg({"update", "-q", "old"});
+    repo.hg({"commit", "-q", "--close-branch", "-m", "close old"});
+    // "mixed": an open head, then a newer closed one beside it.
+    repo.hg({"update", "-q", "mixed"});
+    std::string open = repo.commitFile("m.txt", "open\n", "open head");
+    repo.hg({"update", "-q", "-r", "p1(" + open + ")"});
+    repo.commitFile("m.txt", "closing\n", "second head");
+    repo.hg({"commit", "-q", "--close-branch", "-m", "close one head"});
+    // A second open head of "feature".
+    repo.hg({"update", "-q", "feature"});
+    std::string first = repo.commitFile("f.txt", "a\n", "feature a");
+    repo.hg({"update", "-q", "-r", "p1(" + first + ")"});
+    repo.commitFile("f.txt", "b\n", "feature b");
+    repo.hg({"update", "-q", "default"});
+    repo.hg({"tag", "-q", "-r", "0", "zeta", "alpha", "my tag"});
+    repo.hg({"tag", "-q", "-l", "-r", "tip", "aaa"});
+    repo.hg({"tag", "-q", "-l", "-r", "tip", "zzz"});
+    repo.hg({"bookmark", "-q", "-r", "feature", "b two", "b1"});
+    repo.hg({"bookmark", "-q", "-r", "0", "root mark"});
+    repo.hg({"bookmark", "-q", "here"});
+    compareAll("branches, tags and bookmarks");
+    repo.hg({"bookmark", "-q", "--inactive"});
+    compareAll("no active bookmark");
+}
+
 TEST_P(MercurialRepo, BlameDiffsAndFileContent) {
     HgRepository repo;
     repo.commitFile("f.txt", "one\ntwo: colon\n", "first");
