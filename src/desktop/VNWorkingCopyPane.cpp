@@ -757,14 +757,14 @@ HunkJobResult runHunkJob(VNRepoHandler& handler, const std::string& root,
 }  // namespace
 
 void VNWorkingCopyPane::createHunkActions() {
-    struct Spec {
+    struct ActionEntry {
         Action action;
         const char* name;
         QString text;
         QString tip;
         QKeySequence keys;
     };
-    const Spec specs[] = {
+    const ActionEntry entries[] = {
         {Action::StageHunk, "stageHunk", tr("Stage Hunk"),
          tr("Put the hunks of the chosen rows into the next commit"), QKeySequence(tr("Shift+S"))},
         {Action::StageLines, "stageLines", tr("Stage Lines"),
@@ -784,20 +784,20 @@ void VNWorkingCopyPane::createHunkActions() {
     auto* separator = new QAction(list);
     separator->setSeparator(true);
     list->addAction(separator);
-    for (const Spec& spec : specs) {
-        auto* action = new QAction(spec.text, this);
-        action->setObjectName(QString::fromLatin1(spec.name));
-        action->setToolTip(spec.tip + QStringLiteral(" (") +
-                           spec.keys.toString(QKeySequence::NativeText) + QStringLiteral(")"));
-        action->setShortcut(spec.keys);
+    for (const ActionEntry& entry : entries) {
+        auto* action = new QAction(entry.text, this);
+        action->setObjectName(QString::fromLatin1(entry.name));
+        action->setToolTip(entry.tip + QStringLiteral(" (") +
+                           entry.keys.toString(QKeySequence::NativeText) + QStringLiteral(")"));
+        action->setShortcut(entry.keys);
         // Plain letters act only while the diff has the keyboard.
         action->setShortcutContext(Qt::WidgetWithChildrenShortcut);
         connect(action, &QAction::triggered, this,
-                [this, which = spec.action] { performHunkAction(which); });
+                [this, which = entry.action] { performHunkAction(which); });
         hunkBar_->addAction(action);
         list->addAction(action);
         diffView_->addAction(action);
-        hunkActions_.emplace_back(spec.action, action);
+        hunkActions_.emplace_back(entry.action, action);
     }
 }
 
