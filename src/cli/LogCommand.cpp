@@ -247,6 +247,34 @@ class StreamedPage : public vn::Object {
 
 namespace {
 
+// 1 with a message when `branch` names nothing the repository knows (or the check failed);
+// 0 when there is no branch or it is known.
+int refuseUnknownBranch(VNRepoHandler& handler, const std::string& path,
+                        const std::optional<std::string>& branch,
+                        const FailureCollector& failures) {
+    if (!branch || handler.revisionIsValid(path, *branch)) {
+        return 0;
+    }
+    if (!failures.empty()) {
+        return history::reportFailure(failures);
+    }
+    std::cerr << "vrnl: no branch or revision \"" << display(*branch) << "\"\n";
+    return 1;
+}
+
+// A page of `limit` rows after `skip`, of `branch` or of every branch.
+std::shared_ptr<VNLogRowData> newPage(uint64_t skip, uint64_t limit,
+                                      const std::optional<std::string>& branch) {
+    auto page = std::make_shared<VNLogRowData>();
+    page->setSkip(skip);
+    page->setRowNum(skip);
+    page->setLimit(limit);
+    page->setAllBranches(!branch);
+    page->setSelectedBranch(branch.value_or(""));
+    page->setLookForCurrentBranch(true);
+    return page;
+}
+
 // A page of a Mercurial working copy's history: read whole (hg lists by revision number, so a
 // page is one run), then printed as the Git pages are.
 struct MercurialLog {
@@ -263,20 +291,10 @@ struct MercurialLog {
 
     int run() {
         FailureCollector failures;
-        if (branch && !handler.revisionIsValid(path, *branch)) {
-            if (!failures.empty()) {
-                return history::reportFailure(failures);
-            }
-            std::cerr << "vrnl: no branch or revision \"" << display(*branch) << "\"\n";
-            return 1;
+        if (int status = refuseUnknownBranch(handler, path, branch, failures)) {
+            return status;
         }
-        auto page = std::make_shared<VNLogRowData>();
-        page->setSkip(skip);
-        page->setRowNum(skip);
-        page->setLimit(limit);
-        page->setAllBranches(!branch);
-        page->setSelectedBranch(branch.value_or(""));
-        page->setLookForCurrentBranch(true);
+        auto page = newPage(skip, limit, branch);
         handler.fillLogPage(path, *page);
         if (!failures.empty()) {
             return history::reportFailure(failures);
@@ -407,24 +425,14 @@ int runLog(Arguments& args) {
     }
     auto& handler = *workingCopy->handler;
     FailureCollector failures;
-    if (branch && !handler.revisionIsValid(workingCopy->path, *branch)) {
-        if (!failures.empty()) {
-            return history::reportFailure(failures);
-        }
-        std::cerr << "vrnl: no branch or revision \"" << display(*branch) << "\"\n";
-        return 1;
+    if (int status = refuseUnknownBranch(handler, workingCopy->path, branch, failures)) {
+        return status;
     }
 
-    auto page = std::make_shared<VNLogRowData>();
-    page->setSkip(skip);
-    page->setRowNum(skip);
-    page->setLimit(limit);
+    auto page = newPage(skip, limit, branch);
     page->setShowRemotes(remotes);
-    page->setAllBranches(!branch);
-    page->setSelectedBranch(branch.value_or(""));
     page->setFollowFirst(firstParent);
     page->setOrderingOption(topo ? VNRepoHandlerGit::LogTopoOrder : 0);
-    page->setLookForCurrentBranch(true);
     if (svgFile && !graph) {
         return usageError("--svg goes with --graph");
     }

@@ -160,17 +160,40 @@ std::vector<std::string> VNRepoHandlerMercurial::flowHotfixList(const std::strin
     return flowList(path, "hotfix");
 }
 
-std::shared_ptr<VNTask> VNRepoHandlerMercurial::flowFeatureStartTask(
-    const std::string& path, const std::string& name,
-    const std::optional<std::string>& baseRevision, uint64_t /*options*/) {
-    std::vector<std::string> args{"feature", "start"};
+namespace {
+
+// "start" of a feature, release or hotfix branch, from `baseRevision` when one is given.
+std::vector<std::string> flowStartArgs(const char* kind, const std::string& name,
+                                       const std::optional<std::string>& baseRevision) {
+    std::vector<std::string> args{kind, "start"};
     if (baseRevision && !baseRevision->empty()) {
         args.emplace_back("-r");
         args.push_back(*baseRevision);
     }
     args.emplace_back("--");
     args.push_back(name);
-    return flowTask(path, std::move(args));
+    return args;
+}
+
+// "finish" of a release or hotfix branch, with the message of its tag when one is given.
+std::vector<std::string> flowFinishArgs(const char* kind, const std::string& name,
+                                        const std::string& message) {
+    std::vector<std::string> args{kind, "finish"};
+    if (!message.empty()) {
+        args.emplace_back("-m");
+        args.push_back(message);
+    }
+    args.emplace_back("--");
+    args.push_back(name);
+    return args;
+}
+
+}  // namespace
+
+std::shared_ptr<VNTask> VNRepoHandlerMercurial::flowFeatureStartTask(
+    const std::string& path, const std::string& name,
+    const std::optional<std::string>& baseRevision, uint64_t /*options*/) {
+    return flowTask(path, flowStartArgs("feature", name, baseRevision));
 }
 
 VNTaskList VNRepoHandlerMercurial::flowFeatureFinishTasks(const std::string& path,
@@ -182,53 +205,25 @@ VNTaskList VNRepoHandlerMercurial::flowFeatureFinishTasks(const std::string& pat
 std::shared_ptr<VNTask> VNRepoHandlerMercurial::flowReleaseStartTask(
     const std::string& path, const std::string& name,
     const std::optional<std::string>& baseRevision) {
-    std::vector<std::string> args{"release", "start"};
-    if (baseRevision && !baseRevision->empty()) {
-        args.emplace_back("-r");
-        args.push_back(*baseRevision);
-    }
-    args.emplace_back("--");
-    args.push_back(name);
-    return flowTask(path, std::move(args));
+    return flowTask(path, flowStartArgs("release", name, baseRevision));
 }
 
 VNTaskList VNRepoHandlerMercurial::flowReleaseFinishTasks(const std::string& path,
                                                           const std::string& name,
                                                           const std::string& message,
                                                           uint64_t /*options*/) {
-    std::vector<std::string> args{"release", "finish"};
-    if (!message.empty()) {
-        args.emplace_back("-m");
-        args.push_back(message);
-    }
-    args.emplace_back("--");
-    args.push_back(name);
-    return {flowTask(path, std::move(args))};
+    return {flowTask(path, flowFinishArgs("release", name, message))};
 }
 
 std::shared_ptr<VNTask> VNRepoHandlerMercurial::flowHotfixStartTask(
     const std::string& path, const std::string& name,
     const std::optional<std::string>& baseRevision, uint64_t /*options*/) {
-    std::vector<std::string> args{"hotfix", "start"};
-    if (baseRevision && !baseRevision->empty()) {
-        args.emplace_back("-r");
-        args.push_back(*baseRevision);
-    }
-    args.emplace_back("--");
-    args.push_back(name);
-    return flowTask(path, std::move(args));
+    return flowTask(path, flowStartArgs("hotfix", name, baseRevision));
 }
 
 VNTaskList VNRepoHandlerMercurial::flowHotfixFinishTasks(const std::string& path,
                                                          const std::string& name,
                                                          const std::string& message,
                                                          uint64_t /*options*/) {
-    std::vector<std::string> args{"hotfix", "finish"};
-    if (!message.empty()) {
-        args.emplace_back("-m");
-        args.push_back(message);
-    }
-    args.emplace_back("--");
-    args.push_back(name);
-    return {flowTask(path, std::move(args))};
+    return {flowTask(path, flowFinishArgs("hotfix", name, message))};
 }

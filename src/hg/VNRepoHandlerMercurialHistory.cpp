@@ -732,15 +732,12 @@ bool VNRepoHandlerMercurial::exportFileContentAtRevision(const std::string& path
 
 // ---- References --------------------------------------------------------------------------------
 
-std::vector<std::string> VNRepoHandlerMercurial::branches(const std::string& path) {
-    auto task = hgQueryTask(path, "branches", {"--template", "{branch}\n"});
-    task->setLossyUTF8Output(true);
-    if (!runQuery(task)) {
-        handleHgFailure("hg branches", task->exitCode(), task->errorOutput(), false);
-        return {};
-    }
+namespace {
+
+// The non-empty lines of a listing whose template prints one name a line.
+std::vector<std::string> namesOf(std::string_view output) {
     std::vector<std::string> names;
-    for (std::string_view rest = task->output(); !rest.empty();) {
+    for (std::string_view rest = output; !rest.empty();) {
         std::size_t end = rest.find('\n');
         std::string_view line = rest.substr(0, end);
         rest.remove_prefix(end == std::string_view::npos ? rest.size() : end + 1);
@@ -749,6 +746,18 @@ std::vector<std::string> VNRepoHandlerMercurial::branches(const std::string& pat
         }
     }
     return names;
+}
+
+}  // namespace
+
+std::vector<std::string> VNRepoHandlerMercurial::branches(const std::string& path) {
+    auto task = hgQueryTask(path, "branches", {"--template", "{branch}\n"});
+    task->setLossyUTF8Output(true);
+    if (!runQuery(task)) {
+        handleHgFailure("hg branches", task->exitCode(), task->errorOutput(), false);
+        return {};
+    }
+    return namesOf(task->output());
 }
 
 std::vector<std::string> VNRepoHandlerMercurial::branchesSortedByMostRecentFirst(
@@ -764,16 +773,7 @@ std::vector<std::string> VNRepoHandlerMercurial::tags(const std::string& path) {
         handleHgFailure("hg tags", task->exitCode(), task->errorOutput(), false);
         return {};
     }
-    std::vector<std::string> names;
-    for (std::string_view rest = task->output(); !rest.empty();) {
-        std::size_t end = rest.find('\n');
-        std::string_view line = rest.substr(0, end);
-        rest.remove_prefix(end == std::string_view::npos ? rest.size() : end + 1);
-        if (!line.empty()) {
-            names.emplace_back(line);
-        }
-    }
-    return names;
+    return namesOf(task->output());
 }
 
 std::vector<std::string> VNRepoHandlerMercurial::tagsSortedByMostRecentFirst(
