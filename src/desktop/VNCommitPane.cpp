@@ -87,7 +87,6 @@ VNCommitPane::VNCommitPane(std::shared_ptr<VNRepoHandlerGit> handler, std::strin
     pushAfter_ = new QCheckBox(tr("Push after commit"), this);
     pushAfter_->setObjectName(QStringLiteral("pushAfterCommit"));
     pushAfter_->setToolTip(tr("Push the branch to its upstream once the commit is made"));
-    pushAfter_->setChecked(vn::Preferences::standard().boolForKey(PushAfterKey));
     commitButton_ = new QPushButton(tr("Commit"), this);
     commitButton_->setObjectName(QStringLiteral("commitButton"));
     commitButton_->setDefault(true);
@@ -126,8 +125,6 @@ VNCommitPane::VNCommitPane(std::shared_ptr<VNRepoHandlerGit> handler, std::strin
             [this] { body_->setFocus(Qt::TabFocusReason); });
     connect(amend_, &QCheckBox::toggled, this, &VNCommitPane::amendToggled);
     connect(sign_, &QCheckBox::toggled, keys_, &QComboBox::setEnabled);
-    connect(pushAfter_, &QCheckBox::toggled, this,
-            [](bool on) { vn::Preferences::standard().set(PushAfterKey, on); });
     connect(commitButton_, &QPushButton::clicked, this, [this] { commit(); });
     connect(history_, &QComboBox::activated, this, [this](int index) {
         if (index > 0) {

@@ -36,7 +36,6 @@ class VNCommitPane : public QWidget {
     static constexpr const char* SuppressAmendKey = "gitSuppressWarnOnAmend";
     // Silences both the confirmation of files to add and that of files to remove.
     static constexpr const char* SuppressAddKey = "suppressAddCommitWarning";
-    static constexpr const char* PushAfterKey = "commitPushAfterCommit";
     static constexpr int HistoryLimit = 20;
     // Past this many characters a subject line is shown as too long.
     static constexpr int SubjectLimit = 50;
