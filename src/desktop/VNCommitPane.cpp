@@ -103,14 +103,18 @@ VNCommitPane::VNCommitPane(std::shared_ptr<VNRepoHandlerGit> handler, std::strin
     subjectRow->addWidget(subject_, 1);
     subjectRow->addWidget(hint_);
     subjectRow->addWidget(history_);
+    // Who and how to sign on one row, the switches and the button on the next, so that the
+    // author field keeps room for a whole "Name <email>" in a narrow pane.
+    auto* identity = new QHBoxLayout;
+    identity->addWidget(new QLabel(tr("Author:"), this));
+    identity->addWidget(author_, 1);
+    identity->addWidget(sign_);
+    identity->addWidget(keys_);
     auto* options = new QHBoxLayout;
-    options->addWidget(new QLabel(tr("Author:"), this));
-    options->addWidget(author_, 1);
     options->addWidget(amend_);
     options->addWidget(signoff_);
     options->addWidget(bypassHooks_);
-    options->addWidget(sign_);
-    options->addWidget(keys_);
+    options->addStretch(1);
     options->addWidget(pushAfter_);
     options->addWidget(commitButton_);
     auto* layout = new QVBoxLayout(this);
@@ -118,6 +122,7 @@ VNCommitPane::VNCommitPane(std::shared_ptr<VNRepoHandlerGit> handler, std::strin
     layout->addWidget(error_);
     layout->addLayout(subjectRow);
     layout->addWidget(body_, 1);
+    layout->addLayout(identity);
     layout->addLayout(options);
 
     connect(subject_, &QLineEdit::textChanged, this, &VNCommitPane::updateHint);

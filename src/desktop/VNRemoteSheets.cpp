@@ -333,6 +333,7 @@ VNPullSheet::VNPullSheet(std::shared_ptr<VNRepoHandlerGit> handler, std::string 
     connect(continueRebase_, &QPushButton::clicked, this, [this] { continueRebase(); });
     connect(abortRebase_, &QPushButton::clicked, this, [this] { abortRebase(); });
     layout->addWidget(buttons);
+    setMinimumWidth(460);
     showRebaseState(false);
     connect(remote_, &QComboBox::currentIndexChanged, this, &VNPullSheet::fillBranches);
     connect(rebase_, &QCheckBox::toggled, noFastForward_, &QWidget::setDisabled);
@@ -352,9 +353,18 @@ void VNPullSheet::showRebaseState(bool inProgress) {
     continueRebase_->setVisible(inProgress);
     abortRebase_->setVisible(inProgress);
     // git refuses to pull in the middle of a rebase.
+    for (QWidget* choice : {static_cast<QWidget*>(remote_), static_cast<QWidget*>(branch_),
+                            static_cast<QWidget*>(rebase_)}) {
+        choice->setEnabled(!inProgress);
+    }
+    noFastForward_->setEnabled(!inProgress && !rebase_->isChecked());
     if (pullButton_) {
         pullButton_->setEnabled(!inProgress);
+        pullButton_->setDefault(!inProgress);
     }
+    continueRebase_->setDefault(inProgress);
+    // The note wraps; the sheet grows or shrinks around it.
+    resize(width(), heightForWidth(width()) > 0 ? heightForWidth(width()) : sizeHint().height());
 }
 
 void VNPullSheet::fillBranches() {
@@ -486,6 +496,7 @@ VNFetchSheet::VNFetchSheet(std::shared_ptr<VNRepoHandlerGit> handler, std::strin
     auto* buttons = sheetButtons(this, tr("Fetch"));
     connect(buttons, &QDialogButtonBox::accepted, this, [this] { start(); });
     layout->addWidget(buttons);
+    setMinimumWidth(420);
 }
 
 void VNFetchSheet::loadExtra(const VNRemoteSheetData& data) {
