@@ -17,6 +17,7 @@
 #include "git/VNRepoHandlerGit.h"
 #include "handler/VNTask.h"
 #include "model/VNFileStatusEntity.h"
+#include "platform/FileSystem.h"
 #include "platform/Preferences.h"
 
 namespace vn::desktop {
@@ -312,6 +313,30 @@ void VNCommitPane::loadKeys() {
                                                 "preferences and make a key")
                                            : QString());
             keys_->setEnabled(sign_->isChecked() && !keys.empty());
+        });
+}
+
+void VNCommitPane::loadMergeMessage() {
+    auto handler = handler_;
+    std::string path = path_;
+    runAsync<std::optional<std::string>>(
+        this,
+        [handler, path] {
+            return vn::fs::readFile(
+                vn::fs::appendPathComponent(handler->gitMetadataFolder(path), "MERGE_MSG"));
+        },
+        [this](std::optional<std::string> text) {
+            if (text && message().trimmed().isEmpty()) {
+                // git commit -F keeps comment lines; they were only meant for an editor.
+                QStringList lines;
+                for (const QString& line : QString::fromStdString(*text).split(QLatin1Char('\n'))) {
+                    if (!line.startsWith(QLatin1Char('#'))) {
+                        lines.append(line);
+                    }
+                }
+                setMessage(lines.join(QLatin1Char('\n')).trimmed());
+            }
+            Q_EMIT mergeMessageLoaded();
         });
 }
 

@@ -65,6 +65,10 @@ class VNCommitPane : public QWidget {
     static std::optional<PushTarget> pushTargetFor(VNRepoHandlerGit& handler,
                                                    const std::string& path, QString* why);
 
+    // Puts the message git prepared for a merge it stopped before committing into an empty
+    // editor, without git's comment lines.
+    void loadMergeMessage();
+
     // Asks what has to be asked and starts the commit; answers whether it started.
     bool commit();
     bool busy() const { return busy_; }
@@ -95,6 +99,8 @@ class VNCommitPane : public QWidget {
     void commitFailed();
     // The previous message was put into the editor for an amend.
     void amendMessageLoaded();
+    // loadMergeMessage() has read the merge message (and used it when the editor was empty).
+    void mergeMessageLoaded();
     // The push after a commit ended with the progress window's result (1 for success).
     void pushFinished(int result);
 

@@ -67,6 +67,12 @@ void VNRemoteSheet::load() {
             data.upstreams = handler->trackingBranchesForPull(path);
             data.remoteBranches = handler->remoteBranches(path);
             data.rebaseInProgress = handler->isRebaseInProgress(path);
+            // During a rebase HEAD is detached; the branch being rebased is the one meant.
+            if (data.rebaseInProgress) {
+                if (std::string original = handler->originalBranch(path); !original.empty()) {
+                    data.currentBranch = original;
+                }
+            }
             return data;
         },
         [this](VNRemoteSheetData data) {

@@ -329,6 +329,11 @@ VNRemoteSheet* VNRepoWindow::openSheet(SheetKind kind) {
     });
     connect(sheet, &VNRemoteSheet::remoteStatusCheckRequested, sidebar_, &VNSidebar::refresh);
     connect(sheet, &QDialog::finished, this, [this](int result) {
+        bool merging =
+            result == VNPullSheet::ConflictsResult || result == VNPullSheet::MergeToCommitResult;
+        if (merging && commitPane_) {
+            commitPane_->loadMergeMessage();
+        }
         if (result == VNPullSheet::ConflictsResult) {
             statusBar()->showMessage(
                 tr("The pull stopped at conflicts: resolve them, then commit or continue."));

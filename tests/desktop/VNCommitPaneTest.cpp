@@ -435,6 +435,51 @@ TEST(VNCommitPane, PushAfterCommitFollowsTheUpstreamAndAFailedPushKeepsTheCommit
     }
 }
 
+// A merge that git stopped before its commit (asked to, or at conflicts) is committed from the
+// pane with the message git prepared, less the comment lines meant for an editor.
+TEST(VNCommitPane, AMergeStoppedBeforeItsCommitIsCommittedWithGitsMessage) {
+    struct Case {
+        const char* name;
+        const char* theirs;  // side's a.txt; null: side leaves it
+        const char* typed;   // already in the editor
+        const char* subject;
+    };
+    const Case cases[] = {
+        {"stopped as asked", nullptr, "", "Merge branch 'side'"},
+        {"stopped at a conflict, then resolved", "side\n", "", "Merge branch 'side'"},
+        {"a typed message wins", nullptr, "My merge", "My merge"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        CommitFixture f;
+        f.repo.git({"checkout", "-q", "-b", "side"});
+        if (c.theirs) {
+            f.repo.commitFile("a.txt", c.theirs, "side a");
+        }
+        f.repo.commitFile("s.txt", "s\n", "side s");
+        f.repo.git({"checkout", "-q", "main"});
+        f.repo.commitFile("a.txt", "main\n", "main a");
+        auto merge =
+            vn::test::runProgram(f.repo.path(), "git", {"merge", "--no-commit", "--no-ff", "side"});
+        if (!merge->success()) {
+            f.repo.write("a.txt", "resolved\n");
+            f.repo.git({"add", "a.txt"});
+        }
+        f.pane->setMessage(QString::fromUtf8(c.typed));
+        QSignalSpy loaded(f.pane.get(), &VNCommitPane::mergeMessageLoaded);
+        f.pane->loadMergeMessage();
+        ASSERT_TRUE(waitUntil([&] { return loaded.count() == 1; }));
+        EXPECT_EQ(f.pane->subjectField()->text(), QString::fromUtf8(c.subject));
+        EXPECT_FALSE(f.pane->message().contains(QLatin1Char('#')))
+            << f.pane->message().toStdString();
+        f.pane->setStagedCount(1);
+        ASSERT_TRUE(f.commitAndWait()) << f.pane->errorText().toStdString();
+        EXPECT_EQ(f.repo.git({"log", "-1", "--format=%s|%p"}).find(c.subject), 0u);
+        EXPECT_EQ(f.repo.git({"rev-list", "--count", "--merges", "HEAD"}), "1\n");
+        EXPECT_EQ(f.repo.git({"status", "--porcelain"}), "");
+    }
+}
+
 // In the window the pane learns what is staged from the working-copy lists, and a commit
 // brings the history and the lists up to date.
 TEST(VNCommitPane, InTheWindowACommitRefreshesTheHistoryAndTheLists) {
