@@ -13,8 +13,11 @@
 
 #include "desktop/VNAsync.h"
 #include "desktop/VNProgressWindow.h"
+#include "git/VNGitPushBranchEntry.h"
 #include "git/VNRepoHandlerGit.h"
 #include "handler/VNTask.h"
+#include "model/VNFileStatusEntity.h"
+#include "platform/FileSystem.h"
 #include "platform/Preferences.h"
 
 namespace vn::desktop {
@@ -24,7 +27,23 @@ namespace {
 struct CommitOutcome {
     bool ok = false;
     QString error;
+    std::optional<VNCommitPane::PushTarget> push;
 };
+
+// git's words for a failed task, or its exit code when it said nothing.
+QString failureText(VNTask& task, const char* command) {
+    std::string words = task.errorOutput();
+    if (words.empty()) {
+        words = task.output();
+    }
+    QString text = QString::fromStdString(words).trimmed();
+    if (text.isEmpty()) {
+        text = QObject::tr("git %1 failed with code %2.")
+                   .arg(QLatin1String(command))
+                   .arg(task.exitCode());
+    }
+    return text;
+}
 
 QString firstLineOf(const QString& text) {
     return text.section(QLatin1Char('\n'), 0, 0);
@@ -66,6 +85,9 @@ VNCommitPane::VNCommitPane(std::shared_ptr<VNRepoHandlerGit> handler, std::strin
     keys_->setMinimumContentsLength(12);
     sign_->setEnabled(false);
     keys_->setEnabled(false);
+    pushAfter_ = new QCheckBox(tr("Push after commit"), this);
+    pushAfter_->setObjectName(QStringLiteral("pushAfterCommit"));
+    pushAfter_->setToolTip(tr("Push the branch to its upstream once the commit is made"));
     commitButton_ = new QPushButton(tr("Commit"), this);
     commitButton_->setObjectName(QStringLiteral("commitButton"));
     commitButton_->setDefault(true);
@@ -82,20 +104,26 @@ VNCommitPane::VNCommitPane(std::shared_ptr<VNRepoHandlerGit> handler, std::strin
     subjectRow->addWidget(subject_, 1);
     subjectRow->addWidget(hint_);
     subjectRow->addWidget(history_);
+    // Who and how to sign on one row, the switches and the button on the next, so that the
+    // author field keeps room for a whole "Name <email>" in a narrow pane.
+    auto* identity = new QHBoxLayout;
+    identity->addWidget(new QLabel(tr("Author:"), this));
+    identity->addWidget(author_, 1);
+    identity->addWidget(sign_);
+    identity->addWidget(keys_);
     auto* options = new QHBoxLayout;
-    options->addWidget(new QLabel(tr("Author:"), this));
-    options->addWidget(author_, 1);
     options->addWidget(amend_);
     options->addWidget(signoff_);
     options->addWidget(bypassHooks_);
-    options->addWidget(sign_);
-    options->addWidget(keys_);
+    options->addStretch(1);
+    options->addWidget(pushAfter_);
     options->addWidget(commitButton_);
     auto* layout = new QVBoxLayout(this);
     layout->setContentsMargins(4, 4, 4, 4);
     layout->addWidget(error_);
     layout->addLayout(subjectRow);
     layout->addWidget(body_, 1);
+    layout->addLayout(identity);
     layout->addLayout(options);
 
     connect(subject_, &QLineEdit::textChanged, this, &VNCommitPane::updateHint);
@@ -145,6 +173,69 @@ void VNCommitPane::setMessage(const QString& message) {
 
 void VNCommitPane::setStagedCount(int count) {
     stagedCount_ = count;
+}
+
+void VNCommitPane::setUnstagedChanges(std::vector<VNFileListModel::Entry> entries) {
+    unstaged_ = std::move(entries);
+}
+
+void VNCommitPane::setSelectedFiles(std::vector<std::string> paths) {
+    selected_ = std::move(paths);
+}
+
+std::vector<std::string> VNCommitPane::withStatus(const std::vector<std::string>& paths,
+                                                  uint64_t status) const {
+    std::vector<std::string> found;
+    for (const std::string& path : paths) {
+        for (const auto& entry : unstaged_) {
+            if (entry.path == path && (entry.status & status) != 0) {
+                found.push_back(path);
+                break;
+            }
+        }
+    }
+    return found;
+}
+
+std::optional<VNCommitPane::PushTarget> VNCommitPane::pushTargetFor(VNRepoHandlerGit& handler,
+                                                                    const std::string& path,
+                                                                    QString* why) {
+    PushTarget target;
+    target.localBranch = handler.currentBranch(path);
+    if (target.localBranch.empty() || target.localBranch == "HEAD") {
+        *why = tr("Not committed: there is no branch checked out to push.");
+        return std::nullopt;
+    }
+    std::vector<vn::Record> remotes = handler.remotePaths(path);
+    std::string upstream = handler.trackingBranchesForPull(path).string(target.localBranch);
+    // The longest remote name that prefixes the upstream wins: "a/b" over "a" for "a/b/main".
+    for (const vn::Record& remote : remotes) {
+        std::string name = remote.string("name");
+        if (!name.empty() && upstream.size() > name.size() + 1 &&
+            upstream.compare(0, name.size(), name) == 0 && upstream[name.size()] == '/' &&
+            name.size() > target.remote.size()) {
+            target.remote = name;
+            target.remoteBranch = upstream.substr(name.size() + 1);
+        }
+    }
+    if (!target.remote.empty()) {
+        return target;
+    }
+    for (const vn::Record& remote : remotes) {
+        if (remote.string("name") == "origin" || remotes.size() == 1) {
+            target.remote = remote.string("name");
+        }
+    }
+    if (target.remote.empty()) {
+        *why = remotes.empty() ? tr("Not committed: the repository has no remote to push to.")
+                               : tr("Not committed: the branch has no upstream, and there is no "
+                                    "\"origin\" to push it to. Push it once from the Push "
+                                    "sheet to choose its remote.");
+        return std::nullopt;
+    }
+    target.remoteBranch = target.localBranch;
+    target.setUpstream = true;
+    return target;
 }
 
 QString VNCommitPane::errorText() const {
@@ -222,6 +313,30 @@ void VNCommitPane::loadKeys() {
                                                 "preferences and make a key")
                                            : QString());
             keys_->setEnabled(sign_->isChecked() && !keys.empty());
+        });
+}
+
+void VNCommitPane::loadMergeMessage() {
+    auto handler = handler_;
+    std::string path = path_;
+    runAsync<std::optional<std::string>>(
+        this,
+        [handler, path] {
+            return vn::fs::readFile(
+                vn::fs::appendPathComponent(handler->gitMetadataFolder(path), "MERGE_MSG"));
+        },
+        [this](std::optional<std::string> text) {
+            if (text && message().trimmed().isEmpty()) {
+                // git commit -F keeps comment lines; they were only meant for an editor.
+                QStringList lines;
+                for (const QString& line : QString::fromStdString(*text).split(QLatin1Char('\n'))) {
+                    if (!line.startsWith(QLatin1Char('#'))) {
+                        lines.append(line);
+                    }
+                }
+                setMessage(lines.join(QLatin1Char('\n')).trimmed());
+            }
+            Q_EMIT mergeMessageLoaded();
         });
 }
 
@@ -309,15 +424,73 @@ bool VNCommitPane::commit() {
         return false;
     }
     bool all = false;
+    // Without anything staged the chosen unstaged files are committed as they are, the untracked
+    // ones added first; without a choice, every change to the tracked files.
+    std::vector<std::string> files;
+    std::vector<std::string> toAdd;
+    std::vector<std::string> toRemove;
     if (stagedCount_ == 0 && !amend) {
-        if (!confirm(nullptr, tr("No Staged Changes"),
-                     tr("Nothing is staged. Commit every change to the tracked files instead? "
-                        "Untracked files stay out of the commit."),
-                     tr("Commit All"))) {
-            return false;
+        QMessageBox box(QMessageBox::Question, tr("No Staged Changes"), QString(),
+                        QMessageBox::NoButton, this);
+        QPushButton* chosen = nullptr;
+        if (!selected_.empty()) {
+            box.setText(
+                tr("Nothing is staged. Commit the %n chosen file(s) as they are in the "
+                   "working copy, or every change to the tracked files?",
+                   nullptr, static_cast<int>(selected_.size())));
+            chosen = box.addButton(tr("Commit Chosen"), QMessageBox::AcceptRole);
+        } else {
+            box.setText(
+                tr("Nothing is staged. Commit every change to the tracked files "
+                   "instead? Untracked files stay out of the commit."));
         }
-        all = true;
+        QPushButton* every = box.addButton(tr("Commit All"), QMessageBox::AcceptRole);
+        box.addButton(QMessageBox::Cancel);
+        box.setDefaultButton(chosen ? chosen : every);
+        box.exec();
+        if (chosen && box.clickedButton() == chosen) {
+            files = selected_;
+            toAdd = withStatus(files, VNFileStatusUnknown);
+            toRemove = withStatus(files, VNFileStatusMissing);
+        } else {
+            if (box.clickedButton() != every) {
+                return false;
+            }
+            all = true;
+            std::vector<std::string> every;
+            for (const auto& entry : unstaged_) {
+                every.push_back(entry.path);
+            }
+            toRemove = withStatus(every, VNFileStatusMissing);
+        }
     }
+    auto listed = [](const std::vector<std::string>& paths) {
+        QStringList names;
+        for (std::size_t i = 0; i < paths.size() && i < 10; ++i) {
+            names.append(QString::fromStdString(paths[i]));
+        }
+        if (paths.size() > 10) {
+            names.append(tr("and %n more", nullptr, static_cast<int>(paths.size() - 10)));
+        }
+        return names.join(QLatin1Char('\n'));
+    };
+    if (!toAdd.empty() &&
+        !confirm(SuppressAddKey, tr("Add Files?"),
+                 tr("These untracked files will be added to the repository with the commit:\n\n"
+                    "%1")
+                     .arg(listed(toAdd)),
+                 tr("Add and Commit"))) {
+        return false;
+    }
+    if (!toRemove.empty() &&
+        !confirm(SuppressAddKey, tr("Remove Files?"),
+                 tr("These files are missing from the working copy; the commit removes them "
+                    "from the repository:\n\n%1")
+                     .arg(listed(toRemove)),
+                 tr("Remove and Commit"))) {
+        return false;
+    }
+    bool pushAfter = pushAfter_->isChecked();
     uint64_t options = 0;
     if (amend) {
         options |= VNRepoHandlerGit::CommitAmend;
@@ -345,27 +518,41 @@ bool VNCommitPane::commit() {
     std::string path = path_;
     std::string messageText = text.toStdString();
     // What is staged is committed as staged: naming the files would commit their whole
-    // working-copy content and lose a partial staging.
+    // working-copy content and lose a partial staging. Files are named only when nothing is.
     runAsync<CommitOutcome>(
         this,
-        [handler, path, messageText, author, key, options] {
+        [handler, path, messageText, author, key, options, files, toAdd, pushAfter] {
             CommitOutcome outcome;
-            auto task = handler->commitTask(path, messageText, author, key, options);
+            // Where the push goes is settled before anything changes, so that a commit never
+            // happens on the promise of a push that cannot be made.
+            if (pushAfter) {
+                QString why;
+                outcome.push = pushTargetFor(*handler, path, &why);
+                if (!outcome.push) {
+                    outcome.error = why;
+                    return outcome;
+                }
+            }
+            for (const auto& add : handler->addTasks(path, toAdd)) {
+                if (!add || !add->run()) {
+                    outcome.error = add ? failureText(*add, "add")
+                                        : QObject::tr("The files could not be added.");
+                    return outcome;
+                }
+            }
+            // A file list signs whenever a key is given; the key goes with the sign bit only.
+            std::string fileKey = (options & VNRepoHandlerGit::CommitSign) ? key : std::string();
+            auto task = files.empty()
+                            ? handler->commitTask(path, messageText, author, key, options)
+                            : handler->commitTask(path, files, messageText, author, fileKey,
+                                                  options & ~VNRepoHandlerGit::CommitSign);
             if (!task) {
                 outcome.error = QObject::tr("The commit message could not be written.");
                 return outcome;
             }
             outcome.ok = task->run();
             if (!outcome.ok) {
-                std::string words = task->errorOutput();
-                if (words.empty()) {
-                    words = task->output();
-                }
-                outcome.error = QString::fromStdString(words).trimmed();
-                if (outcome.error.isEmpty()) {
-                    outcome.error =
-                        QObject::tr("git commit failed with code %1.").arg(task->exitCode());
-                }
+                outcome.error = failureText(*task, "commit");
             }
             return outcome;
         },
@@ -388,8 +575,44 @@ bool VNCommitPane::commit() {
             }
             setMessage({});
             Q_EMIT committed();
+            if (outcome.push) {
+                startPush(*outcome.push);
+            }
         });
     return true;
+}
+
+void VNCommitPane::startPush(const PushTarget& target) {
+    VNGitPushBranchEntry entry;
+    entry.push = true;
+    entry.localBranch = target.localBranch;
+    entry.remoteBranch = target.remoteBranch;
+    entry.track =
+        target.setUpstream ? VNGitPushBranchEntry::TrackSet : VNGitPushBranchEntry::TrackKeep;
+    VNTaskList tasks = handler_->pushTasks(path_, target.remote, {entry}, false);
+    if (pushProgress_) {
+        pushProgress_->close();
+    }
+    QString remote = QString::fromStdString(target.remote);
+    pushProgress_ = new VNProgressWindow(path_, tr("Pushing To %1").arg(remote), window());
+    pushProgress_->setAttribute(Qt::WA_DeleteOnClose);
+    busy_ = true;
+    commitButton_->setEnabled(false);
+    connect(pushProgress_, &VNProgressWindow::runFinished, this, [this, remote](int result) {
+        busy_ = false;
+        commitButton_->setEnabled(true);
+        if (result == VNProgressWindow::ResultSuccess) {
+            pushProgress_->close();
+        } else {
+            // The commit stays; git's words on the push stay in its window.
+            setError(result == VNProgressWindow::ResultCancelled
+                         ? tr("Committed; the push to %1 was cancelled.").arg(remote)
+                         : tr("Committed, but the push to %1 failed.").arg(remote));
+        }
+        Q_EMIT pushFinished(result);
+    });
+    pushProgress_->open();
+    pushProgress_->run(std::move(tasks), {"push"});
 }
 
 }  // namespace vn::desktop

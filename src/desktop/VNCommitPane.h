@@ -1,9 +1,15 @@
 #pragma once
 
+#include <QPointer>
 #include <QWidget>
 
 #include <memory>
+#include <optional>
 #include <string>
+#include <vector>
+
+#include "desktop/VNFileListModel.h"
+#include "desktop/VNProgressWindow.h"
 
 class QCheckBox;
 class QComboBox;
@@ -17,8 +23,10 @@ namespace vn::desktop {
 
 // The message and choices of the next commit, under the working-copy lists: a subject line and
 // a body, the remembered messages, an author override, amend (which brings back the last
-// commit's message), sign-off, hook bypass and signing. Commits what is staged, or, when nothing
-// is and the user agrees, every tracked change. The commit runs off the GUI thread.
+// commit's message), sign-off, hook bypass and signing. Commits what is staged; when nothing is,
+// the files chosen in the unstaged list (adding the untracked ones) or, when none are chosen
+// and the user agrees, every tracked change. Files to be added or removed are confirmed first.
+// The commit runs off the GUI thread; the push that may follow it runs in a progress window.
 class VNCommitPane : public QWidget {
     Q_OBJECT
   public:
@@ -26,6 +34,8 @@ class VNCommitPane : public QWidget {
     static constexpr const char* HistoryKey = "commitMessageHistory";
     static constexpr const char* SuppressEmptyKey = "suppressWarnOnEmptyCommit";
     static constexpr const char* SuppressAmendKey = "gitSuppressWarnOnAmend";
+    // Silences both the confirmation of files to add and that of files to remove.
+    static constexpr const char* SuppressAddKey = "suppressAddCommitWarning";
     static constexpr int HistoryLimit = 20;
     // Past this many characters a subject line is shown as too long.
     static constexpr int SubjectLimit = 50;
@@ -38,6 +48,26 @@ class VNCommitPane : public QWidget {
     void setMessage(const QString& message);
     // Whether the working copy has staged changes; the window keeps it current.
     void setStagedCount(int count);
+    // The unstaged side of the working copy and the paths chosen in it; the window keeps them
+    // current. Their statuses tell which files a commit would add or remove.
+    void setUnstagedChanges(std::vector<VNFileListModel::Entry> entries);
+    void setSelectedFiles(std::vector<std::string> paths);
+
+    // Where a push after the commit goes: the branch's upstream, or, for a branch without one,
+    // the same name on "origin" (or on the only remote), which it then tracks.
+    struct PushTarget {
+        std::string remote;
+        std::string localBranch;
+        std::string remoteBranch;
+        bool setUpstream = false;
+    };
+    // Empty with the reason in `why` for a detached HEAD or a repository without remotes.
+    static std::optional<PushTarget> pushTargetFor(VNRepoHandlerGit& handler,
+                                                   const std::string& path, QString* why);
+
+    // Puts the message git prepared for a merge it stopped before committing into an empty
+    // editor, without git's comment lines.
+    void loadMergeMessage();
 
     // Asks what has to be asked and starts the commit; answers whether it started.
     bool commit();
@@ -54,6 +84,9 @@ class VNCommitPane : public QWidget {
     QComboBox* keyChoice() const { return keys_; }
     QComboBox* historyChoice() const { return history_; }
     QPushButton* commitButton() const { return commitButton_; }
+    QCheckBox* pushAfterBox() const { return pushAfter_; }
+    // The window of the last push after a commit, while it is open.
+    VNProgressWindow* pushProgressWindow() const { return pushProgress_; }
 
     // The remembered messages, newest first.
     static QStringList rememberedMessages();
@@ -66,6 +99,10 @@ class VNCommitPane : public QWidget {
     void commitFailed();
     // The previous message was put into the editor for an amend.
     void amendMessageLoaded();
+    // loadMergeMessage() has read the merge message (and used it when the editor was empty).
+    void mergeMessageLoaded();
+    // The push after a commit ended with the progress window's result (1 for success).
+    void pushFinished(int result);
 
   private:
     void amendToggled(bool on);
@@ -76,6 +113,10 @@ class VNCommitPane : public QWidget {
     // A confirmation that a preference may silence; answers whether to go on.
     bool confirm(const char* suppressKey, const QString& title, const QString& text,
                  const QString& goOn);
+    // The paths among `paths` whose unstaged status is `status`.
+    std::vector<std::string> withStatus(const std::vector<std::string>& paths,
+                                        uint64_t status) const;
+    void startPush(const PushTarget& target);
 
     std::shared_ptr<VNRepoHandlerGit> handler_;
     std::string path_;
@@ -89,9 +130,13 @@ class VNCommitPane : public QWidget {
     QCheckBox* bypassHooks_;
     QCheckBox* sign_;
     QComboBox* keys_;
+    QCheckBox* pushAfter_;
     QPushButton* commitButton_;
     QLabel* error_;
     int stagedCount_ = 0;
+    std::vector<VNFileListModel::Entry> unstaged_;
+    std::vector<std::string> selected_;
+    QPointer<VNProgressWindow> pushProgress_;
     bool busy_ = false;
     // The message that was in the editor before amend brought back the last one.
     QString draftBeforeAmend_;

@@ -1,9 +1,13 @@
 #include "desktop/VNPasswordDialog.h"
 
 #include <QApplication>
+#include <QDialogButtonBox>
+#include <QFile>
 #include <QFileInfo>
 #include <QInputDialog>
 #include <QLineEdit>
+#include <QPushButton>
+#include <QTimer>
 
 #include <cstdlib>
 #include <iostream>
@@ -13,6 +17,53 @@
 #include "credentials/PasswordPrompt.h"
 
 namespace vn::desktop {
+
+namespace {
+
+// Automated tests answer the dialog as a user would: once it is up, the first line of the file
+// VARNEL_ASKPASS_TEST_REPLIES is typed into it and OK pressed (a line "<cancel>" presses
+// Cancel); what the dialog showed is appended to the file's ".shown" companion as
+// "label<TAB>password|normal". Without the variable nothing happens.
+void answerForTests(QInputDialog& dialog) {
+    const char* replies = std::getenv("VARNEL_ASKPASS_TEST_REPLIES");
+    if (!replies || !*replies) {
+        return;
+    }
+    QString path = QString::fromLocal8Bit(replies);
+    QTimer::singleShot(0, &dialog, [&dialog, path] {
+        QFile file(path);
+        QString reply;
+        QStringList rest;
+        if (file.open(QIODevice::ReadOnly)) {
+            rest = QString::fromUtf8(file.readAll()).split(QLatin1Char('\n'));
+            file.close();
+            reply = rest.isEmpty() ? QString() : rest.takeFirst();
+        }
+        if (file.open(QIODevice::WriteOnly | QIODevice::Truncate)) {
+            file.write(rest.join(QLatin1Char('\n')).toUtf8());
+            file.close();
+        }
+        auto* field = dialog.findChild<QLineEdit*>();
+        QFile shown(path + QStringLiteral(".shown"));
+        if (shown.open(QIODevice::Append)) {
+            bool hidden = field && field->echoMode() == QLineEdit::Password;
+            shown.write((dialog.labelText() + QLatin1Char('\t') +
+                         (hidden ? QStringLiteral("password") : QStringLiteral("normal")) +
+                         QLatin1Char('\n'))
+                            .toUtf8());
+            shown.close();
+        }
+        auto* buttons = dialog.findChild<QDialogButtonBox*>();
+        if (!field || !buttons || reply == QStringLiteral("<cancel>")) {
+            dialog.reject();
+            return;
+        }
+        field->setText(reply);
+        buttons->button(QDialogButtonBox::Ok)->click();
+    });
+}
+
+}  // namespace
 
 int askPasswordMain(int argc, char** argv) {
     // "varnel-askpass QUESTION" or "varnel --ask-password QUESTION".
@@ -36,6 +87,7 @@ int askPasswordMain(int argc, char** argv) {
     dialog.setTextEchoMode(secret ? QLineEdit::Password : QLineEdit::Normal);
     dialog.setInputMode(QInputDialog::TextInput);
     dialog.resize(420, dialog.sizeHint().height());
+    answerForTests(dialog);
     if (dialog.exec() != QDialog::Accepted) {
         return 1;
     }

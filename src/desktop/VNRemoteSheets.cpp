@@ -4,6 +4,7 @@
 #include <QComboBox>
 #include <QDialogButtonBox>
 #include <QFormLayout>
+#include <QHBoxLayout>
 #include <QHeaderView>
 #include <QLabel>
 #include <QLineEdit>
@@ -15,6 +16,7 @@
 #include "desktop/VNProgressWindow.h"
 #include "git/VNGitPushBranchEntry.h"
 #include "git/VNRepoHandlerGit.h"
+#include "handler/VNTask.h"
 #include "platform/Preferences.h"
 
 namespace vn::desktop {
@@ -64,6 +66,13 @@ void VNRemoteSheet::load() {
             data.currentBranch = handler->currentBranch(path);
             data.upstreams = handler->trackingBranchesForPull(path);
             data.remoteBranches = handler->remoteBranches(path);
+            data.rebaseInProgress = handler->isRebaseInProgress(path);
+            // During a rebase HEAD is detached; the branch being rebased is the one meant.
+            if (data.rebaseInProgress) {
+                if (std::string original = handler->originalBranch(path); !original.empty()) {
+                    data.currentBranch = original;
+                }
+            }
             return data;
         },
         [this](VNRemoteSheetData data) {
@@ -118,10 +127,18 @@ void VNRemoteSheet::runTasks(VNTaskList tasks, const QString& title,
             progress_->close();
         }
         runFinished(result);
-        Q_EMIT runEnded(result);
     });
     progress_->open();
     progress_->run(std::move(tasks), progressCommands);
+}
+
+void VNRemoteSheet::closeWith(int code) {
+    if (progress_ && progress_->isVisible()) {
+        // Its words about the failure or the conflicts stay readable after the sheet is gone.
+        progress_->setParent(parentWidget(), progress_->windowFlags());
+        progress_->show();
+    }
+    done(code);
 }
 
 // ---- VNPushSheet ----------------------------------------------------------------------------
@@ -273,11 +290,13 @@ bool VNPushSheet::start() {
 }
 
 void VNPushSheet::runFinished(int result) {
-    if (result != VNProgressWindow::ResultSuccess) {
-        return;
+    // A failed push stays open, so that a choice can be changed (force, say) and tried again.
+    if (result == VNProgressWindow::ResultSuccess) {
+        closeWith(QDialog::Accepted);
+        Q_EMIT refreshRequested(false, true);
+        Q_EMIT remoteStatusCheckRequested();
     }
-    accept();
-    Q_EMIT refreshRequested(false, true);
+    endRun(result);
 }
 
 // ---- VNPullSheet ----------------------------------------------------------------------------
@@ -292,6 +311,18 @@ VNPullSheet::VNPullSheet(std::shared_ptr<VNRepoHandlerGit> handler, std::string 
     branch_->setEditable(true);
     rebase_ = new QCheckBox(tr("Rebase instead of merge"), this);
     noFastForward_ = new QCheckBox(tr("Always make a merge commit"), this);
+    rebaseNote_ = new QLabel(tr("A rebase is under way. Resolve its conflicts and continue it, "
+                                "or abort it to go back to where it started."),
+                             this);
+    rebaseNote_->setWordWrap(true);
+    continueRebase_ = new QPushButton(tr("Continue Rebase"), this);
+    continueRebase_->setObjectName(QStringLiteral("continueRebaseButton"));
+    abortRebase_ = new QPushButton(tr("Abort Rebase"), this);
+    abortRebase_->setObjectName(QStringLiteral("abortRebaseButton"));
+    auto* rebaseRow = new QHBoxLayout;
+    rebaseRow->addStretch(1);
+    rebaseRow->addWidget(abortRebase_);
+    rebaseRow->addWidget(continueRebase_);
     auto* form = new QFormLayout;
     form->addRow(tr("Remote:"), remote_);
     form->addRow(tr("Branch:"), branch_);
@@ -299,10 +330,17 @@ VNPullSheet::VNPullSheet(std::shared_ptr<VNRepoHandlerGit> handler, std::string 
     layout->addLayout(form);
     layout->addWidget(rebase_);
     layout->addWidget(noFastForward_);
+    layout->addWidget(rebaseNote_);
+    layout->addLayout(rebaseRow);
     layout->addStretch(1);
     auto* buttons = sheetButtons(this, tr("Pull"));
+    pullButton_ = buttons->findChild<QPushButton*>(QStringLiteral("startButton"));
     connect(buttons, &QDialogButtonBox::accepted, this, [this] { start(); });
+    connect(continueRebase_, &QPushButton::clicked, this, [this] { continueRebase(); });
+    connect(abortRebase_, &QPushButton::clicked, this, [this] { abortRebase(); });
     layout->addWidget(buttons);
+    setMinimumWidth(460);
+    showRebaseState(false);
     connect(remote_, &QComboBox::currentIndexChanged, this, &VNPullSheet::fillBranches);
     connect(rebase_, &QCheckBox::toggled, noFastForward_, &QWidget::setDisabled);
 }
@@ -313,6 +351,26 @@ void VNPullSheet::loadExtra(const VNRemoteSheetData& data) {
         addRemoteItems(data.remotes);
     }
     fillBranches();
+    showRebaseState(data.rebaseInProgress);
+}
+
+void VNPullSheet::showRebaseState(bool inProgress) {
+    rebaseNote_->setVisible(inProgress);
+    continueRebase_->setVisible(inProgress);
+    abortRebase_->setVisible(inProgress);
+    // git refuses to pull in the middle of a rebase.
+    for (QWidget* choice : {static_cast<QWidget*>(remote_), static_cast<QWidget*>(branch_),
+                            static_cast<QWidget*>(rebase_)}) {
+        choice->setEnabled(!inProgress);
+    }
+    noFastForward_->setEnabled(!inProgress && !rebase_->isChecked());
+    if (pullButton_) {
+        pullButton_->setEnabled(!inProgress);
+        pullButton_->setDefault(!inProgress);
+    }
+    continueRebase_->setDefault(inProgress);
+    // The note wraps; the sheet grows or shrinks around it.
+    resize(width(), heightForWidth(width()) > 0 ? heightForWidth(width()) : sizeHint().height());
 }
 
 void VNPullSheet::fillBranches() {
@@ -330,7 +388,7 @@ void VNPullSheet::fillBranches() {
 }
 
 bool VNPullSheet::start() {
-    if (progress_ && progress_->running()) {
+    if ((progress_ && progress_->running()) || data_.rebaseInProgress) {
         return false;
     }
     std::string remote = selectedRemote();
@@ -343,19 +401,85 @@ bool VNPullSheet::start() {
         path_, remote, branch, preferences.boolForKey("gitCommitMergedChangesImmediately"),
         preferences.boolForKey("gitIncludeMessagesFromCommits"), noFastForward_->isChecked(),
         rebase_->isChecked(), 0);
+    rebaseStepRunning_ = false;
     runTasks(std::move(tasks), tr("Pulling From %1").arg(remote_->currentText()),
              {"fetch", "pull"});
     return true;
 }
 
-void VNPullSheet::runFinished(int result) {
-    // A pull that stopped at a conflict (96) or left a merge to commit (98) changed the working
-    // copy all the same.
-    if (result != VNProgressWindow::ResultSuccess && result != 96 && result != 98) {
-        return;
+bool VNPullSheet::continueRebase() {
+    return runRebaseStep(false);
+}
+
+bool VNPullSheet::abortRebase() {
+    return runRebaseStep(true);
+}
+
+bool VNPullSheet::runRebaseStep(bool abort) {
+    if ((progress_ && progress_->running()) || !data_.rebaseInProgress) {
+        return false;
     }
-    done(result);
-    Q_EMIT refreshRequested(true, true);
+    std::vector<std::string> step = {abort ? "--abort" : "--continue"};
+    if (!abort) {
+        // With every change of the stopped commit resolved away there is nothing to commit, and
+        // git's "--continue" would stop again: the commit is skipped.
+        auto args = handler_->defaultArgsForPath(path_, "status");
+        args.insert(args.end(),
+                    {"--porcelain", "--untracked-files=no", "--ignore-submodules=dirty"});
+        auto status = VNTask::taskWithCommand(handler_->gitPath(), path_, std::move(args));
+        if (status->run() && QString::fromStdString(status->output()).trimmed().isEmpty()) {
+            step = {"--skip"};
+        }
+    }
+    auto args = handler_->defaultArgsForPath(path_, "rebase");
+    args.insert(args.end(), step.begin(), step.end());
+    auto task = VNTask::taskWithCommand(handler_->gitPath(), path_, std::move(args));
+    // The stopped commit keeps its message; nobody is there to edit it in a terminal editor.
+    task->setEnvironmentCustomisations(vn::Environment{{"GIT_EDITOR", "true"}});
+    rebaseStepRunning_ = true;
+    runTasks({task}, abort ? tr("Aborting the Rebase") : tr("Continuing the Rebase"), {});
+    return true;
+}
+
+int VNPullSheet::classifyPullResult(int result, const vn::Record& summary) {
+    bool pending = summary.boolean("ismerge") || summary.boolean("isrebase");
+    if (result == VNProgressWindow::ResultFailed &&
+        (pending || summary.integer("numfilesunresolved") > 0)) {
+        return ConflictsResult;
+    }
+    if (result == VNProgressWindow::ResultSuccess && summary.boolean("ismerge")) {
+        return MergeToCommitResult;
+    }
+    return result;
+}
+
+void VNPullSheet::runFinished(int result) {
+    bool rebaseStep = rebaseStepRunning_;
+    rebaseStepRunning_ = false;
+    auto handler = handler_;
+    std::string path = path_;
+    // Whether git stopped at conflicts or left a merge to commit shows only in the repository.
+    runAsync<vn::Record>(
+        this, [handler, path] { return handler->summary(path); },
+        [this, result, rebaseStep](vn::Record summary) {
+            int outcome = classifyPullResult(result, summary);
+            data_.rebaseInProgress = summary.boolean("isrebase");
+            if (rebaseStep && outcome == VNProgressWindow::ResultSuccess) {
+                // The sheet stays for the pull the rebase was in the way of.
+                showRebaseState(data_.rebaseInProgress);
+                Q_EMIT refreshRequested(true, true);
+                endRun(outcome);
+                return;
+            }
+            showRebaseState(data_.rebaseInProgress);
+            if (outcome == VNProgressWindow::ResultSuccess || outcome == ConflictsResult ||
+                outcome == MergeToCommitResult) {
+                closeWith(outcome);
+                Q_EMIT refreshRequested(true, true);
+                Q_EMIT remoteStatusCheckRequested();
+            }
+            endRun(outcome);
+        });
 }
 
 // ---- VNFetchSheet ---------------------------------------------------------------------------
@@ -378,6 +502,7 @@ VNFetchSheet::VNFetchSheet(std::shared_ptr<VNRepoHandlerGit> handler, std::strin
     auto* buttons = sheetButtons(this, tr("Fetch"));
     connect(buttons, &QDialogButtonBox::accepted, this, [this] { start(); });
     layout->addWidget(buttons);
+    setMinimumWidth(420);
 }
 
 void VNFetchSheet::loadExtra(const VNRemoteSheetData& data) {
@@ -405,10 +530,14 @@ bool VNFetchSheet::start() {
     return true;
 }
 
-void VNFetchSheet::runFinished(int) {
-    // A fetch changes remote branches only; the window reads them again whatever happened.
-    accept();
+void VNFetchSheet::runFinished(int result) {
+    // The sheet closes whatever happened; a failure's words stay in the progress window. A
+    // fetch moves remote branches only, and nothing else watches the git folder for them, so
+    // the window reads the references and the history again.
+    closeWith(result == VNProgressWindow::ResultSuccess ? QDialog::Accepted : QDialog::Rejected);
     Q_EMIT refreshRequested(false, true);
+    Q_EMIT remoteStatusCheckRequested();
+    endRun(result);
 }
 
 }  // namespace vn::desktop

@@ -16,6 +16,7 @@ class QCheckBox;
 class QComboBox;
 class QLabel;
 class QLineEdit;
+class QPushButton;
 class QTableWidget;
 class VNRepoHandlerGit;
 
@@ -28,6 +29,7 @@ struct VNRemoteSheetData {
     std::string currentBranch;
     vn::Record upstreams;                     // local branch to "remote/branch"
     std::vector<std::string> remoteBranches;  // "remote/branch"
+    bool rebaseInProgress = false;
 };
 
 // What the push, pull and fetch sheets share: the repository, the remote choice, and a run of
@@ -50,11 +52,15 @@ class VNRemoteSheet : public QDialog {
 
   Q_SIGNALS:
     void remotesLoaded();
-    // The run ended with the task runner's result (1 for success).
+    // The run ended with the task runner's result (1 for success; a pull that stopped at
+    // conflicts gives ConflictsResult, one that left a merge to commit MergeToCommitResult).
     void runEnded(int result);
     // The repository's references changed: the window reads them again (working copy too when
     // `workingCopy` is set).
     void refreshRequested(bool workingCopy, bool metadata);
+    // The branches' ahead/behind counts against their upstreams may have changed; they are
+    // worked out again from what is here, without asking the remote.
+    void remoteStatusCheckRequested();
 
   protected:
     // Fills the sheet once the repository was read.
@@ -63,7 +69,11 @@ class VNRemoteSheet : public QDialog {
     std::string selectedRemote() const;
     void runTasks(VNTaskList tasks, const QString& title,
                   const std::vector<std::string>& progressCommands);
+    // Reacts to the end of a run; must end with endRun().
     virtual void runFinished(int result) = 0;
+    void endRun(int result) { Q_EMIT runEnded(result); }
+    // Closes the sheet with `code`; a progress window still showing git's words outlives it.
+    void closeWith(int code);
     void addRemoteItems(const std::vector<vn::Record>& remotes);
 
     std::shared_ptr<VNRepoHandlerGit> handler_;
@@ -107,16 +117,31 @@ class VNPushSheet : public VNRemoteSheet {
     QCheckBox* tags_;
 };
 
-// Fetches the chosen remote branch and merges (or rebases onto) it.
+// Fetches the chosen remote branch and merges (or rebases onto) it. While a rebase is under
+// way the sheet offers to continue or abort it instead.
 class VNPullSheet : public VNRemoteSheet {
     Q_OBJECT
   public:
+    // Results beside the progress window's own: the pull stopped at conflicts to resolve, or
+    // merged without committing (the merge waits in the index for its commit).
+    static constexpr int ConflictsResult = 96;
+    static constexpr int MergeToCommitResult = 98;
+
     VNPullSheet(std::shared_ptr<VNRepoHandlerGit> handler, std::string path,
                 QWidget* parent = nullptr);
     QComboBox* branchChoice() const { return branch_; }
     QCheckBox* rebaseBox() const { return rebase_; }
     QCheckBox* noFastForwardBox() const { return noFastForward_; }
+    QPushButton* continueRebaseButton() const { return continueRebase_; }
+    QPushButton* abortRebaseButton() const { return abortRebase_; }
     bool start() override;
+    // Runs `git rebase --continue` (or "--skip" when nothing is left to commit) or
+    // `git rebase --abort`; answers whether it started.
+    bool continueRebase();
+    bool abortRebase();
+    // What a run's result becomes once the repository's state is known: a failed pull that
+    // left conflicts or an operation in progress, or a success that left a merge uncommitted.
+    static int classifyPullResult(int result, const vn::Record& summary);
 
   protected:
     void loadExtra(const VNRemoteSheetData& data) override;
@@ -124,10 +149,17 @@ class VNPullSheet : public VNRemoteSheet {
 
   private:
     void fillBranches();
+    void showRebaseState(bool inProgress);
+    bool runRebaseStep(bool abort);
 
     QComboBox* branch_;
     QCheckBox* rebase_;
     QCheckBox* noFastForward_;
+    QLabel* rebaseNote_;
+    QPushButton* continueRebase_;
+    QPushButton* abortRebase_;
+    QPushButton* pullButton_;
+    bool rebaseStepRunning_ = false;
 };
 
 // Fetches one remote or all of them.

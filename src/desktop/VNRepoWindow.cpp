@@ -8,6 +8,7 @@
 #include <QHeaderView>
 #include <QLabel>
 #include <QLineEdit>
+#include <QListView>
 #include <QMenuBar>
 #include <QMessageBox>
 #include <QSplitter>
@@ -29,6 +30,7 @@
 #include "desktop/VNHistoryFilter.h"
 #include "desktop/VNHistoryModel.h"
 #include "desktop/VNHistoryView.h"
+#include "desktop/VNProgressWindow.h"
 #include "desktop/VNRemoteSheets.h"
 #include "desktop/VNSidebar.h"
 #include "desktop/VNTheme.h"
@@ -185,9 +187,21 @@ VNRepoWindow::VNRepoWindow(std::shared_ptr<VNRepoHandler> handler, std::string p
         sidebar_->refresh();
     });
     if (commitPane_) {
-        connect(workingCopy_, &VNWorkingCopyPane::statusRefreshed, this,
-                [this] { commitPane_->setStagedCount(workingCopy_->stagedModel()->rowCount()); });
+        connect(workingCopy_, &VNWorkingCopyPane::statusRefreshed, this, [this] {
+            commitPane_->setStagedCount(workingCopy_->stagedModel()->rowCount());
+            commitPane_->setUnstagedChanges(workingCopy_->unstagedModel()->entries());
+            commitPane_->setSelectedFiles(workingCopy_->selectedUnstagedFiles());
+        });
+        connect(workingCopy_->unstagedList()->selectionModel(),
+                &QItemSelectionModel::selectionChanged, this,
+                [this] { commitPane_->setSelectedFiles(workingCopy_->selectedUnstagedFiles()); });
         connect(commitPane_, &VNCommitPane::committed, this, &VNRepoWindow::refresh);
+        connect(commitPane_, &VNCommitPane::pushFinished, this, [this](int result) {
+            if (result == VNProgressWindow::ResultSuccess) {
+                reloadHistory();
+                sidebar_->refresh();
+            }
+        });
     }
 
     restoreLayout();
@@ -311,6 +325,22 @@ VNRemoteSheet* VNRepoWindow::openSheet(SheetKind kind) {
         sidebar_->refresh();
         if (workingCopy) {
             workingCopy_->refresh();
+        }
+    });
+    connect(sheet, &VNRemoteSheet::remoteStatusCheckRequested, sidebar_, &VNSidebar::refresh);
+    connect(sheet, &QDialog::finished, this, [this](int result) {
+        bool merging =
+            result == VNPullSheet::ConflictsResult || result == VNPullSheet::MergeToCommitResult;
+        if (merging && commitPane_) {
+            commitPane_->loadMergeMessage();
+        }
+        if (result == VNPullSheet::ConflictsResult) {
+            statusBar()->showMessage(
+                tr("The pull stopped at conflicts: resolve them, then commit or continue."));
+        } else if (result == VNPullSheet::MergeToCommitResult) {
+            statusBar()->showMessage(
+                tr("The pull merged without committing: the merge waits in "
+                   "the staged changes for its commit."));
         }
     });
     connect(sheet, &QDialog::finished, sheet, &QObject::deleteLater);

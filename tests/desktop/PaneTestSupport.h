@@ -85,4 +85,36 @@ inline void answerNextMessageBox(const QString& button, QString* text) {
     timer->start(10);
 }
 
+// Answers the message boxes that open while it lives, in turn, each with the button of that
+// text, and keeps their texts. Boxes beyond the answers given are cancelled and counted too.
+class MessageBoxAnswers {
+  public:
+    explicit MessageBoxAnswers(QStringList buttons) : buttons_(std::move(buttons)) {
+        QObject::connect(&timer_, &QTimer::timeout, [this] { answer(); });
+        timer_.start(10);
+    }
+    const QStringList& texts() const { return texts_; }
+
+  private:
+    void answer() {
+        auto* box = qobject_cast<QMessageBox*>(QApplication::activeModalWidget());
+        // A box just answered is hidden before its exec() returns.
+        if (!box || !box->isVisible()) {
+            return;
+        }
+        texts_.append(box->text());
+        QString wanted = buttons_.isEmpty() ? QString() : buttons_.takeFirst();
+        for (QAbstractButton* candidate : box->buttons()) {
+            if (!wanted.isEmpty() && candidate->text() == wanted) {
+                candidate->click();
+                return;
+            }
+        }
+        box->reject();
+    }
+    QStringList buttons_;
+    QStringList texts_;
+    QTimer timer_;
+};
+
 }  // namespace vn::test

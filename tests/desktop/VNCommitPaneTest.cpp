@@ -2,10 +2,13 @@
 #include <QComboBox>
 #include <QLineEdit>
 #include <QPlainTextEdit>
+#include <QPushButton>
 #include <QSignalSpy>
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
+#include <functional>
 #include <memory>
 
 #include "PaneTestSupport.h"
@@ -15,22 +18,26 @@
 #include "desktop/VNRepoWindow.h"
 #include "desktop/VNWorkingCopyPane.h"
 #include "git/VNRepoHandlerGit.h"
+#include "model/VNFileStatusEntity.h"
 #include "platform/Preferences.h"
 #include "support/TestEnvironment.h"
 
 namespace {
 
 using vn::desktop::VNCommitPane;
+using vn::desktop::VNProgressWindow;
 using vn::test::answerNextMessageBox;
 using vn::test::GitRepository;
+using vn::test::TempDir;
 using vn::test::waitUntil;
+using vn::test::desktop::idleFor;
 
 struct CommitFixture {
     GitRepository repo;
     std::unique_ptr<VNCommitPane> pane;
     CommitFixture() {
         for (const char* key : {VNCommitPane::HistoryKey, VNCommitPane::SuppressEmptyKey,
-                                VNCommitPane::SuppressAmendKey}) {
+                                VNCommitPane::SuppressAmendKey, VNCommitPane::SuppressAddKey}) {
             vn::Preferences::standard().remove(key);
         }
         repo.commitFile("a.txt", "1\n", "base");
@@ -215,6 +222,262 @@ TEST(VNCommitPane, MessagesSplitIntoSubjectAndBodyAndTheHistoryKeepsTheNewest) {
     EXPECT_EQ(remembered[0], QStringLiteral("message 10"));
     EXPECT_EQ(remembered[1], QStringLiteral("message 24"));
     EXPECT_EQ(remembered.count(QStringLiteral("message 10")), 1);
+}
+
+// With nothing staged the pane commits the chosen files (or, without a choice, every tracked
+// change); files the commit would add or remove are confirmed, and a cancel anywhere leaves the
+// repository as it was.
+TEST(VNCommitPane, ChosenOrAllChangesConfirmWhatTheCommitAddsOrRemoves) {
+    struct Case {
+        const char* name;
+        std::vector<std::string> chosen;
+        QStringList answers;
+        bool silenced;
+        int asked;            // message boxes shown
+        const char* changed;  // git show --name-status of the new commit; null: no commit
+        const char* status;   // git status --porcelain afterwards
+    };
+    const char* untouched = " M a.txt\n D b.txt\n?? new.txt\n?? other.txt\n";
+    const std::vector<Case> cases = {
+        {"cancel at the first question", {"a.txt"}, {"Cancel"}, false, 1, nullptr, untouched},
+        {"a chosen tracked file asks nothing more",
+         {"a.txt"},
+         {"Commit Chosen"},
+         false,
+         1,
+         "M\ta.txt\n",
+         " D b.txt\n?? new.txt\n?? other.txt\n"},
+        {"declining the addition adds nothing",
+         {"new.txt", "a.txt"},
+         {"Commit Chosen", "Cancel"},
+         false,
+         2,
+         nullptr,
+         untouched},
+        {"an untracked file is added and committed",
+         {"new.txt", "a.txt"},
+         {"Commit Chosen", "Add and Commit"},
+         false,
+         2,
+         "M\ta.txt\nA\tnew.txt\n",
+         " D b.txt\n?? other.txt\n"},
+        {"declining the removal keeps the file in the repository",
+         {"b.txt"},
+         {"Commit Chosen", "Cancel"},
+         false,
+         2,
+         nullptr,
+         untouched},
+        {"a missing file is removed",
+         {"b.txt"},
+         {"Commit Chosen", "Remove and Commit"},
+         false,
+         2,
+         "D\tb.txt\n",
+         " M a.txt\n?? new.txt\n?? other.txt\n"},
+        {"commit all asks about the missing file",
+         {},
+         {"Commit All", "Cancel"},
+         false,
+         2,
+         nullptr,
+         untouched},
+        {"commit all removes it once confirmed",
+         {},
+         {"Commit All", "Remove and Commit"},
+         false,
+         2,
+         "M\ta.txt\nD\tb.txt\n",
+         "?? new.txt\n?? other.txt\n"},
+        {"commit all instead of the choice",
+         {"new.txt"},
+         {"Commit All", "Remove and Commit"},
+         false,
+         2,
+         "M\ta.txt\nD\tb.txt\n",
+         "?? new.txt\n?? other.txt\n"},
+        {"silenced, adding and removing ask nothing",
+         {"new.txt", "b.txt"},
+         {"Commit Chosen"},
+         true,
+         1,
+         "D\tb.txt\nA\tnew.txt\n",
+         " M a.txt\n?? other.txt\n"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        CommitFixture f;
+        vn::Preferences::standard().set(VNCommitPane::SuppressAddKey, c.silenced);
+        f.repo.commitFile("b.txt", "b\n", "add b");
+        f.repo.write("a.txt", "changed\n");
+        std::filesystem::remove(f.repo.file("b.txt"));
+        f.repo.write("new.txt", "new\n");
+        f.repo.write("other.txt", "other\n");
+        f.pane->setStagedCount(0);
+        f.pane->setUnstagedChanges({{"a.txt", "", VNFileStatusModified},
+                                    {"b.txt", "", VNFileStatusMissing},
+                                    {"new.txt", "", VNFileStatusUnknown},
+                                    {"other.txt", "", VNFileStatusUnknown}});
+        f.pane->setSelectedFiles(c.chosen);
+        f.pane->setMessage(QStringLiteral("Change"));
+        std::string before = f.repo.git({"rev-parse", "HEAD"});
+        bool made = false;
+        {
+            vn::test::MessageBoxAnswers answers(c.answers);
+            made = f.commitAndWait();
+            EXPECT_EQ(answers.texts().size(), c.asked) << answers.texts().join('|').toStdString();
+        }
+        EXPECT_EQ(made, c.changed != nullptr) << f.pane->errorText().toStdString();
+        if (c.changed) {
+            EXPECT_EQ(f.repo.git({"show", "--format=", "--name-status", "HEAD"}), c.changed);
+            EXPECT_EQ(f.log("%s"), "Change\nadd b\nbase\n");
+        } else {
+            EXPECT_EQ(f.repo.git({"rev-parse", "HEAD"}), before);
+            EXPECT_EQ(f.pane->message(), QStringLiteral("Change"));
+        }
+        EXPECT_EQ(f.repo.git({"status", "--porcelain"}), c.status);
+    }
+    vn::Preferences::standard().remove(VNCommitPane::SuppressAddKey);
+}
+
+// The push after a commit goes where the branch's upstream is, or gives a new branch one on
+// "origin"; when it cannot be made nothing is committed, and a push that fails keeps the commit.
+TEST(VNCommitPane, PushAfterCommitFollowsTheUpstreamAndAFailedPushKeepsTheCommit) {
+    using Setup = std::function<void(GitRepository&, const std::string& bare)>;
+    struct Case {
+        const char* name;
+        Setup setup;
+        bool committed;
+        int pushResult;        // -100: no push
+        const char* pushedTo;  // remote ref that must hold the new commit
+        const char* upstream;  // the branch's upstream afterwards
+        const char* error;     // part of the pane's error text
+    };
+    const std::vector<Case> cases = {
+        {"a tracked branch goes to its upstream, whatever its name",
+         [](GitRepository& repo, const std::string&) {
+             repo.git({"push", "-q", "-u", "origin", "main:trunk"});
+         },
+         true, VNProgressWindow::ResultSuccess, "refs/heads/trunk", "origin/trunk\n", ""},
+        {"a new branch goes to origin and tracks it",
+         [](GitRepository& repo, const std::string&) {
+             repo.git({"push", "-q", "origin", "main"});
+             repo.git({"checkout", "-q", "-b", "topic"});
+         },
+         true, VNProgressWindow::ResultSuccess, "refs/heads/topic", "origin/topic\n", ""},
+        {"a rejected push keeps the commit and says so",
+         [](GitRepository& repo, const std::string& bare) {
+             repo.git({"push", "-q", "-u", "origin", "main"});
+             GitRepository other;
+             other.git({"pull", "-q", "file://" + bare, "main"});
+             other.commitFile("theirs.txt", "theirs\n", "theirs");
+             other.git({"push", "-q", "file://" + bare, "main"});
+         },
+         true, VNProgressWindow::ResultFailed, nullptr, "origin/main\n", "push to origin failed"},
+        {"without a remote nothing is committed",
+         [](GitRepository& repo, const std::string&) {
+             repo.git({"remote", "remove", "origin"});
+         },
+         false, -100, nullptr, nullptr, "no remote"},
+        {"a detached HEAD is not committed",
+         [](GitRepository& repo, const std::string&) {
+             repo.git({"checkout", "-q", "--detach"});
+         },
+         false, -100, nullptr, nullptr, "no branch"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        CommitFixture f;
+        TempDir remoteDir("varnel-push-after");
+        std::string bare = remoteDir.file("remote.git");
+        f.repo.git({"init", "-q", "--bare", bare});
+        f.repo.git({"remote", "add", "origin", "file://" + bare});
+        c.setup(f.repo, bare);
+        f.repo.write("a.txt", "pushed\n");
+        f.repo.git({"add", "a.txt"});
+        f.pane->setStagedCount(1);
+        f.pane->setMessage(QStringLiteral("Push me"));
+        f.pane->pushAfterBox()->setChecked(true);
+        std::string before = f.repo.git({"rev-parse", "HEAD"});
+        QSignalSpy pushed(f.pane.get(), &VNCommitPane::pushFinished);
+        EXPECT_EQ(f.commitAndWait(), c.committed);
+        auto errorShown = [&] {
+            EXPECT_TRUE(f.pane->errorText().contains(QString::fromUtf8(c.error)))
+                << f.pane->errorText().toStdString();
+        };
+        if (!c.committed) {
+            errorShown();
+            EXPECT_EQ(f.repo.git({"rev-parse", "HEAD"}), before);
+            EXPECT_EQ(f.pane->message(), QStringLiteral("Push me"));
+            idleFor(100);
+            EXPECT_EQ(pushed.count(), 0);
+            continue;
+        }
+        ASSERT_TRUE(waitUntil([&] { return pushed.count() == 1; }, 60000));
+        EXPECT_EQ(pushed[0][0].toInt(), c.pushResult);
+        errorShown();
+        std::string head = f.repo.git({"rev-parse", "HEAD"});
+        if (c.pushedTo) {
+            EXPECT_EQ(f.repo.git({"--git-dir=" + bare, "rev-parse", c.pushedTo}), head);
+        } else {
+            ASSERT_TRUE(f.pane->pushProgressWindow());
+            EXPECT_TRUE(f.pane->pushProgressWindow()->isVisible());
+            EXPECT_TRUE(
+                f.pane->pushProgressWindow()->transcript().contains(QStringLiteral("rejected")));
+            EXPECT_NE(f.repo.git({"--git-dir=" + bare, "rev-parse", "refs/heads/main"}), head);
+        }
+        EXPECT_EQ(f.repo.git({"rev-parse", "--abbrev-ref", "@{upstream}"}), c.upstream);
+        EXPECT_EQ(f.log("%s").substr(0, 8), "Push me\n");
+        EXPECT_TRUE(f.pane->commitButton()->isEnabled());
+        if (f.pane->pushProgressWindow()) {
+            f.pane->pushProgressWindow()->close();
+        }
+    }
+}
+
+// A merge that git stopped before its commit (asked to, or at conflicts) is committed from the
+// pane with the message git prepared, less the comment lines meant for an editor.
+TEST(VNCommitPane, AMergeStoppedBeforeItsCommitIsCommittedWithGitsMessage) {
+    struct Case {
+        const char* name;
+        const char* theirs;  // side's a.txt; null: side leaves it
+        const char* typed;   // already in the editor
+        const char* subject;
+    };
+    const Case cases[] = {
+        {"stopped as asked", nullptr, "", "Merge branch 'side'"},
+        {"stopped at a conflict, then resolved", "side\n", "", "Merge branch 'side'"},
+        {"a typed message wins", nullptr, "My merge", "My merge"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        CommitFixture f;
+        f.repo.git({"checkout", "-q", "-b", "side"});
+        if (c.theirs) {
+            f.repo.commitFile("a.txt", c.theirs, "side a");
+        }
+        f.repo.commitFile("s.txt", "s\n", "side s");
+        f.repo.git({"checkout", "-q", "main"});
+        f.repo.commitFile("a.txt", "main\n", "main a");
+        auto merge =
+            vn::test::runProgram(f.repo.path(), "git", {"merge", "--no-commit", "--no-ff", "side"});
+        if (!merge->success()) {
+            f.repo.write("a.txt", "resolved\n");
+            f.repo.git({"add", "a.txt"});
+        }
+        f.pane->setMessage(QString::fromUtf8(c.typed));
+        QSignalSpy loaded(f.pane.get(), &VNCommitPane::mergeMessageLoaded);
+        f.pane->loadMergeMessage();
+        ASSERT_TRUE(waitUntil([&] { return loaded.count() == 1; }));
+        EXPECT_EQ(f.pane->subjectField()->text(), QString::fromUtf8(c.subject));
+        EXPECT_FALSE(f.pane->message().contains(QLatin1Char('#')))
+            << f.pane->message().toStdString();
+        f.pane->setStagedCount(1);
+        ASSERT_TRUE(f.commitAndWait()) << f.pane->errorText().toStdString();
+        EXPECT_EQ(f.repo.git({"log", "-1", "--format=%s|%p"}).find(c.subject), 0u);
+        EXPECT_EQ(f.repo.git({"rev-list", "--count", "--merges", "HEAD"}), "1\n");
+        EXPECT_EQ(f.repo.git({"status", "--porcelain"}), "");
+    }
 }
 
 // In the window the pane learns what is staged from the working-copy lists, and a commit

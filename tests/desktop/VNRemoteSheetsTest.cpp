@@ -1,11 +1,13 @@
 #include <QCheckBox>
 #include <QComboBox>
+#include <QPushButton>
 #include <QSignalSpy>
 #include <QTableWidget>
 
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <functional>
 #include <memory>
 
 #include "PaneTestSupport.h"
@@ -115,6 +117,7 @@ TEST(VNPushSheet, PushesTheChosenBranchesAndSetsTheirUpstream) {
     auto onEnd = center.addObserver("longTaskFinished", nullptr,
                                     [&](const vn::Notification&) { ++finished; });
     QSignalSpy refresh(&sheet, &VNRemoteSheet::refreshRequested);
+    QSignalSpy check(&sheet, &VNRemoteSheet::remoteStatusCheckRequested);
     ASSERT_EQ(f.run(sheet), VNProgressWindow::ResultSuccess);
     EXPECT_EQ(started, 1);
     EXPECT_EQ(finished, 1);
@@ -126,6 +129,7 @@ TEST(VNPushSheet, PushesTheChosenBranchesAndSetsTheirUpstream) {
     ASSERT_EQ(refresh.count(), 1);
     EXPECT_FALSE(refresh[0][0].toBool());
     EXPECT_TRUE(refresh[0][1].toBool());
+    EXPECT_EQ(check.count(), 1);
 }
 
 TEST(VNPushSheet, ARejectedPushKeepsTheSheetAndGitsWordsThenForceOverwrites) {
@@ -139,12 +143,14 @@ TEST(VNPushSheet, ARejectedPushKeepsTheSheetAndGitsWordsThenForceOverwrites) {
 
     VNPushSheet sheet(f.handler, f.repo.path());
     openAndLoad(sheet);
+    QSignalSpy check(&sheet, &VNRemoteSheet::remoteStatusCheckRequested);
     EXPECT_EQ(f.run(sheet), VNProgressWindow::ResultFailed);
     EXPECT_TRUE(sheet.isVisible());
     ASSERT_TRUE(sheet.progressWindow());
     EXPECT_TRUE(sheet.progressWindow()->transcript().contains(QStringLiteral("rejected")))
         << sheet.progressWindow()->transcript().toStdString();
     EXPECT_EQ(f.remoteRef("refs/heads/main"), theirs);
+    EXPECT_EQ(check.count(), 0);
 
     sheet.forceBox()->setChecked(true);
     ASSERT_EQ(f.run(sheet), VNProgressWindow::ResultSuccess);
@@ -190,6 +196,18 @@ TEST(VNFetchSheet, FetchesAndRemembersThePruneChoice) {
     EXPECT_TRUE(vn::Preferences::standard().boolForKey(VNFetchSheet::PruneKey));
     VNFetchSheet again(f.handler, f.repo.path());
     EXPECT_TRUE(again.pruneBox()->isChecked());
+
+    // A fetch that fails closes the sheet all the same; git's words stay in their window.
+    f.repo.git({"remote", "set-url", "origin", f.remoteDir.file("gone.git")});
+    openAndLoad(again);
+    QSignalSpy check(&again, &VNRemoteSheet::remoteStatusCheckRequested);
+    ASSERT_EQ(f.run(again), VNProgressWindow::ResultFailed);
+    EXPECT_FALSE(again.isVisible());
+    EXPECT_EQ(check.count(), 1);
+    ASSERT_TRUE(again.progressWindow());
+    EXPECT_TRUE(again.progressWindow()->isVisible());
+    EXPECT_FALSE(again.progressWindow()->transcript().isEmpty());
+    again.progressWindow()->close();
 }
 
 TEST(VNPullSheet, PullsTheUpstreamBranchAndAsksForAFullRefresh) {
@@ -214,6 +232,150 @@ TEST(VNPullSheet, PullsTheUpstreamBranchAndAsksForAFullRefresh) {
     ASSERT_EQ(refresh.count(), 1);
     EXPECT_TRUE(refresh[0][0].toBool());
     EXPECT_TRUE(refresh[0][1].toBool());
+}
+
+// Counts the notifications that bracket long runs while it lives.
+struct LongTaskCounter {
+    int started = 0;
+    int finished = 0;
+    vn::NotificationCenter::Observation onStart =
+        vn::NotificationCenter::defaultCenter().addObserver(
+            "longTaskStarted", nullptr, [this](const vn::Notification&) { ++started; });
+    vn::NotificationCenter::Observation onEnd = vn::NotificationCenter::defaultCenter().addObserver(
+        "longTaskFinished", nullptr, [this](const vn::Notification&) { ++finished; });
+};
+
+// What a pull ends with decides whether the sheet closes: a success, a stop at conflicts (96)
+// and a merge left to commit (98) close it and refresh everything; any other failure keeps it.
+TEST(VNPullSheet, ConflictsAndUncommittedMergesCloseTheSheetAndOtherFailuresKeepIt) {
+    using Setup = std::function<void(RemoteFixture&, VNPullSheet&)>;
+    // Someone else pushes a change of `file` to main.
+    auto theirs = [](const char* file, const char* text) {
+        return [file, text](RemoteFixture& f) {
+            GitRepository other;
+            other.git({"pull", "-q", "file://" + f.bare, "main"});
+            other.commitFile(file, text, "theirs");
+            other.git({"push", "-q", "file://" + f.bare, "main"});
+        };
+    };
+    struct Case {
+        const char* name;
+        std::function<void(RemoteFixture&)> remote;
+        Setup choose;
+        int result;
+        bool closed;
+        const char* state;  // "merge", "rebase" or "" afterwards
+        bool conflicts;
+    };
+    const std::vector<Case> cases = {
+        {"a fast-forward succeeds",
+         [&](RemoteFixture& f) {
+             f.repo.git({"push", "-q", "origin", "main"});
+             theirs("c.txt", "c\n")(f);
+         },
+         [](RemoteFixture&, VNPullSheet&) {}, VNProgressWindow::ResultSuccess, true, "", false},
+        {"a merge without its commit waits to be committed", theirs("c.txt", "c\n"),
+         [](RemoteFixture&, VNPullSheet&) {}, VNPullSheet::MergeToCommitResult, true, "merge",
+         false},
+        {"a merge that conflicts stops", theirs("a.txt", "theirs\n"),
+         [](RemoteFixture&, VNPullSheet&) {}, VNPullSheet::ConflictsResult, true, "merge", true},
+        {"a rebase that conflicts stops", theirs("a.txt", "theirs\n"),
+         [](RemoteFixture&, VNPullSheet& sheet) { sheet.rebaseBox()->setChecked(true); },
+         VNPullSheet::ConflictsResult, true, "rebase", true},
+        {"a branch the remote lacks fails and keeps the sheet", theirs("c.txt", "c\n"),
+         [](RemoteFixture&, VNPullSheet& sheet) {
+             sheet.branchChoice()->setEditText(QStringLiteral("no-such-branch"));
+         },
+         VNProgressWindow::ResultFailed, false, "", false},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        RemoteFixture f;
+        c.remote(f);
+        VNPullSheet sheet(f.handler, f.repo.path());
+        openAndLoad(sheet);
+        c.choose(f, sheet);
+        QSignalSpy refresh(&sheet, &VNRemoteSheet::refreshRequested);
+        QSignalSpy check(&sheet, &VNRemoteSheet::remoteStatusCheckRequested);
+        LongTaskCounter bracket;
+        ASSERT_EQ(f.run(sheet), c.result) << sheet.progressWindow()->transcript().toStdString();
+        EXPECT_EQ(bracket.started, 1);
+        EXPECT_EQ(bracket.finished, 1);
+        EXPECT_EQ(sheet.isVisible(), !c.closed);
+        if (c.closed) {
+            EXPECT_EQ(sheet.result(), c.result);
+            ASSERT_EQ(refresh.count(), 1);
+            EXPECT_TRUE(refresh[0][0].toBool());
+            EXPECT_TRUE(refresh[0][1].toBool());
+        } else {
+            EXPECT_EQ(refresh.count(), 0);
+        }
+        EXPECT_EQ(check.count(), c.closed ? 1 : 0);
+        std::string state = std::string(c.state);
+        auto summary = f.handler->summary(f.repo.path());
+        EXPECT_EQ(summary.boolean("ismerge"), state == "merge");
+        EXPECT_EQ(summary.boolean("isrebase"), state == "rebase");
+        EXPECT_EQ(f.repo.git({"ls-files", "-u"}).empty(), !c.conflicts);
+        if (c.result != VNProgressWindow::ResultSuccess &&
+            c.result != VNPullSheet::MergeToCommitResult) {
+            // git's words on the failure stay readable, even once the sheet is gone.
+            ASSERT_TRUE(sheet.progressWindow());
+            EXPECT_TRUE(sheet.progressWindow()->isVisible());
+            sheet.progressWindow()->close();
+        }
+    }
+}
+
+// A pull sheet opened during a rebase offers to continue or abort it instead of pulling; when
+// that works, the sheet stays for the pull and the window reads everything again.
+TEST(VNPullSheet, ARebaseUnderWayIsContinuedSkippedOrAbortedFromTheSheet) {
+    struct Case {
+        const char* name;
+        const char* resolution;  // a.txt's content before continuing; null: abort
+        const char* log;         // subjects afterwards
+    };
+    const Case cases[] = {
+        {"resolved and continued", "both\n", "second\ntheirs\nbase\n"},
+        {"nothing left of the commit, so it is skipped", "theirs\n", "theirs\nbase\n"},
+        {"aborted", nullptr, "second\nbase\n"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        RemoteFixture f;
+        GitRepository other;
+        other.git({"pull", "-q", "file://" + f.bare, "main"});
+        other.commitFile("a.txt", "theirs\n", "theirs");
+        other.git({"push", "-q", "file://" + f.bare, "main"});
+        f.repo.git({"fetch", "-q", "origin"});
+        auto rebase = vn::test::runProgram(f.repo.path(), "git", {"rebase", "origin/main"});
+        ASSERT_FALSE(rebase->success());
+
+        VNPullSheet sheet(f.handler, f.repo.path());
+        openAndLoad(sheet);
+        EXPECT_TRUE(sheet.continueRebaseButton()->isVisibleTo(&sheet));
+        EXPECT_TRUE(sheet.abortRebaseButton()->isVisibleTo(&sheet));
+        EXPECT_FALSE(sheet.start()) << "no pull in the middle of a rebase";
+        if (c.resolution) {
+            f.repo.write("a.txt", c.resolution);
+            f.repo.git({"add", "a.txt"});
+        }
+        QSignalSpy ended(&sheet, &VNRemoteSheet::runEnded);
+        QSignalSpy refresh(&sheet, &VNRemoteSheet::refreshRequested);
+        QSignalSpy check(&sheet, &VNRemoteSheet::remoteStatusCheckRequested);
+        ASSERT_TRUE(c.resolution ? sheet.continueRebase() : sheet.abortRebase());
+        ASSERT_TRUE(waitUntil([&] { return ended.count() == 1; }, 60000));
+        EXPECT_EQ(ended[0][0].toInt(), VNProgressWindow::ResultSuccess)
+            << sheet.progressWindow()->transcript().toStdString();
+        EXPECT_TRUE(sheet.isVisible());
+        ASSERT_EQ(refresh.count(), 1);
+        EXPECT_TRUE(refresh[0][0].toBool());
+        EXPECT_TRUE(refresh[0][1].toBool());
+        EXPECT_EQ(check.count(), 0);
+        EXPECT_FALSE(f.handler->isRebaseInProgress(f.repo.path()));
+        EXPECT_FALSE(sheet.continueRebaseButton()->isVisibleTo(&sheet));
+        EXPECT_EQ(f.repo.git({"log", "--format=%s"}), c.log);
+        EXPECT_EQ(f.repo.git({"status", "--porcelain"}), "");
+    }
 }
 
 TEST(VNProgressWindow, ShowsProgressLinesAsATerminalWouldAndStopsAtAFailureOrCancel) {
