@@ -8,7 +8,10 @@ packages=(
     googletest libgtest-dev libgmock-dev libbenchmark-dev
     # the desktop application; its tests draw on the offscreen platform plugin (in qt6-base)
     qt6-base-dev qt6-svg-dev libgl-dev fonts-dejavu-core
-    git mercurial git-flow git-lfs subversion gnupg patch file
+    git mercurial git-flow git-lfs subversion git-svn gnupg patch file
+    # the tests reach repositories through a private sshd and keep passwords in a private
+    # Secret Service (gnome-keyring on its own session bus), read back with secret-tool
+    openssh-client openssh-server dbus-daemon dbus-bin gnome-keyring libsecret-tools
     # the tests serve repositories over HTTP with a small Python server
     python3
     # localedef's data: the tests build a German locale when the system has none

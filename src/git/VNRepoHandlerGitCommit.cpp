@@ -228,6 +228,9 @@ std::shared_ptr<VNTask> VNRepoHandlerGit::cloneTaskForSource(const std::string& 
     appendOperands(args, {source, destination});
     auto task = VNTask::taskWithCommand(gitPath(), workingDir, std::move(args));
     configureSSHAskpass(workingDir, source, *task);
+    // git holds the checkout's progress back for a second in case it ends sooner; a local clone
+    // of a large repository spends most of its time there, so it is shown from the start.
+    task->setAskpassEnvironmentValue("GIT_PROGRESS_DELAY", "0");
     task->setErrorOutputSanitizer(withoutLfsCloneWarnings);
     return task;
 }

@@ -310,6 +310,12 @@ void VNTask::configureSSHAskpassForUser(const std::string& user, const std::stri
     askpassEnvironment_ = std::move(env);
 }
 
+void VNTask::setAskpassEnvironmentValue(const std::string& name, const std::string& value) {
+    if (askpassEnvironment_) {
+        (*askpassEnvironment_)[name] = value;
+    }
+}
+
 void VNTask::setSuppressUserPrompts(bool suppress) {
     suppressUserPrompts_ = suppress;
     if (!askpassEnvironment_) {

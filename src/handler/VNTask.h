@@ -89,6 +89,9 @@ class VNTask : public vn::Object, public std::enable_shared_from_this<VNTask> {
     void setSuppressUserPrompts(bool suppress);
     bool suppressUserPrompts() const { return suppressUserPrompts_; }
     const std::optional<vn::Environment>& askpassEnvironment() const { return askpassEnvironment_; }
+    // One variable more in the prompt environment, which takes no customisations; nothing when
+    // the task has none.
+    void setAskpassEnvironmentValue(const std::string& name, const std::string& value);
 
     void addStandardEnvironment(vn::Environment& env) const;
     void addStandardGitEnvironment(vn::Environment& env) const;

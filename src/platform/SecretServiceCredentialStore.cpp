@@ -62,6 +62,10 @@ std::shared_ptr<SecretServiceCredentialStore> SecretServiceCredentialStore::conn
     return std::shared_ptr<SecretServiceCredentialStore>(new SecretServiceCredentialStore());
 }
 
+void SecretServiceCredentialStore::disconnect() {
+    secret_service_disconnect();
+}
+
 std::optional<std::string> SecretServiceCredentialStore::passwordForURL(std::string_view url,
                                                                         std::string_view user) {
     auto address = RemoteAddress::parse(url);
@@ -167,6 +171,8 @@ std::size_t SecretServiceCredentialStore::removePasswordForURL(std::string_view 
 std::shared_ptr<SecretServiceCredentialStore> SecretServiceCredentialStore::connect() {
     return nullptr;
 }
+
+void SecretServiceCredentialStore::disconnect() {}
 
 std::optional<std::string> SecretServiceCredentialStore::passwordForURL(std::string_view,
                                                                         std::string_view) {

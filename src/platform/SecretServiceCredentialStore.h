@@ -15,6 +15,9 @@ class SecretServiceCredentialStore : public CredentialStore {
     // A store when a session bus answers with a Secret Service; null otherwise, and always
     // null in a build without libsecret.
     static std::shared_ptr<SecretServiceCredentialStore> connect();
+    // Lets go of the connection libsecret keeps for the process, so that the bus may go away
+    // without taking the process with it. The next use connects again.
+    static void disconnect();
 
     std::optional<std::string> passwordForURL(std::string_view url,
                                               std::string_view user = {}) override;

@@ -297,20 +297,72 @@ TEST(GitRemoteTasks, PullArgumentsFollowTheChoices) {
     EXPECT_EQ(summary(handler, *hostile), "push -v --all -- --upload-pack=touch /tmp/x");
 }
 
-TEST(GitRemoteTasks, SubversionBridgeTasksFollowTheRepositorysConfiguration) {
-    GitRepository repo;
+// The Subversion bridge against a real Subversion repository over file://: a fetch of every
+// remote brings the new Subversion revisions, and the push replays the local commits onto the
+// Subversion head and commits them there.
+TEST(GitRemoteTasks, TheSubversionBridgeFetchesRebasesAndCommitsToARealSubversionRepository) {
+    if (!vn::fs::findExecutable("svnadmin") || !vn::fs::findExecutable("svn") ||
+        !vn::test::runProgram("/", "git", {"svn", "--version"})->success()) {
+        GTEST_SKIP() << "Subversion or git-svn is not installed (subversion, git-svn)";
+    }
+    TempDir dir("varnel-svn");
+    auto svn = [&](const std::vector<std::string>& args) {
+        auto task = vn::test::runProgram(dir.path(), "svn", args);
+        EXPECT_TRUE(task->success()) << "svn " << args[0] << ": " << task->errorOutput();
+        return task->output();
+    };
+    auto svnCommit = [&](const std::string& file, const std::string& contents,
+                         const std::string& message) {
+        bool added = vn::fs::exists(dir.file("wc/" + file));
+        vn::test::writeFile(dir.file("wc/" + file), contents);
+        if (!added) {
+            svn({"add", "-q", dir.file("wc/" + file)});
+        }
+        svn({"commit", "-q", "-m", message, dir.file("wc")});
+    };
+    ASSERT_TRUE(vn::test::runProgram(dir.path(), "svnadmin", {"create", "repo"})->success());
+    const std::string url = "file://" + dir.file("repo");
+    svn({"checkout", "-q", url, dir.file("wc")});
+    svnCommit("a.txt", "one\n", "first in svn");
+    auto cloned = vn::test::runProgram(dir.path(), "git", {"svn", "clone", "-q", url, "clone"});
+    ASSERT_TRUE(cloned->success()) << cloned->errorOutput();
+    const std::string clone = dir.file("clone");
+    GitRepository plain;
     auto handler = std::make_shared<VNRepoHandlerGit>();
-    EXPECT_FALSE(handler->hasSvnInterop(repo.path()));
-    repo.git({"config", "svn-remote.svn.url", "svn://example.com/repo"});
-    EXPECT_TRUE(handler->hasSvnInterop(repo.path()));
-    EXPECT_TRUE(handler->isRemoteSvn(repo.path(), "Subversion"));
-    auto fetch = handler->fetchTasks(repo.path(), std::nullopt, false, false);
+    EXPECT_FALSE(handler->hasSvnInterop(plain.path()));
+    EXPECT_FALSE(handler->isRemoteSvn(plain.path(), "Subversion"));
+    EXPECT_TRUE(handler->hasSvnInterop(clone));
+    EXPECT_TRUE(handler->isRemoteSvn(clone, "Subversion"));
+    auto git = [&](const std::vector<std::string>& args) {
+        return trimmed(vn::test::runProgram(clone, "git", args)->output());
+    };
+
+    // Fetch without a remote: the clone has no git remotes, so only the Subversion fetch runs.
+    svnCommit("b.txt", "two\n", "second in svn");
+    auto fetch = handler->fetchTasks(clone, std::nullopt, false, false);
     ASSERT_EQ(fetch.size(), 1u);
     EXPECT_EQ(summary(*handler, *fetch[0]), "svn fetch");
-    auto dcommit = handler->svnDCommitTasks(repo.path(), "main");
-    ASSERT_EQ(dcommit.size(), 2u);
-    EXPECT_EQ(summary(*handler, *dcommit[0]), "svn rebase");
-    EXPECT_EQ(summary(*handler, *dcommit[1]), "svn dcommit");
+    std::string error;
+    ASSERT_TRUE(runAll(fetch, &error)) << error;
+    EXPECT_EQ(git({"log", "-1", "--format=%s", "refs/remotes/git-svn"}), "second in svn");
+    EXPECT_EQ(git({"log", "-1", "--format=%s", "HEAD"}), "first in svn") << "fetch only";
+
+    // A local commit goes to Subversion on top of a revision the clone has not seen yet.
+    vn::test::writeFile(clone + "/c.txt", "from git\n");
+    git({"add", "c.txt"});
+    git({"commit", "-q", "-m", "made in git"});
+    svnCommit("a.txt", "one, changed in svn\n", "third in svn");
+    auto push = handler->svnDCommitTasks(clone, "main");
+    ASSERT_EQ(push.size(), 2u);
+    EXPECT_EQ(summary(*handler, *push[0]), "svn rebase");
+    EXPECT_EQ(summary(*handler, *push[1]), "svn dcommit");
+    ASSERT_TRUE(runAll(push, &error)) << error;
+    EXPECT_NE(svn({"log", "-l", "1", url}).find("made in git"), std::string::npos);
+    EXPECT_EQ(svn({"cat", url + "/c.txt"}), "from git\n");
+    EXPECT_EQ(vn::test::readFile(clone + "/a.txt"), "one, changed in svn\n") << "rebased";
+    EXPECT_NE(git({"log", "-1", "--format=%B", "HEAD"}).find("git-svn-id: " + url + "@4"),
+              std::string::npos);
+    EXPECT_EQ(git({"status", "--porcelain"}), "");
 }
 
 }  // namespace
