@@ -3,7 +3,9 @@
 // format, the memory the whole history takes, the 95th percentile of a full-window repaint while
 // scrolling. The diff view's figures on a 500,000-line diff come from diff_view_bench.
 //
-//   desktop_history_bench [REPOSITORY] [--runs N]
+//   desktop_history_bench [REPOSITORY] [--runs N] [--scroll-only]
+//
+// --scroll-only measures the repaints alone; VARNEL_BENCH_STEPS=1 prints every scrolling step.
 //
 // The repository is cloned into the scratch folder first (the window runs git status, which may
 // refresh the index), so the one given is never written to.
@@ -167,9 +169,12 @@ double plainGitLog(const std::string& path) {
 int main(int argc, char** argv) {
     std::string source;
     int runs = 3;
+    bool scrollOnly = false;
     for (int i = 1; i < argc; ++i) {
         std::string word = argv[i];
-        if (word == "--runs" && i + 1 < argc) {
+        if (word == "--scroll-only") {
+            scrollOnly = true;
+        } else if (word == "--runs" && i + 1 < argc) {
             runs = std::max(1, std::atoi(argv[++i]));
         } else {
             source = word;
@@ -224,7 +229,23 @@ int main(int argc, char** argv) {
         window.historyView()->viewport()->repaint();
         viewportRepaints.push_back(static_cast<double>(clock.nsecsElapsed()) / 1e6);
     }
+    if (std::getenv("VARNEL_BENCH_STEPS")) {
+        for (std::size_t i = 0; i < repaints.size(); ++i) {
+            std::fprintf(stderr, "step %3zu: %7.2f ms, %7.2f ms processor, history %7.2f ms\n", i,
+                         repaints[i], repaintCpu[i], viewportRepaints[i]);
+        }
+    }
     window.close();
+    if (scrollOnly) {
+        std::printf("full-window repaint, scrolling  %8.2f ms p95, %.2f ms median (aim <= 16)\n",
+                    percentile(repaints, 0.95), median(repaints));
+        std::printf("  the same in processor time    %8.2f ms p95, %.2f ms median\n",
+                    percentile(repaintCpu, 0.95), median(repaintCpu));
+        std::printf("history viewport repaint        %8.2f ms p95, %.2f ms median\n",
+                    percentile(viewportRepaints, 0.95), median(viewportRepaints));
+        vn::bench::removeScratchFolder();
+        return 0;
+    }
 
     // A cold first run fills the caches (git's and the system's); the figures are of warm runs.
     openOnce(clone);

@@ -3,7 +3,10 @@
 #include <QPainter>
 #include <QPainterPath>
 
+#include <cmath>
+
 #include "desktop/VNHistoryModel.h"
+#include "desktop/VNPixelGrid.h"
 #include "desktop/VNTextCell.h"
 #include "model/VNLogDescriptionEntry.h"
 #include "model/VNLogLabel.h"
@@ -63,6 +66,11 @@ void VNDescriptionCell::paint(QPainter* painter, const QStyleOptionViewItem& opt
     if (row && row->description && !row->description->labels().empty()) {
         painter->setRenderHint(QPainter::Antialiasing, true);
         QRectF area = QRectF(option.rect).adjusted(3, 2, -3, -2);
+        // Chip edges on whole device pixels, with the outline inside them: crisp at any scale.
+        const VNPixelGrid grid(*painter);
+        const double outline = grid.width(1.0);
+        const double chipTop = grid.y(area.top());
+        const double chipBottom = grid.y(area.bottom());
         x = area.left();
         for (const auto& label : row->description->labels()) {
             if (!label) {
@@ -72,17 +80,20 @@ void VNDescriptionCell::paint(QPainter* painter, const QStyleOptionViewItem& opt
             QFont chipFont = option.font;
             chipFont.setBold(label->currentMarker());
             painter->setFont(chipFont);
+            const QFontMetrics chipMetrics(chipFont);
             double width = QFontMetricsF(chipFont).horizontalAdvance(text) + 10;
             if (x + width > area.right()) {
                 break;
             }
-            QRectF chip(x, area.top(), width, area.height());
+            const double chipLeft = grid.x(x);
+            QRectF chip(chipLeft, chipTop, grid.x(x + width) - chipLeft, chipBottom - chipTop);
             QColor fill = chipColour(*label, option.palette);
-            painter->setPen(QPen(fill.darker(130), 1));
+            painter->setPen(QPen(fill.darker(130), outline));
             painter->setBrush(fill);
-            painter->drawRoundedRect(chip, 4, 4);
+            painter->drawRoundedRect(
+                chip.adjusted(outline / 2, outline / 2, -outline / 2, -outline / 2), 4, 4);
             painter->setPen(option.palette.color(QPalette::Text));
-            painter->drawText(chip, Qt::AlignCenter, text);
+            VNTextCell::drawLine(*painter, chip.adjusted(5, 0, -5, 0), chipMetrics, text);
             x += width + 4;
         }
         x += 2;
@@ -91,8 +102,10 @@ void VNDescriptionCell::paint(QPainter* painter, const QStyleOptionViewItem& opt
     QRectF textRect(x, option.rect.top(), option.rect.right() - x - VNTextCell::Margin,
                     option.rect.height());
     painter->setPen(textColour);
-    painter->drawText(textRect, Qt::AlignVCenter | Qt::AlignLeft | Qt::TextSingleLine,
-                      QFontMetricsF(font).elidedText(subject, Qt::ElideRight, textRect.width()));
+    const QFontMetrics metrics(font);
+    VNTextCell::drawLine(*painter, textRect, metrics,
+                         metrics.elidedText(subject, Qt::ElideRight,
+                                            static_cast<int>(std::floor(textRect.width()))));
     painter->restore();
 }
 

@@ -30,14 +30,17 @@
 
 #include "app/VNApplication.h"
 #include "desktop/VNCommitDetails.h"
+#include "desktop/VNDesktopWindowController.h"
 #include "desktop/VNFileListModel.h"
 #include "desktop/VNHistoryModel.h"
 #include "desktop/VNMainLoopBridge.h"
 #include "desktop/VNPasswordDialog.h"
 #include "desktop/VNRemoteSheets.h"
 #include "desktop/VNRepoWindow.h"
+#include "desktop/VNSidebar.h"
 #include "desktop/VNTheme.h"
 #include "desktop/VNWorkingCopyPane.h"
+#include "handler/VNRepoDocument.h"
 #include "platform/Preferences.h"
 #include "platform/Resources.h"
 
@@ -185,6 +188,7 @@ VNLaunchRequest VNLaunchRequest::parse(const QStringList& arguments) {
 }
 
 VNDesktopApplication::VNDesktopApplication(QObject* parent) : QObject(parent) {
+    VNDesktopWindowController::registerFactory();
     connect(qApp, &QCoreApplication::aboutToQuit, this, [this] { quitting_ = true; });
 }
 
@@ -222,6 +226,7 @@ void VNDesktopApplication::windowClosed(QObject* window) {
     // Only compared: the window is being destroyed.
     bool last = windows_.size() == 1;
     windows_.removeIf([window](VNRepoWindow* open) { return open == window; });
+    controllers_.remove(window);
     // Closing the last window, like quitting, leaves the list as it was: it reopens next time.
     if (!last && !quitting_) {
         rememberOpenWindows();
@@ -259,14 +264,30 @@ VNRepoWindow* VNDesktopApplication::open(const QString& pathOrUrl, QString* erro
         }
         return nullptr;
     }
-    auto* window = new VNRepoWindow(handler, path);
+    // Through the engine's window hook, as every window of a document is made.
+    auto doc = std::make_shared<VNRepoDocument>(path, handler);
+    auto controller = std::dynamic_pointer_cast<VNDesktopWindowController>(
+        handler->newWindowControllerWithDoc(doc));
+    VNRepoWindow* window = controller ? controller->window() : nullptr;
+    if (!window) {
+        if (error) {
+            *error = tr("No window could be made for %1.").arg(folder);
+        }
+        return nullptr;
+    }
     window->setAttribute(Qt::WA_DeleteOnClose, true);
     windows_ << window;
+    controllers_.insert(window, controller);
     connect(window, &QObject::destroyed, this, &VNDesktopApplication::windowClosed);
     addRecentRepository(folder);
     rememberOpenWindows();
-    window->show();
+    controller->showWindow();
     return window;
+}
+
+std::shared_ptr<VNRepoWindowController> VNDesktopApplication::controllerOf(
+    VNRepoWindow* window) const {
+    return controllers_.value(window);
 }
 
 void VNDesktopApplication::showOpenDialog() {
@@ -354,9 +375,25 @@ int VNDesktopApplication::screenshot(const VNLaunchRequest& request) {
                   << "\n";
         return 1;
     }
-    VNRepoWindow window(handler, path);
+    VNDesktopWindowController::registerFactory();
+    auto controller = std::dynamic_pointer_cast<VNDesktopWindowController>(
+        handler->newWindowControllerWithDoc(std::make_shared<VNRepoDocument>(path, handler)));
+    if (!controller || !controller->window()) {
+        std::cerr << "varnel: no window could be made for " << path << "\n";
+        return 1;
+    }
+    std::unique_ptr<VNRepoWindow> owned(controller->window());
+    VNRepoWindow& window = *owned;
+    // The sidebar and the working copy read once the first rows are in; the picture waits for
+    // their first answers too, Mercurial's being slow to come.
+    bool sidebarRead = false;
+    bool statusRead = false;
+    QObject::connect(window.sidebar(), &VNSidebar::refreshed, &window,
+                     [&sidebarRead] { sidebarRead = true; });
+    QObject::connect(window.workingCopyPane(), &VNWorkingCopyPane::statusRefreshed, &window,
+                     [&statusRead] { statusRead = true; });
     window.resize(request.screenshotSize);
-    window.show();
+    controller->showWindow();
     if (!waitUntil([&] { return !window.historyModel()->isLoading(); }, 120000)) {
         std::cerr << "varnel: the history did not load in time\n";
         return 1;
@@ -371,6 +408,7 @@ int VNDesktopApplication::screenshot(const VNLaunchRequest& request) {
             return 1;
         }
     }
+    waitUntil([&] { return sidebarRead && statusRead; }, 30000);
     // The chosen commit's files and first diff, when a commit is chosen.
     VNCommitDetails* details = window.details();
     waitUntil([&] { return details->settled(); }, 30000);

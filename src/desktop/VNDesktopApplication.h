@@ -1,12 +1,16 @@
 #pragma once
 
+#include <QHash>
 #include <QObject>
 #include <QPointer>
 #include <QSize>
 #include <QString>
 #include <QStringList>
 
+#include <memory>
 #include <optional>
+
+class VNRepoWindowController;
 
 namespace vn::desktop {
 
@@ -44,6 +48,8 @@ class VNDesktopApplication : public QObject {
     // The dialog with the recent repositories and a folder chooser.
     void showOpenDialog();
     QList<VNRepoWindow*> windows() const;
+    // The engine's handle on an open window.
+    std::shared_ptr<VNRepoWindowController> controllerOf(VNRepoWindow* window) const;
 
     static QStringList recentRepositories();
     static void addRecentRepository(const QString& path);
@@ -59,6 +65,7 @@ class VNDesktopApplication : public QObject {
     void windowClosed(QObject* window);
 
     QList<VNRepoWindow*> windows_;
+    QHash<QObject*, std::shared_ptr<VNRepoWindowController>> controllers_;
     bool quitting_ = false;
 };
 

@@ -3,11 +3,43 @@
 #include <QApplication>
 #include <QPainter>
 
+#include <cmath>
+
 #include "desktop/VNHistoryModel.h"
+#include "desktop/VNPixelGrid.h"
 #include "desktop/VNTextCell.h"
 #include "model/VNLogGraphEntry.h"
 
 namespace vn::desktop {
+
+namespace {
+
+// Cuts a polyline that runs left to right or right to left at x = `limit`, keeping the part
+// left of it. A bend may cross a hundred lanes of which the cell shows ten; stroking all of it
+// and clipping afterwards costs a millisecond a row. Answers the number of points kept.
+int keepLeftOf(double limit, const QPointF* points, int count, QPointF* kept) {
+    int n = 0;
+    for (int i = 0; i < count; ++i) {
+        const QPointF& point = points[i];
+        const bool inside = point.x() <= limit;
+        if (i > 0) {
+            const QPointF& previous = points[i - 1];
+            if (inside != (previous.x() <= limit)) {
+                const double t = (limit - previous.x()) / (point.x() - previous.x());
+                kept[n++] = QPointF(limit, previous.y() + t * (point.y() - previous.y()));
+                if (!inside) {
+                    break;
+                }
+            }
+        }
+        if (inside) {
+            kept[n++] = point;
+        }
+    }
+    return n;
+}
+
+}  // namespace
 
 QColor VNGraphCell::colourOf(const VNLogGraphColour& colour) {
     if (colour.kind == VNLogGraphColour::Kind::None) {
@@ -24,80 +56,112 @@ QColor VNGraphCell::colourOf(const VNLogGraphColour& colour) {
 
 void VNGraphCell::paintGraph(QPainter& painter, const QRectF& rect, const VNLogGraphEntry& entry,
                              bool workingCopy, bool selected, const QColor& halo) {
-    const double top = rect.top();
-    const double bottom = rect.bottom();
-    const double middle = rect.center().y();
+    const VNPixelGrid grid(painter);
+    const double strokeWidth = grid.width(StrokeWidth);
+    const double haloWidth = grid.width(HaloWidth);
+    // Every lane is centred where its snapped stroke is, so that dots, bends and straight runs
+    // line up exactly.
     const double left = rect.left();
-    auto x = [&](uint32_t lane) { return left + laneCentre(lane); };
+    auto x = [&](uint32_t lane) {
+        return grid.bandLeft(left + laneCentre(lane), strokeWidth) + strokeWidth / 2;
+    };
+    const double top = grid.y(rect.top());
+    const double bottom = grid.y(rect.top() + rect.height());
+    const double height = bottom - top;
+    const double middle = grid.y(top + height / 2);
+    const double quarter = height / 4;
     const double dotX = x(entry.commitColumn);
-
-    painter.save();
-    painter.setRenderHint(QPainter::Antialiasing, true);
-    painter.setBrush(Qt::NoBrush);
-    QPen pen;
-    pen.setCapStyle(Qt::FlatCap);
-    pen.setJoinStyle(Qt::RoundJoin);
     // Lines wholly right of the cell are clipped anyway; a wide graph has many.
     const double visibleRight = rect.right() + HaloWidth;
-    const double height = bottom - top;
-    const double quarter = height / 4;
+
+    const bool antialiased = painter.testRenderHint(QPainter::Antialiasing);
+    painter.setBrush(Qt::NoBrush);
+
+    // Straight runs first: snapped rectangles need no antialiasing and are filled as blocks.
+    // The bends come after, so that their halos cut across the runs they cross.
+    painter.setRenderHint(QPainter::Antialiasing, false);
+    bool anyBends = false;
     std::size_t position = 0;
     for (const VNLogGraphEntryLine& line : entry.lineColumns) {
         const std::size_t index = position++;
         if (line.isBlank) {
             continue;
         }
-        const double fromX = line.terminates ? dotX : x(line.endCol);
-        const double toX = line.originates ? dotX : x(line.startCol);
-        if (fromX > visibleRight && toX > visibleRight) {
+        if (line.terminates || line.originates || line.endCol != line.startCol) {
+            anyBends = true;
+            continue;
+        }
+        const double laneX = x(line.endCol);
+        if (laneX > visibleRight) {
             continue;
         }
         QColor colour = colourOf(line.lineColour);
         // In a selected row the lines that only pass by step back. The line's place in the list
         // is compared with the commit lane on purpose: that is the rule the graph keeps.
-        const bool faded = selected && index != entry.commitColumn && !line.terminates;
-        if (faded) {
+        if (selected && index != entry.commitColumn) {
             colour.setAlphaF(0.6f);
-        }
-        if (!line.terminates && !line.originates && line.endCol == line.startCol) {
-            // Most segments run straight down their lane: rectangles are far cheaper to fill
-            // than strokes.
-            if (!faded) {
-                painter.fillRect(QRectF(fromX - HaloWidth / 2, top, HaloWidth, height), halo);
-            }
-            painter.fillRect(QRectF(fromX - StrokeWidth / 2, top, StrokeWidth, height), colour);
-            continue;
-        }
-        // Angled segments that bend between the row's middle and its edges, so that every line
-        // crosses the row's edges straight up and down and joins the rows above and below.
-        QPointF points[4];
-        int count = 0;
-        if (line.terminates) {
-            points[count++] = QPointF(dotX, middle);
         } else {
-            points[count++] = QPointF(fromX, top);
-            if (line.originates || line.endCol != line.startCol) {
+            painter.fillRect(QRectF(grid.x(laneX - haloWidth / 2), top, haloWidth, height), halo);
+        }
+        painter.fillRect(QRectF(laneX - strokeWidth / 2, top, strokeWidth, height), colour);
+    }
+
+    painter.setRenderHint(QPainter::Antialiasing, true);
+    if (anyBends) {
+        QPen pen;
+        pen.setCapStyle(Qt::FlatCap);
+        pen.setJoinStyle(Qt::RoundJoin);
+        position = 0;
+        for (const VNLogGraphEntryLine& line : entry.lineColumns) {
+            const std::size_t index = position++;
+            if (line.isBlank ||
+                !(line.terminates || line.originates || line.endCol != line.startCol)) {
+                continue;
+            }
+            const double fromX = line.terminates ? dotX : x(line.endCol);
+            const double toX = line.originates ? dotX : x(line.startCol);
+            if (fromX > visibleRight && toX > visibleRight) {
+                continue;
+            }
+            QColor colour = colourOf(line.lineColour);
+            const bool faded = selected && index != entry.commitColumn && !line.terminates;
+            if (faded) {
+                colour.setAlphaF(0.6f);
+            }
+            // Segments bend between the row's middle and its edges, so that every line crosses
+            // the row's edges straight up and down and joins the rows above and below.
+            QPointF points[4];
+            QPointF kept[6];
+            int count = 0;
+            if (line.terminates) {
+                points[count++] = QPointF(dotX, middle);
+            } else {
+                points[count++] = QPointF(fromX, top);
                 points[count++] = QPointF(fromX, top + quarter);
             }
-        }
-        if (line.originates) {
-            points[count++] = QPointF(dotX, middle);
-        } else {
-            if (fromX != toX) {
-                points[count++] = QPointF(toX, line.terminates ? bottom - quarter : middle);
+            if (line.originates) {
+                points[count++] = QPointF(dotX, middle);
+            } else {
+                if (fromX != toX) {
+                    points[count++] = QPointF(toX, line.terminates ? bottom - quarter : middle);
+                }
+                points[count++] = QPointF(toX, bottom);
             }
-            points[count++] = QPointF(toX, bottom);
-        }
-        if (!faded) {
-            pen.setWidthF(HaloWidth);
-            pen.setColor(halo);
+            count = keepLeftOf(visibleRight, points, count, kept);
+            if (count < 2) {
+                continue;
+            }
+            if (!faded) {
+                pen.setWidthF(haloWidth);
+                pen.setColor(halo);
+                painter.setPen(pen);
+                painter.drawPolyline(kept, count);
+            }
+            pen.setWidthF(strokeWidth);
+            pen.setColor(colour);
             painter.setPen(pen);
-            painter.drawPolyline(points, count);
+            painter.drawPolyline(kept, count);
         }
-        pen.setWidthF(StrokeWidth);
-        pen.setColor(colour);
-        painter.setPen(pen);
-        painter.drawPolyline(points, count);
     }
 
     const double diameter = workingCopy ? WorkingCopyDotDiameter : DotDiameter;
@@ -111,7 +175,7 @@ void VNGraphCell::paintGraph(QPainter& painter, const QRectF& rect, const VNLogG
         painter.setBrush(halo);
         painter.drawEllipse(centre, diameter / 4, diameter / 4);
     }
-    painter.restore();
+    painter.setRenderHint(QPainter::Antialiasing, antialiased);
 }
 
 void VNGraphCell::paint(QPainter* painter, const QStyleOptionViewItem& option,

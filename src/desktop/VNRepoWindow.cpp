@@ -33,6 +33,7 @@
 #include "desktop/VNProgressWindow.h"
 #include "desktop/VNRemoteSheets.h"
 #include "desktop/VNSidebar.h"
+#include "desktop/VNTextCell.h"
 #include "desktop/VNTheme.h"
 #include "desktop/VNWorkingCopyPane.h"
 #include "git/VNRepoHandlerGit.h"
@@ -169,6 +170,7 @@ VNRepoWindow::VNRepoWindow(std::shared_ptr<VNRepoHandler> handler, std::string p
         updateStatus();
         if (!graphColumnSized_) {
             sizeGraphColumn();
+            sizeCommitColumn();
         }
         if (!pendingSelection_.empty()) {
             selectRevision(QString::fromStdString(pendingSelection_));
@@ -417,6 +419,26 @@ void VNRepoWindow::sizeGraphColumn() {
         header->resizeSection(VNHistoryModel::GraphColumn, std::max(width, 40));
     }
     graphColumnSized_ = history_->rowCount() > 50;
+}
+
+void VNRepoWindow::sizeCommitColumn() {
+    // Mercurial shows "rev:hash" and its numbers grow down the history: the newest rows hold the
+    // widest. The column only grows, so that a width the user chose stays when it is enough.
+    const int rows = std::min(history_->rowCount(), 200);
+    const QFontMetrics metrics = historyView_->fontMetrics();
+    int widest = 0;
+    for (int i = 0; i < rows; ++i) {
+        widest = std::max(
+            widest,
+            metrics.horizontalAdvance(
+                history_->index(i, VNHistoryModel::CommitColumn).data(Qt::DisplayRole).toString()));
+    }
+    const int wanted =
+        widest + 2 * VNTextCell::Margin + metrics.horizontalAdvance(QLatin1Char('M'));
+    QHeaderView* header = historyView_->horizontalHeader();
+    if (widest > 0 && header->sectionSize(VNHistoryModel::CommitColumn) < wanted) {
+        header->resizeSection(VNHistoryModel::CommitColumn, wanted);
+    }
 }
 
 void VNRepoWindow::updateStatus() {

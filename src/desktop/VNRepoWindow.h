@@ -90,6 +90,7 @@ class VNRepoWindow : public QMainWindow {
     void updateStatus();
     void historyFinished(bool ok);
     void sizeGraphColumn();
+    void sizeCommitColumn();
     void refreshPanes();
 
     std::shared_ptr<VNRepoHandler> handler_;

@@ -2,6 +2,8 @@
 
 #include <QPainter>
 
+#include <cmath>
+
 namespace vn::desktop {
 
 QColor VNTextCell::paintBackground(QPainter* painter, const QStyleOptionViewItem& option) {
@@ -25,8 +27,16 @@ void VNTextCell::paint(QPainter* painter, const QStyleOptionViewItem& option,
     QRect area = option.rect.adjusted(Margin, 0, -Margin, 0);
     painter->setPen(text);
     painter->setFont(option.font);
-    painter->drawText(area, Qt::AlignVCenter | Qt::AlignLeft | Qt::TextSingleLine,
-                      option.fontMetrics.elidedText(value, Qt::ElideRight, area.width()));
+    drawLine(*painter, area, option.fontMetrics,
+             option.fontMetrics.elidedText(value, Qt::ElideRight, area.width()));
+}
+
+void VNTextCell::drawLine(QPainter& painter, const QRectF& area, const QFontMetrics& metrics,
+                          const QString& text) {
+    // Drawn at its baseline: a rectangle with alignment flags lays the text out with a whole
+    // QTextLayout, a large part of a table's repaint.
+    const double baseline = area.top() + (area.height() - metrics.height()) / 2 + metrics.ascent();
+    painter.drawText(QPointF(area.left(), std::round(baseline)), text);
 }
 
 }  // namespace vn::desktop

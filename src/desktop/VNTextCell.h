@@ -16,6 +16,9 @@ class VNTextCell : public QStyledItemDelegate {
 
     // Fills a selected row's cell with the highlight; answers the colour its text takes.
     static QColor paintBackground(QPainter* painter, const QStyleOptionViewItem& option);
+    // Draws one line of text, already short enough, vertically centred in `area`.
+    static void drawLine(QPainter& painter, const QRectF& area, const QFontMetrics& metrics,
+                         const QString& text);
     static constexpr int Margin = 4;
 };
 

@@ -1,8 +1,13 @@
 #include "desktop/VNTheme.h"
 
+#include <QAbstractSpinBox>
 #include <QApplication>
+#include <QComboBox>
+#include <QPainter>
+#include <QProxyStyle>
 #include <QStyle>
 #include <QStyleFactory>
+#include <QStyleOption>
 
 #include "platform/Preferences.h"
 
@@ -11,7 +16,90 @@ namespace vn::desktop {
 namespace {
 VNTheme::Kind gCurrent = VNTheme::Kind::System;
 constexpr const char* ThemeKey = "desktopTheme";
+
+// Fusion outlines check boxes, radio buttons, text fields and framed lists with the window colour
+// darkened, which on a dark window is as dark as what they frame: an unticked box or an empty
+// field disappears. On dark palettes this style draws those outlines again, over Fusion's own, in
+// a grey between the text and the base.
+class ReadableStyle : public QProxyStyle {
+  public:
+    using QProxyStyle::QProxyStyle;
+
+    void drawPrimitive(PrimitiveElement element, const QStyleOption* option, QPainter* painter,
+                       const QWidget* widget) const override {
+        QProxyStyle::drawPrimitive(element, option, painter, widget);
+        enum Shape { None, Box, Circle, Field, Frame };
+        Shape shape = None;
+        switch (element) {
+            case PE_IndicatorCheckBox:
+            case PE_IndicatorItemViewItemCheck:
+                shape = Box;
+                break;
+            case PE_IndicatorRadioButton:
+                shape = Circle;
+                break;
+            case PE_PanelLineEdit:
+            case PE_FrameLineEdit: {
+                // A focused field has Fusion's highlight for an outline; fields inside combo
+                // and spin boxes are framed by those.
+                const auto* frame = qstyleoption_cast<const QStyleOptionFrame*>(option);
+                const bool inside = widget && widget->parentWidget() &&
+                                    (qobject_cast<const QComboBox*>(widget->parentWidget()) ||
+                                     qobject_cast<const QAbstractSpinBox*>(widget->parentWidget()));
+                if (frame && frame->lineWidth > 0 && !inside &&
+                    !option->state.testFlag(State_HasFocus)) {
+                    shape = Field;
+                }
+                break;
+            }
+            case PE_Frame:
+                shape = Frame;
+                break;
+            default:
+                break;
+        }
+        if (shape == None || !VNTheme::isDark(option->palette)) {
+            return;
+        }
+        QColor outline = VNTheme::outline(option->palette, shape == Box || shape == Circle);
+        if (!option->state.testFlag(State_Enabled)) {
+            outline.setAlphaF(0.5f);
+        }
+        painter->save();
+        painter->setRenderHint(QPainter::Antialiasing, true);
+        painter->setBrush(Qt::NoBrush);
+        painter->setPen(QPen(outline, 1.0));
+        // The same inset as Fusion's own outline, so that it lies exactly over it.
+        const QRectF area = QRectF(option->rect).adjusted(0.5, 0.5, -0.5, -0.5);
+        switch (shape) {
+            case Circle:
+                painter->drawEllipse(area);
+                break;
+            case Field:
+                painter->drawRoundedRect(area, 2, 2);
+                break;
+            default:
+                painter->drawRect(area);
+                break;
+        }
+        painter->restore();
+    }
+};
+
 }  // namespace
+
+bool VNTheme::isDark(const QPalette& palette) {
+    return palette.color(QPalette::Window).lightnessF() < 0.5;
+}
+
+QColor VNTheme::outline(const QPalette& palette, bool strong) {
+    const QColor text = palette.color(QPalette::Text);
+    const QColor base = palette.color(QPalette::Base);
+    const float weight = strong ? 0.45f : 0.33f;
+    auto mix = [weight](float a, float b) { return a * weight + b * (1 - weight); };
+    return QColor::fromRgbF(mix(text.redF(), base.redF()), mix(text.greenF(), base.greenF()),
+                            mix(text.blueF(), base.blueF()));
+}
 
 VNTheme::Kind VNTheme::fromName(const QString& name) {
     if (name.compare(QStringLiteral("light"), Qt::CaseInsensitive) == 0) {
@@ -79,8 +167,8 @@ QPalette VNTheme::palette(Kind kind) {
 
 void VNTheme::apply(Kind kind, bool remember) {
     gCurrent = kind;
-    if (!QApplication::style() || QApplication::style()->name() != QStringLiteral("fusion")) {
-        QApplication::setStyle(QStringLiteral("Fusion"));
+    if (!dynamic_cast<ReadableStyle*>(QApplication::style())) {
+        QApplication::setStyle(new ReadableStyle(QStyleFactory::create(QStringLiteral("Fusion"))));
     }
     QApplication::setPalette(kind == Kind::System ? QApplication::style()->standardPalette()
                                                   : palette(kind));

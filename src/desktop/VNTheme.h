@@ -19,6 +19,11 @@ class VNTheme {
     static Kind current();
     // The theme the preferences name.
     static Kind preferred();
+    // Whether the palette is a dark one.
+    static bool isDark(const QPalette& palette);
+    // A frame colour that stands out from the base and the window of light and dark palettes;
+    // `strong` for the small controls (check boxes) that must be found at a glance.
+    static QColor outline(const QPalette& palette, bool strong = true);
 };
 
 }  // namespace vn::desktop

@@ -7,6 +7,7 @@
 #include "base/Regex.h"
 #include "handler/GitSettings.h"
 #include "handler/ToolPaths.h"
+#include "handler/VNRepoWindowController.h"
 #include "platform/CredentialStore.h"
 #include "platform/FileSystem.h"
 #include "platform/Log.h"
@@ -109,6 +110,11 @@ std::string VNRepoHandlerGit::detectedVersionNumber() {
     versionNumber_ = match ? match->str(1) : firstLine(task->output());
     versionGitPath_ = path;
     return *versionNumber_;
+}
+
+std::shared_ptr<VNRepoWindowController> VNRepoHandlerGit::newWindowControllerWithDoc(
+    std::shared_ptr<VNRepoDocument> doc) {
+    return VNRepoWindowController::create(std::move(doc));
 }
 
 vn::Record VNRepoHandlerGit::versionDetails() {

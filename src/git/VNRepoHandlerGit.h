@@ -31,6 +31,9 @@ class VNRepoHandlerGit : public VNRepoHandlerBase {
     // The index: changes are staged before they are committed.
     bool hasCommitStaging() const override { return true; }
     bool hasSequentialRevisions() const override { return false; }
+    // A window from the factory the front end registered (none in `vrnl`).
+    std::shared_ptr<VNRepoWindowController> newWindowControllerWithDoc(
+        std::shared_ptr<VNRepoDocument> doc) override;
     // "number" (the version as git prints it, such as "2.39.5"), "standard", "location",
     // "exists". `git --version` runs once per git executable; the answer is kept.
     vn::Record versionDetails() override;

@@ -3,6 +3,7 @@
 #include <array>
 
 #include "handler/ToolPaths.h"
+#include "handler/VNRepoWindowController.h"
 #include "hg/VNHgCommandServer.h"
 #include "platform/FileSystem.h"
 #include "platform/Log.h"
@@ -10,6 +11,11 @@
 #include "platform/Resources.h"
 
 // ---- Tools -------------------------------------------------------------------------------------
+
+std::shared_ptr<VNRepoWindowController> VNRepoHandlerMercurial::newWindowControllerWithDoc(
+    std::shared_ptr<VNRepoDocument> doc) {
+    return VNRepoWindowController::create(std::move(doc));
+}
 
 std::string VNRepoHandlerMercurial::hgPath() const {
     return vn::ToolPaths::hgPath();

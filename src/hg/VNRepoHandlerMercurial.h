@@ -38,6 +38,9 @@ class VNRepoHandlerMercurial : public VNRepoHandlerBase {
     bool isDistributed() const override { return true; }
     bool hasHashedChangesets() const override { return true; }
     bool hasSequentialRevisions() const override { return true; }
+    // A window from the factory the front end registered (none in `vrnl`).
+    std::shared_ptr<VNRepoWindowController> newWindowControllerWithDoc(
+        std::shared_ptr<VNRepoDocument> doc) override;
 
     // The command word, "-y" unless the command may prompt, and the certificate override when
     // `needsWebCacertsConfigSetting` is set. For a bundle pass "-R" as the command and append the

@@ -5,8 +5,12 @@
 
 #include "DesktopSupport.h"
 #include "desktop/VNDesktopApplication.h"
+#include "desktop/VNDesktopWindowController.h"
 #include "desktop/VNHistoryModel.h"
 #include "desktop/VNRepoWindow.h"
+#include "handler/VNRepoDocument.h"
+#include "handler/VNRepoWindowController.h"
+#include "support/HgRepository.h"
 #include "support/TestEnvironment.h"
 
 namespace {
@@ -120,6 +124,65 @@ TEST(VNDesktopApplication, OpensWorkingCopiesOnceAndRemembersThem) {
     ASSERT_TRUE(desktop.windows().isEmpty());
     EXPECT_EQ(VNDesktopApplication::lastOpenWindows(),
               QStringList{QString::fromStdString(repo.path())});
+}
+
+// Every window the application opens comes from the engine's window hook, for Git and for
+// Mercurial alike, and its handle closes it.
+TEST(VNDesktopApplication, OpensWindowsThroughTheEnginesWindowHook) {
+    vn::test::GitRepository git;
+    git.commitFile("a.txt", "a\n", "first");
+    vn::test::HgRepository hg;
+    hg.commitFile("a.txt", "a\n", "first");
+    VNDesktopApplication desktop;
+    std::vector<std::shared_ptr<VNRepoDocument>> asked;
+    VNRepoWindowController::Factory desktops = VNRepoWindowController::registerFactory({});
+    ASSERT_TRUE(desktops);
+    VNRepoWindowController::registerFactory([&](std::shared_ptr<VNRepoDocument> doc) {
+        asked.push_back(doc);
+        return desktops(std::move(doc));
+    });
+
+    const struct {
+        const char* name;
+        std::string path;
+        VNRepositoryType type;
+    } cases[] = {{"git", git.path(), VNRepositoryTypeGit},
+                 {"hg", hg.path(), VNRepositoryTypeMercurial}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        QString error;
+        auto* window = desktop.open(QString::fromStdString(c.path) + QStringLiteral("/"), &error);
+        ASSERT_NE(window, nullptr) << error.toStdString();
+        ASSERT_FALSE(asked.empty());
+        EXPECT_EQ(asked.back()->path(), c.path);
+        EXPECT_EQ(asked.back()->repositoryType(), c.type);
+        EXPECT_EQ(window->handler(), asked.back()->handler());
+        EXPECT_EQ(window->path(), c.path);
+        auto controller = desktop.controllerOf(window);
+        ASSERT_NE(controller, nullptr);
+        EXPECT_EQ(controller->document(), asked.back());
+        EXPECT_TRUE(window->isVisible());
+        // A second open raises the window that is there.
+        const std::size_t before = asked.size();
+        EXPECT_EQ(desktop.open(QString::fromStdString(c.path)), window);
+        EXPECT_EQ(asked.size(), before);
+
+        vn::test::desktop::waitInLoop([&] { return !window->historyModel()->isLoading(); });
+        controller->close();
+        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+        EXPECT_TRUE(desktop.windows().isEmpty());
+        auto* handle = dynamic_cast<vn::desktop::VNDesktopWindowController*>(controller.get());
+        ASSERT_NE(handle, nullptr);
+        EXPECT_EQ(handle->window(), nullptr);
+    }
+    EXPECT_EQ(asked.size(), 2u);
+
+    // Without a factory nothing opens, and the reason is given.
+    VNRepoWindowController::registerFactory({});
+    QString error;
+    EXPECT_EQ(desktop.open(QString::fromStdString(git.path()), &error), nullptr);
+    EXPECT_TRUE(error.contains(QStringLiteral("No window"))) << error.toStdString();
+    VNRepoWindowController::registerFactory(desktops);
 }
 
 }  // namespace

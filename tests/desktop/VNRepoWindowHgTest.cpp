@@ -19,6 +19,7 @@
 #include "desktop/VNRefsModel.h"
 #include "desktop/VNRepoWindow.h"
 #include "desktop/VNSidebar.h"
+#include "desktop/VNTextCell.h"
 #include "desktop/VNWorkingCopyPane.h"
 #include "hg/VNRepoHandlerMercurial.h"
 #include "model/VNDiffModel.h"
@@ -126,6 +127,14 @@ TEST_F(RepoWindowHgTest, HistoryLabelsAndSidebarFollowHg) {
     EXPECT_EQ(window->historyView()->currentIndex().row(), 4);
     EXPECT_EQ(model.index(4, VNHistoryModel::CommitColumn).data().toString().toStdString(),
               "1:" + nodes[4].substr(0, 12));
+    // "rev:hash" is never cut short.
+    const QFontMetrics metrics = window->historyView()->fontMetrics();
+    const int commitWidth = window->historyView()->columnWidth(VNHistoryModel::CommitColumn);
+    for (int i = 1; i < model.rowCount(); ++i) {
+        SCOPED_TRACE(i);
+        QString shown = model.index(i, VNHistoryModel::CommitColumn).data().toString();
+        EXPECT_LE(metrics.horizontalAdvance(shown) + 2 * VNTextCell::Margin, commitWidth);
+    }
 
     struct Labelled {
         const char* rev;
