@@ -175,8 +175,9 @@ VNPushSheet::VNPushSheet(std::shared_ptr<VNRepoHandlerGit> handler, std::string 
     auto* buttons = sheetButtons(this, tr("Push"));
     connect(buttons, &QDialogButtonBox::accepted, this, [this] { start(); });
     layout->addWidget(buttons);
+    connect(url_, &QLineEdit::textEdited, this, [this](const QString& text) { customUrl_ = text; });
     connect(remote_, &QComboBox::currentIndexChanged, this, [this] {
-        url_->setEnabled(selectedRemote() == CustomRemote);
+        showSelectedUrl();
         fillBranches();
     });
     resize(560, 380);
@@ -191,8 +192,14 @@ void VNPushSheet::loadExtra(const VNRemoteSheetData& data) {
             remote_->setCurrentIndex(remote_->count() - 1);
         }
     }
-    url_->setEnabled(selectedRemote() == CustomRemote);
+    showSelectedUrl();
     fillBranches();
+}
+
+void VNPushSheet::showSelectedUrl() {
+    bool custom = selectedRemote() == CustomRemote;
+    url_->setText(custom ? customUrl_ : remote_->currentData(Qt::ToolTipRole).toString());
+    url_->setEnabled(custom);
 }
 
 void VNPushSheet::fillBranches() {

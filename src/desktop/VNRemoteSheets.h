@@ -110,9 +110,12 @@ class VNPushSheet : public VNRemoteSheet {
 
   private:
     void fillBranches();
+    // A chosen remote shows its URL read-only; "Custom URL" gives back what was typed there.
+    void showSelectedUrl();
 
     QTableWidget* branches_;
     QLineEdit* url_;
+    QString customUrl_;
     QCheckBox* force_;
     QCheckBox* tags_;
 };

@@ -117,8 +117,9 @@ VNRepoWindow::VNRepoWindow(std::shared_ptr<VNRepoHandler> handler, std::string p
     mainSplitter_->setStretchFactor(0, 0);
     mainSplitter_->setStretchFactor(1, 1);
     mainSplitter_->setSizes({220, 1000});
-    // The lower half holds the file lists, the diff and the commit pane: it gets the larger share.
-    centreSplitter_->setSizes({400, 600});
+    // The lower half holds the file lists, the diff and the commit pane, so it gets a little more;
+    // the history still shows a screenful of rows.
+    centreSplitter_->setSizes({460, 540});
     setCentralWidget(mainSplitter_);
     QHeaderView* columns = historyView_->horizontalHeader();
     const int em = historyView_->fontMetrics().horizontalAdvance(QLatin1Char('M'));

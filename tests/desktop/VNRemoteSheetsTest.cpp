@@ -1,5 +1,6 @@
 #include <QCheckBox>
 #include <QComboBox>
+#include <QLineEdit>
 #include <QPushButton>
 #include <QSignalSpy>
 #include <QTableWidget>
@@ -84,6 +85,17 @@ TEST(VNPushSheet, PushesTheChosenBranchesAndSetsTheirUpstream) {
     VNPushSheet sheet(f.handler, f.repo.path());
     openAndLoad(sheet);
     EXPECT_EQ(sheet.remoteChoice()->currentText(), QStringLiteral("origin"));
+    // The chosen remote's URL shows read-only; "Custom URL" gives back what was typed.
+    EXPECT_EQ(sheet.urlField()->text().toStdString(), "file://" + f.bare);
+    EXPECT_FALSE(sheet.urlField()->isEnabled());
+    sheet.remoteChoice()->setCurrentIndex(sheet.remoteChoice()->count() - 1);
+    EXPECT_TRUE(sheet.urlField()->text().isEmpty());
+    sheet.urlField()->setText(QStringLiteral("https://example.com/r.git"));
+    Q_EMIT sheet.urlField()->textEdited(sheet.urlField()->text());
+    sheet.remoteChoice()->setCurrentIndex(0);
+    sheet.remoteChoice()->setCurrentIndex(sheet.remoteChoice()->count() - 1);
+    EXPECT_EQ(sheet.urlField()->text(), QStringLiteral("https://example.com/r.git"));
+    sheet.remoteChoice()->setCurrentIndex(0);
     QTableWidget* table = sheet.branchTable();
     ASSERT_EQ(table->rowCount(), 2);
     int mainRow = f.rowOf(sheet, QStringLiteral("main"));
