@@ -9,7 +9,9 @@
 //   first page   the same with the working-copy row, against the bare `hg log` and `hg status`
 //   + wc row     side by side (the row needs to know whether the working copy has changes)
 //   labels       the label lookup from one log run against the three listing commands side by
-//                side (the handler uses the listings through chg, the one run without)
+//                side, both over the whole history (a page asks only for its own revisions'
+//                tags, in one run; the whole history's labels come from the listings through
+//                chg, from the one run without)
 //   status       fileStatus with the default mask (status parsed into records)
 //                against the bare `hg status` run Varnel makes for it
 //
@@ -206,6 +208,10 @@ int main(int argc, char** argv) {
         part(("bare log run" + label).c_str(), runs, bareLog);
         part(("labels from one run" + label).c_str(), runs,
              [&] { handler->labelsByRevisionFromOneRun(path, false, false); });
+        part(("labels of the page's window" + label).c_str(), runs, [&] {
+            handler->labelsByRevision(path, false, false, std::nullopt,
+                                      VNRepoHandlerMercurial::LabelWindow{"tip", 1000});
+        });
         part(("labels from three listings" + label).c_str(), runs,
              [&] { handler->labelsByRevisionFromListings(path, false, false); });
         part(("status check (has changes)" + label).c_str(), runs,

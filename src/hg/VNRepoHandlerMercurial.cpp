@@ -157,6 +157,14 @@ bool VNRepoHandlerMercurial::usesCommandServer() const {
 
 void VNRepoHandlerMercurial::handleHgFailure(const std::string& label, int64_t exitCode,
                                              const std::string& errorOutput, bool displayToUser) {
+    // The line that names a missing extension leads: it says what to do, hg's line only what
+    // it did not know.
+    static constexpr std::string_view Note = "This needs the Mercurial extension";
+    if (std::size_t note = errorOutput.find(Note); note != std::string::npos && note > 0) {
+        reportTaskFailure(label, exitCode, errorOutput.substr(note) + errorOutput.substr(0, note),
+                          displayToUser, vn::Log::Mercurial);
+        return;
+    }
     reportTaskFailure(label, exitCode, errorOutput, displayToUser, vn::Log::Mercurial);
 }
 

@@ -5,6 +5,7 @@
 #include <chrono>
 #include <ctime>
 #include <filesystem>
+#include <map>
 #include <set>
 
 #include "handler/VNTemplateDocument.h"
@@ -549,6 +550,40 @@ TEST_P(MercurialRepo, StreamedHistoryMatchesTheWholeRun) {
     // A failing run says so.
     EXPECT_FALSE(handler->streamLogRevisions(repo.path(), std::string("99999"), 0, std::nullopt, 0,
                                              [](std::vector<vn::Record>&) {}));
+}
+
+// The changes between two revisions (a rename read as one), the heads with their branches, and
+// the version details of the tool in use.
+TEST_P(MercurialRepo, RangeChangesHeadsAndVersion) {
+    HgRepository repo;
+    repo.commitFile("a.txt", "a\n", "one");
+    repo.hg({"mv", "a.txt", "b c.txt"});
+    repo.commit("moved");
+    repo.commitFile("n.txt", "n\n", "new");
+    repo.hg({"update", "-q", "0"});
+    repo.hg({"branch", "-q", "side"});
+    repo.commitFile("s.txt", "s\n", "side");
+    auto describe = [](const std::vector<vn::Record>& entries) {
+        std::string out;
+        for (const auto& entry : entries) {
+            out += std::to_string(entry.integer("status")) + ":" + entry.string("filename") + "<" +
+                   entry.string("previousName") + ";";
+        }
+        return out;
+    };
+    EXPECT_EQ(describe(handler->revisionRangeFileChanges(repo.path(), "0", "2")),
+              "512:b c.txt<a.txt;4:n.txt<;");
+    EXPECT_EQ(describe(handler->revisionRangeFileChanges(repo.path(), "2", "2")), "");
+    EXPECT_TRUE(handler->revisionRangeFileChanges(repo.path(), "0", "nosuch").empty());
+    EXPECT_EQ(handler->headsByRevision(repo.path()),
+              (std::map<std::string, std::string>{{"2", ""}, {"3", "side"}}));
+    vn::Record version = handler->versionDetails();
+    EXPECT_EQ(version.string("number"),
+              VNRepoHandlerMercurial::parseVersionNumber(repo.hg({"--version"})));
+    EXPECT_TRUE(version.boolean("standard"));
+    EXPECT_EQ(version.string("location"), "Internal");
+    EXPECT_TRUE(version.boolean("exists"));
+    EXPECT_FALSE(handler->isUsingIncompatibleMercurial());
 }
 
 INSTANTIATE_TEST_SUITE_P(CommandServer, MercurialRepo, ::testing::Values(false, true),
