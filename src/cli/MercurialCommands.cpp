@@ -594,8 +594,8 @@ const Subcommand& backoutCommand() {
 const Subcommand& resolveCommand() {
     static const Subcommand command{
         "resolve",
-        {"resolve [--list]", "resolve (--mark | --unmark | --mine | --theirs | --restart) FILE...",
-         "  [--repo DIR] [--json]"},
+        {"resolve [--list] [--repo DIR] [--json]",
+         "resolve (--mark | --unmark | --mine | --theirs | --restart) FILE..."},
         "Mercurial: list and resolve the conflicts of a merge",
         "Without an action lists the merge's files, \"U\" unresolved and \"R\" resolved. The "
         "actions apply to each FILE: mark it resolved or unresolved, take the working copy's "
@@ -616,8 +616,8 @@ const Subcommand& resolveCommand() {
 const Subcommand& tagCommand() {
     static const Subcommand command{
         "tag",
-        {"tag [NAME [--rev REV] [--force] [--local] [--message TEXT]]",
-         "tag NAME --remove [--local]", "  [--repo DIR] [--json]"},
+        {"tag [--repo DIR] [--json]", "tag NAME [--rev REV] [--force] [--local] [--message TEXT]",
+         "tag NAME --remove"},
         "Mercurial: list, add or remove tags",
         "Without NAME lists the tags. With NAME tags REV (default: the working copy's parent) in "
         "a new changeset, or only in this clone with --local; --force moves an existing tag.",
@@ -636,8 +636,8 @@ const Subcommand& tagCommand() {
 const Subcommand& bookmarkCommand() {
     static const Subcommand command{
         "bookmark",
-        {"bookmark [NAME [--rev REV] [--force]]", "bookmark NAME (--delete | --rename NEW)",
-         "  [--repo DIR] [--json]"},
+        {"bookmark [--repo DIR] [--json]", "bookmark NAME [--rev REV] [--force]",
+         "bookmark NAME (--delete | --rename NEW)"},
         "Mercurial: list, set, rename or delete bookmarks",
         "Without NAME lists the bookmarks, the active one marked \"*\". With NAME sets the "
         "bookmark on REV (default: the working copy's parent); --force moves an existing one.",
@@ -655,8 +655,8 @@ const Subcommand& bookmarkCommand() {
 const Subcommand& shelveCommand() {
     static const Subcommand command{
         "shelve",
-        {"shelve [--name N] [--message TEXT]", "shelve --list", "shelve --apply NAME [--keep]",
-         "shelve --delete NAME", "  [--repo DIR] [--json]"},
+        {"shelve [--name N] [--message TEXT] [--repo DIR] [--json]", "shelve --list",
+         "shelve --apply NAME [--keep]", "shelve --delete NAME"},
         "Mercurial: put uncommitted changes aside and bring them back",
         "Without options shelves every uncommitted change and leaves a clean working copy. "
         "--apply brings a shelf back and removes it unless --keep is given.",

@@ -302,7 +302,11 @@ TEST_P(MercurialRepo, LabelsFromOneRunMatchTheListings) {
                 labelText(handler->labelsByRevisionFromOneRun(repo.path(), closed, everyHead)),
                 listed);
             EXPECT_NE(listed, "");
-            // A page's window gives the same labels for the revisions inside it.
+            // A page's window gives the same labels for the revisions inside it (the plain
+            // and the fullest options are enough: windows only leave out other tags).
+            if (closed != everyHead) {
+                continue;
+            }
             auto full = handler->labelsByRevisionFromListings(repo.path(), closed, everyHead);
             uint64_t tip = std::stoull(handler->latestRevision(repo.path()));
             for (uint64_t top : std::set<uint64_t>{tip, tip / 2, std::min<uint64_t>(tip, 1)}) {
