@@ -1,21 +1,28 @@
 // The Mercurial backend on a repository of 51,460 changesets (620 blocks of a 40-changeset run,
-// two 20-changeset branches off it and their merge), with 2,000 tracked files of which 50 are
-// modified and 20 untracked files beside them. It compares, each with and without the command
-// server (chg):
+// two 20-changeset branches off it and their merge, 1,240 local tags), with 2,000 tracked files
+// of which 50 are modified and 20 untracked files beside them. Each with and without the
+// command server (chg):
 //
-//   first page   fillLogPage with 1,000 rows: the log run and the label lookup side by side,
-//                the working-copy row, rows parsed and the graph laid out
+//   first page   fillLogPage with 1,000 rows and graph, without the working-copy row: the log
+//                run and the label lookup side by side, rows parsed, graph laid out
 //                against the bare `hg log` run Varnel makes for it (same arguments, output unread)
-//   first page   the same against the bare `hg log` and `hg status` runs side by side (the page
-//                says whether the working copy has changes, which needs the status)
-//   labels       the label lookup in one log run against the three listing commands
+//   first page   the same with the working-copy row, against the bare `hg log` and `hg status`
+//   + wc row     side by side (the row needs to know whether the working copy has changes)
+//   labels       the label lookup from one log run against the three listing commands side by
+//                side, both over the whole history (a page asks only for its own revisions'
+//                tags, in one run; the whole history's labels come from the listings through
+//                chg, from the one run without)
 //   status       fileStatus with the default mask (status parsed into records)
 //                against the bare `hg status` run Varnel makes for it
 //
+// and, once per mode, the parts of a first page one after the other (log run and parse, each
+// label lookup, the status check, the working copy's parents, the graph layout).
+//
 // Runs alternate between the two sides so that the load of a shared machine falls on both alike;
 // each side's median wall-clock time over the runs is printed, with the ratio of the medians.
-// The repository is built once (hg debugbuilddag; some minutes) under $TMPDIR (or /tmp) as
-// varnel-hg-bench-51k and reused; delete it to start afresh.
+// With chg the work is done in the server, so the process's own CPU time says little; the load
+// average is printed instead. The repository is built once (hg debugbuilddag; some minutes)
+// under $TMPDIR (or /tmp) as varnel-hg-bench-51k and reused; delete it to start afresh.
 
 #include <algorithm>
 #include <chrono>
@@ -29,6 +36,7 @@
 #include "hg/VNHgCommandServer.h"
 #include "hg/VNHgLogParser.h"
 #include "hg/VNRepoHandlerMercurial.h"
+#include "model/VNLogGraphEntry.h"
 #include "model/VNLogRowData.h"
 #include "platform/FileSystem.h"
 #include "support/BenchEnvironment.h"
@@ -109,6 +117,17 @@ double median(std::vector<double> values) {
     return values[values.size() / 2];
 }
 
+double loadAverage() {
+    double load = 0;
+    if (std::FILE* file = std::fopen("/proc/loadavg", "r")) {
+        if (std::fscanf(file, "%lf", &load) != 1) {
+            load = 0;
+        }
+        std::fclose(file);
+    }
+    return load;
+}
+
 double millisecondsOf(const std::function<void()>& work) {
     auto start = std::chrono::steady_clock::now();
     work();
@@ -132,7 +151,20 @@ void compare(const char* name, int runs, const std::function<void()>& varnel,
         }
     }
     double a = median(ours), b = median(theirs);
-    std::printf("%-34s varnel %8.1f ms   bare hg %8.1f ms   ratio %.2f\n", name, a, b, a / b);
+    std::printf("%-36s varnel %8.1f ms   bare hg %8.1f ms   ratio %.2f   load %.1f\n", name, a, b,
+                a / b, loadAverage());
+    std::fflush(stdout);
+}
+
+// The median time of one part of a page.
+void part(const char* name, int runs, const std::function<void()>& work) {
+    work();
+    std::vector<double> times;
+    for (int i = 0; i < runs; ++i) {
+        times.push_back(millisecondsOf(work));
+    }
+    std::printf("  part %-31s %8.1f ms\n", name, median(times));
+    std::fflush(stdout);
 }
 
 }  // namespace
@@ -149,7 +181,6 @@ int main(int argc, char** argv) {
     std::printf("Repository %s: %s changesets\n", path.c_str(),
                 std::to_string(std::stoull(tip) + 1).c_str());
 
-    std::vector<double> firstPages[2], statuses[2];
     for (bool server : {false, true}) {
         ::setenv("VARNEL_HG_COMMAND_SERVER", server ? "1" : "0", 1);
         if (server && !handler->usesCommandServer()) {
@@ -160,27 +191,49 @@ int main(int argc, char** argv) {
         auto logArgs = handler->defaultArgsForPath(path, "log");
         auto extra = VNRepoHandlerMercurial::logArguments({}, tip, 1000, std::nullopt, false);
         logArgs.insert(logArgs.end(), extra.begin(), extra.end());
-        compare(("first page, 1000 rows + graph" + label).c_str(), runs,
-                [&] {
-                    VNLogRowData page;
-                    page.setLimit(1000);
-                    handler->fillLogPage(path, page);
-                    if (page.logRows().size() < 1000) {
-                        std::fprintf(stderr, "short page: %zu rows\n", page.logRows().size());
-                    }
-                },
-                [&] {
-                    auto task = handler->hgQueryTaskWithArgs(path, logArgs);
-                    handler->runQuery(task);
-                });
         auto statusArgs = handler->defaultArgsForPath(path, "status");
         for (const std::string& option :
              VNRepoHandlerMercurial::statusOptionsForMask(VNFileStatusDefaultMask)) {
             statusArgs.push_back(option);
         }
-        // The page also says whether the working copy has changes: against the two bare runs it
-        // cannot do without, side by side.
-        compare(("first page vs log + status" + label).c_str(), runs,
+        auto bareLog = [&] {
+            auto task = handler->hgQueryTaskWithArgs(path, logArgs);
+            handler->runQuery(task);
+        };
+
+        // The parts, one after the other.
+        std::vector<vn::Record> rows;
+        part(("log run and parse" + label).c_str(), runs,
+             [&] { rows = handler->logRevisions(path, tip, 0, 1000, std::nullopt, 0); });
+        part(("bare log run" + label).c_str(), runs, bareLog);
+        part(("labels from one run" + label).c_str(), runs,
+             [&] { handler->labelsByRevisionFromOneRun(path, false, false); });
+        part(("labels of the page's window" + label).c_str(), runs, [&] {
+            handler->labelsByRevision(path, false, false, std::nullopt,
+                                      VNRepoHandlerMercurial::LabelWindow{"tip", 1000});
+        });
+        part(("labels from three listings" + label).c_str(), runs,
+             [&] { handler->labelsByRevisionFromListings(path, false, false); });
+        part(("status check (has changes)" + label).c_str(), runs,
+             [&] { handler->hasUncommittedChanges(path); });
+        part(("working-copy parents" + label).c_str(), runs,
+             [&] { handler->workingCopyParents(path, &rows); });
+        part("graph layout of 1000 rows", runs, [&] {
+            std::vector<vn::Record> copy = rows;
+            handler->addGraphInfoToLogRevisions(copy, nullptr, false);
+        });
+
+        compare(("first page, 1000 rows + graph" + label).c_str(), runs,
+                [&] {
+                    VNLogRowData page;
+                    page.setLimit(1000);
+                    handler->fillLogPage(path, page, false);
+                    if (page.logRows().size() < 1000) {
+                        std::fprintf(stderr, "short page: %zu rows\n", page.logRows().size());
+                    }
+                },
+                bareLog);
+        compare(("first page + wc row vs log + status" + label).c_str(), runs,
                 [&] {
                     VNLogRowData page;
                     page.setLimit(1000);
@@ -189,14 +242,11 @@ int main(int argc, char** argv) {
                 [&] {
                     auto status = handler->hgQueryTaskWithArgs(path, statusArgs);
                     std::thread side([&] { handler->runQuery(status); });
-                    auto task = handler->hgQueryTaskWithArgs(path, logArgs);
-                    handler->runQuery(task);
+                    bareLog();
                     side.join();
                 });
-        // The labels a page carries: one log run over the labelled changesets against the
-        // three listing commands side by side that it replaced.
         compare(("labels, one run vs listings" + label).c_str(), runs,
-                [&] { handler->labelsByRevision(path, false, false); },
+                [&] { handler->labelsByRevisionFromOneRun(path, false, false); },
                 [&] { handler->labelsByRevisionFromListings(path, false, false); });
         compare(("status, default mask" + label).c_str(), runs, [&] { handler->fileStatus(path); },
                 [&] {

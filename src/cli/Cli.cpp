@@ -136,11 +136,13 @@ std::string colour(std::string_view text, std::string_view sgr) {
 
 const std::vector<Subcommand>& subcommands() {
     static const std::vector<Subcommand> table = {
-        doctorCommand(), diffCommand(),    checkUrlCommand(), logCommand(),      showCommand(),
-        refsCommand(),   blameCommand(),   searchCommand(),   overviewCommand(), statusCommand(),
-        stageCommand(),  unstageCommand(), discardCommand(),  addCommand(),      removeCommand(),
-        moveCommand(),   commitCommand(),  initCommand(),     cloneCommand(),    pushCommand(),
-        pullCommand(),   fetchCommand(),   openCommand(),     helpCommand(),
+        doctorCommand(), diffCommand(),     checkUrlCommand(), logCommand(),      showCommand(),
+        refsCommand(),   blameCommand(),    searchCommand(),   overviewCommand(), statusCommand(),
+        stageCommand(),  unstageCommand(),  discardCommand(),  addCommand(),      removeCommand(),
+        moveCommand(),   commitCommand(),   initCommand(),     cloneCommand(),    pushCommand(),
+        pullCommand(),   fetchCommand(),    updateCommand(),   mergeCommand(),    resolveCommand(),
+        tagCommand(),    bookmarkCommand(), backoutCommand(),  shelveCommand(),   openCommand(),
+        helpCommand(),
     };
     return table;
 }

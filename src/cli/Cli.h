@@ -127,6 +127,14 @@ const Subcommand& cloneCommand();
 const Subcommand& pushCommand();
 const Subcommand& pullCommand();
 const Subcommand& fetchCommand();
+// Mercurial only (MercurialCommands.cpp).
+const Subcommand& updateCommand();
+const Subcommand& mergeCommand();
+const Subcommand& resolveCommand();
+const Subcommand& tagCommand();
+const Subcommand& bookmarkCommand();
+const Subcommand& backoutCommand();
+const Subcommand& shelveCommand();
 
 // Status records grouped as staged, unstaged, unmerged, clean and ignored, one file a line.
 void printStatusGroups(const std::vector<Record>& files);

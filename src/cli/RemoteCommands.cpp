@@ -11,8 +11,10 @@
 #include "app/VNApplication.h"
 #include "cli/Cli.h"
 #include "cli/HistoryCli.h"
+#include "cli/MercurialCommands.h"
 #include "cli/ProgressRenderer.h"
 #include "git/VNRepoHandlerGit.h"
+#include "hg/VNRepoHandlerMercurial.h"
 #include "platform/CredentialStore.h"
 #include "platform/FileSystem.h"
 #include "platform/MainLoop.h"
@@ -131,9 +133,10 @@ int finish(bool ok, const Record& result, bool json) {
     return ok ? 0 : 1;
 }
 
+// The Git or Mercurial working copy of --repo, else of the current folder.
 std::optional<history::GitWorkingCopy> workingCopyFromOption(Arguments& args) {
     std::string start = args.option("--repo").value_or(".");
-    return history::findGitWorkingCopy(start);
+    return history::findGitWorkingCopy(start, true);
 }
 
 // The remote a command talks to when none is named: the current branch's upstream remote,
@@ -169,12 +172,17 @@ std::string absolutePath(const std::string& text) {
 
 }  // namespace
 
+bool runTaskList(const VNTaskList& tasks, bool json, Value::Array& reports) {
+    return runTasks(tasks, {json, ""}, reports);
+}
+
 // ---- commit --------------------------------------------------------------------------------
 
 int runCommit(Arguments& args) {
     bool json = args.flag("--json");
     uint64_t options = 0;
-    if (args.flag("--amend")) {
+    bool amend = args.flag("--amend");
+    if (amend) {
         options |= VNRepoHandlerGit::CommitAmend;
     }
     bool all = args.flag("--all") || args.flag("-a");
@@ -217,6 +225,14 @@ int runCommit(Arguments& args) {
         text = *message;
     } else {
         return usageError("commit needs a message: --message TEXT or --file FILE");
+    }
+    if (copy->mercurial) {
+        if (options & (VNRepoHandlerGit::CommitSignoff | VNRepoHandlerGit::CommitBypassHooks) ||
+            !key.empty()) {
+            return usageError("--signoff, --no-verify and --sign are for Git");
+        }
+        // Mercurial has no staging area: a commit takes every tracked change, or the files.
+        return mercurial::commit(*copy, text, files, author, amend, json);
     }
     if (!key.empty()) {
         options |= VNRepoHandlerGit::CommitSign;
@@ -294,6 +310,7 @@ const Subcommand& commitCommand() {
 
 int runInit(Arguments& args) {
     bool json = args.flag("--json");
+    bool hg = args.flag("--hg");
     auto rest = args.positional();
     if (!args.error().empty()) {
         return usageError(args.error());
@@ -306,6 +323,9 @@ int runInit(Arguments& args) {
         std::cerr << "vrnl: cannot create " << display(path) << "\n";
         return 1;
     }
+    if (hg) {
+        return mercurial::init(path, json);
+    }
     Value::Array reports;
     bool ok = runTasks({gitHandler()->createNewRepoTask(path)}, {json, ""}, reports);
     return finish(ok, Record{{"path", path}, {"success", ok}, {"tasks", reports}}, json);
@@ -314,11 +334,12 @@ int runInit(Arguments& args) {
 const Subcommand& initCommand() {
     static const Subcommand command{
         "init",
-        {"init [DIR] [--json]"},
-        "Create an empty Git repository",
+        {"init [DIR] [--hg] [--json]"},
+        "Create an empty Git (or Mercurial) repository",
         "Makes DIR (default: the current folder) and its missing parents, and a Git repository "
-        "in it. An existing repository is left as it is.",
-        {{"--json", "Print the result as JSON"}},
+        "in it, or a Mercurial one with --hg. An existing Git repository is left as it is; hg "
+        "refuses to create one where one exists.",
+        {{"--hg", "A Mercurial repository"}, {"--json", "Print the result as JSON"}},
         runInit,
     };
     return command;
@@ -331,6 +352,7 @@ int runClone(Arguments& args) {
     bool noCheckout = args.flag("--no-checkout");
     bool noHardlinks = args.flag("--no-hardlinks");
     bool quiet = args.flag("--quiet");
+    bool hg = args.flag("--hg");
     auto branch = args.option("--branch");
     auto depthText = args.option("--depth");
     auto rest = args.positional();
@@ -372,6 +394,12 @@ int runClone(Arguments& args) {
         }
         destination = absolutePath(name);
     }
+    if (hg || mercurial::isMercurialSource(source)) {
+        if (depthText || noHardlinks) {
+            return usageError("--depth and --no-hardlinks are for Git");
+        }
+        return mercurial::clone(source, destination, noCheckout, branch, quiet, json);
+    }
     Record options{
         {"clonegetworkingcopy", !noCheckout},
         {"clonenohardlinks", noHardlinks},
@@ -407,12 +435,14 @@ const Subcommand& cloneCommand() {
     static const Subcommand command{
         "clone",
         {"clone SOURCE [DEST] [--no-checkout] [--branch B] [--depth N] [--no-hardlinks] "
-         "[--quiet] [--json]"},
+         "[--hg] [--quiet] [--json]"},
         "Copy a repository, with progress",
         "Clones SOURCE (a path or any URL git reaches) into DEST (default: the source's name). "
         "Progress is shown as git reports it. A clone that fails or is cancelled with Ctrl-C "
-        "leaves no folder behind, unless the folder was there before.",
+        "leaves no folder behind, unless the folder was there before. A local Mercurial "
+        "repository (or any source with --hg) is cloned with hg.",
         {{"--no-checkout", "Do not check out files"},
+         {"--hg", "The source is a Mercurial repository"},
          {"--branch B", "Check out branch B instead of the remote's default"},
          {"--depth N", "Only the last N commits"},
          {"--no-hardlinks", "Copy the objects of a local source instead of linking them"},
@@ -431,6 +461,8 @@ int runPush(Arguments& args) {
     bool all = args.flag("--all");
     bool setUpstream = args.flag("--set-upstream") || args.flag("-u");
     bool noUpstream = args.flag("--no-set-upstream");
+    auto hgBranch = args.option("--branch");
+    auto hgRevision = args.option("--rev");
     auto copy = workingCopyFromOption(args);
     auto rest = args.positional();
     if (!args.error().empty()) {
@@ -438,6 +470,23 @@ int runPush(Arguments& args) {
     }
     if (!copy) {
         return 1;
+    }
+    if (copy->mercurial) {
+        if (all || setUpstream || noUpstream || rest.size() > 1) {
+            return usageError(
+                "in a Mercurial working copy push takes a remote, --branch, --rev "
+                "and --force");
+        }
+        std::optional<std::string> remote;
+        if (!rest.empty()) {
+            remote = rest[0];
+        }
+        return mercurial::push(*copy, remote, hgBranch, hgRevision, force, json);
+    }
+    if (hgBranch || hgRevision) {
+        return usageError(
+            "--branch and --rev are for Mercurial; name the branches after the "
+            "remote");
     }
     auto& handler = *copy->handler;
     std::string remote = rest.empty() ? defaultRemote(handler, copy->path) : rest[0];
@@ -485,13 +534,18 @@ const Subcommand& pushCommand() {
     static const Subcommand command{
         "push",
         {"push [REMOTE [BRANCH[:REMOTE_BRANCH]...]] [--all] [--force] [--set-upstream] "
-         "[--repo DIR] [--json]"},
+         "[--repo DIR] [--json]",
+         "push [REMOTE] [--branch B] [--rev R] [--force] [--repo DIR] [--json]   (Mercurial)"},
         "Send branches to a remote",
         "Pushes the current branch (or the named ones, or --all) to REMOTE (default: the "
         "current branch's upstream remote, else origin). A branch that has no upstream yet "
         "gets the pushed branch as its upstream. Passwords are asked for once and kept in the "
-        "credential store; a password the remote refuses is dropped and asked for again.",
+        "credential store; a password the remote refuses is dropped and asked for again. In a "
+        "Mercurial working copy pushes to REMOTE (default: the default-push path, else "
+        "default), new branches included.",
         {{"--all", "Push every branch"},
+         {"--branch B", "Mercurial: only branch B"},
+         {"--rev R", "Mercurial: only R and its ancestors"},
          {"--force, -f", "Overwrite the remote branches"},
          {"--set-upstream, -u", "Make the pushed branches the upstream of the local ones"},
          {"--no-set-upstream", "Leave every upstream as it is"},
@@ -511,6 +565,8 @@ int runPull(Arguments& args) {
     bool includeLog = args.flag("--log");
     bool noCommit = args.flag("--no-commit");
     bool noRecursion = args.flag("--no-recurse-submodules");
+    bool update = args.flag("--update");
+    auto hgRevision = args.option("--rev");
     auto copy = workingCopyFromOption(args);
     auto rest = args.positional();
     if (!args.error().empty()) {
@@ -521,6 +577,29 @@ int runPull(Arguments& args) {
     }
     if (!copy) {
         return 1;
+    }
+    if (copy->mercurial) {
+        if (noFastForward || includeLog || noCommit || noRecursion || (update && rebase)) {
+            return usageError(
+                "in a Mercurial working copy pull takes a remote, a branch, --rev "
+                "and one of --update and --rebase");
+        }
+        // Without a flag, what the preferences say to do after a pull.
+        int64_t postPull = update ? VNRepoHandlerMercurial::PostPullUpdate
+                           : rebase
+                               ? VNRepoHandlerMercurial::PostPullRebase
+                               : Preferences::standard().integerForKey("mercurialPostPullAction");
+        std::optional<std::string> remote, branch;
+        if (!rest.empty()) {
+            remote = rest[0];
+        }
+        if (rest.size() == 2) {
+            branch = rest[1];
+        }
+        return mercurial::pull(*copy, remote, branch, hgRevision, postPull, json);
+    }
+    if (update || hgRevision) {
+        return usageError("--update and --rev are for Mercurial");
     }
     auto& handler = *copy->handler;
     std::string remote = rest.empty() ? defaultRemote(handler, copy->path) : rest[0];
@@ -554,14 +633,20 @@ const Subcommand& pullCommand() {
     static const Subcommand command{
         "pull",
         {"pull [REMOTE [BRANCH]] [--rebase] [--no-ff] [--log] [--no-commit] "
-         "[--no-recurse-submodules] [--repo DIR] [--json]"},
+         "[--no-recurse-submodules] [--repo DIR] [--json]",
+         "pull [REMOTE [BRANCH]] [--rev R] [--update | --rebase] [--repo DIR] [--json]   "
+         "(Mercurial)"},
         "Fetch from a remote and merge or rebase onto it",
         "Fetches REMOTE (default: the current branch's upstream remote, else origin), merges "
         "BRANCH (default: the current branch's upstream) into the current branch, or rebases "
         "onto it with --rebase, then updates the submodules. Whether the merge is committed "
         "follows the preference gitCommitMergedChangesImmediately; --no-commit stops before "
-        "committing in any case.",
+        "committing in any case. In a Mercurial working copy pulls from REMOTE (default: the "
+        "default path), then updates (--update), rebases (--rebase) or does what the "
+        "preference mercurialPostPullAction says.",
         {{"--rebase", "Rebase the current branch instead of merging"},
+         {"--update", "Mercurial: update the working copy after the pull"},
+         {"--rev R", "Mercurial: only R and its ancestors"},
          {"--no-ff", "Make a merge commit even when a fast-forward would do"},
          {"--log", "Add the merged commits' subjects to the merge message"},
          {"--no-commit", "Stop before committing the merge"},
@@ -591,6 +676,18 @@ int runFetch(Arguments& args) {
     if (!copy) {
         return 1;
     }
+    if (copy->mercurial) {
+        if (prune || tags || all) {
+            return usageError("--prune, --tags and --all are for Git");
+        }
+        // Mercurial's download without touching the working copy is a pull.
+        std::optional<std::string> remote;
+        if (!rest.empty()) {
+            remote = rest[0];
+        }
+        return mercurial::pull(*copy, remote, std::nullopt, std::nullopt,
+                               VNRepoHandlerMercurial::PostPullNone, json);
+    }
     std::optional<std::string> remote;
     if (!rest.empty()) {
         remote = rest[0];
@@ -613,7 +710,8 @@ const Subcommand& fetchCommand() {
         {"fetch [REMOTE | --all] [--prune] [--tags] [--repo DIR] [--json]"},
         "Download the branches and tags of one remote or all of them",
         "Fetches REMOTE, or every remote when none is named, and the Subversion remote of a "
-        "repository bridged to one.",
+        "repository bridged to one. In a Mercurial working copy pulls from REMOTE (default: "
+        "the default path) without touching the working copy.",
         {{"--all", "Every remote (the default without REMOTE)"},
          {"--prune", "Drop remote branches the remote no longer has"},
          {"--tags", "Fetch every tag"},

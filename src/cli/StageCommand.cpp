@@ -14,6 +14,7 @@
 #include "handler/VNHunkActions.h"
 #include "handler/VNRepoHandler.h"
 #include "handler/VNTask.h"
+#include "hg/VNRepoHandlerMercurial.h"
 #include "model/VNDiffModel.h"
 #include "model/VNFileStatusEntity.h"
 #include "platform/FileSystem.h"
@@ -120,10 +121,16 @@ int runHunkCommand(Arguments& args, Mode mode) {
                           "\"");
     }
 
-    std::optional<history::GitWorkingCopy> copy =
-        history::findGitWorkingCopy(vn::fs::deletingLastPathComponent(
-            std::filesystem::absolute(rest.front()).lexically_normal().string()));
+    std::optional<history::GitWorkingCopy> copy = history::findGitWorkingCopy(
+        vn::fs::deletingLastPathComponent(
+            std::filesystem::absolute(rest.front()).lexically_normal().string()),
+        true);
     if (!copy) {
+        return 1;
+    }
+    if (copy->mercurial && mode != Mode::Discard) {
+        std::cerr << "vrnl: Mercurial has no staging area: vrnl commit FILE... commits files as "
+                     "they are in the working copy\n";
         return 1;
     }
     std::filesystem::path given = std::filesystem::absolute(rest.front()).lexically_normal();
@@ -136,7 +143,11 @@ int runHunkCommand(Arguments& args, Mode mode) {
                   << display(root.string()) << "\n";
         return 1;
     }
-    auto& handler = copy->handler;
+    // Discarding works on the working files alone, so Mercurial's too.
+    std::shared_ptr<VNRepoHandlerBase> handler = copy->handler;
+    if (copy->mercurial) {
+        handler = copy->mercurial;
+    }
     const std::string& path = copy->path;
 
     auto task = mode == Mode::Unstage ? handler->fileDiffAgainstBaseTask(path, {name}, "", 0, 3)
@@ -284,6 +295,9 @@ int runHunkCommand(Arguments& args, Mode mode) {
     }
     if (!status) {
         std::cout << "   " << display(name) << " (no changes left)\n";
+    } else if (copy->mercurial) {
+        std::cout << " " << statusLetter((*status)[VNFileStatusKeyStatus].toUInt()) << " "
+                  << display(name) << "\n";
     } else {
         std::cout << statusLetter((*status)[VNFileStatusKeyIndexStatus].toUInt())
                   << statusLetter((*status)[VNFileStatusKeyTreeStatus].toUInt()) << " "

@@ -72,34 +72,36 @@ void VNHistoryModel::cancel() {
 
 namespace {
 
-// Mercurial's log comes in one run with its labels; the rows go to the view in batches so that
-// the first screen lays out and paints before the rest.
+// Mercurial's log is one run whose rows go to the view as hg prints them; the working copy's
+// row, looked up beside the log, leads the first batch.
 bool readMercurialHistory(VNRepoHandlerMercurial& hg, const std::string& path,
                           VNLogGraphLayout& layout, const std::atomic<bool>& cancelled,
                           const std::function<void(std::vector<vn::Record>&)>& deliver) {
     std::optional<vn::Record> workingCopy;
     vn::WorkGroup status;
     vn::WorkQueue::global().async(status, [&] { workingCopy = hg.workingCopyRow(path); });
-    std::vector<vn::Record> all = hg.logRevisions(path, "", 0, 0, std::nullopt, 0);
-    // No rows: an empty repository ("-1"), or a failure.
-    bool ok = !all.empty() || hg.latestRevision(path) == "-1";
-    status.wait();
-    if (workingCopy) {
-        all.insert(all.begin(), std::move(*workingCopy));
-    }
-    constexpr std::size_t Batch = 2000;
-    std::size_t start = 0;
-    do {
+    bool led = false;
+    auto take = [&](std::vector<vn::Record>& rows) {
         if (cancelled) {
-            break;
+            return;
         }
-        std::size_t end = std::min(all.size(), start + Batch);
-        std::vector<vn::Record> rows(std::make_move_iterator(all.begin() + start),
-                                     std::make_move_iterator(all.begin() + end));
+        if (!led) {
+            led = true;
+            status.wait();
+            if (workingCopy) {
+                rows.insert(rows.begin(), std::move(*workingCopy));
+            }
+        }
         layout.addRows(rows);
         deliver(rows);
-        start = end;
-    } while (start < all.size());
+    };
+    bool ok = hg.streamLogRevisions(path, std::nullopt, 0, std::nullopt, 0, take);
+    if (!led) {
+        // An empty history still shows the uncommitted changes.
+        std::vector<vn::Record> none;
+        take(none);
+    }
+    status.wait();
     return ok;
 }
 

@@ -1,5 +1,6 @@
 #include "hg/VNRepoHandlerMercurial.h"
 
+#include <algorithm>
 #include <array>
 
 #include "handler/ToolPaths.h"
@@ -66,10 +67,53 @@ std::shared_ptr<VNTask> VNRepoHandlerMercurial::hgTask(const std::string& path,
     return hgTaskWithArgs(path, std::move(all));
 }
 
+std::vector<std::string> VNRepoHandlerMercurial::configOptionsFirst(std::vector<std::string> args) {
+    // Only the words of the default arguments are looked at: the repository ("-R" and its
+    // value), the command word, "-y" and the "--config" pairs among them. What follows is the
+    // caller's, where a value may well read "--config".
+    std::vector<std::string> configs;
+    std::vector<std::string> leading;
+    bool commandSeen = false;
+    std::size_t i = 0;
+    auto isConfigPair = [&] { return i + 1 < args.size() && args[i] == "--config"; };
+    while (i < args.size()) {
+        if (isConfigPair()) {
+            configs.push_back(std::move(args[i]));
+            configs.push_back(std::move(args[i + 1]));
+            i += 2;
+        } else if (args[i] == "-R" && i + 1 < args.size()) {
+            // A bundle's defaults have "-R" as the command word and their pairs before the
+            // bundle itself.
+            leading.push_back(std::move(args[i++]));
+            while (isConfigPair()) {
+                configs.push_back(std::move(args[i]));
+                configs.push_back(std::move(args[i + 1]));
+                i += 2;
+            }
+            if (i < args.size()) {
+                leading.push_back(std::move(args[i++]));
+            }
+        } else if (args[i] == "-y" && commandSeen) {
+            leading.push_back(std::move(args[i++]));
+        } else if (!commandSeen && !args[i].starts_with("-")) {
+            commandSeen = true;
+            leading.push_back(std::move(args[i++]));
+        } else {
+            break;
+        }
+    }
+    configs.insert(configs.end(), std::make_move_iterator(leading.begin()),
+                   std::make_move_iterator(leading.end()));
+    configs.insert(configs.end(),
+                   std::make_move_iterator(args.begin() + static_cast<std::ptrdiff_t>(i)),
+                   std::make_move_iterator(args.end()));
+    return configs;
+}
+
 std::shared_ptr<VNTask> VNRepoHandlerMercurial::hgTaskWithArgs(const std::string& path,
                                                                std::vector<std::string> args) {
     writeProgramConfiguration();
-    auto task = VNTask::taskWithCommand(hgPath(), path, std::move(args));
+    auto task = VNTask::taskWithCommand(hgPath(), path, configOptionsFirst(std::move(args)));
     task->setEnvironmentCustomisations(plainEnvironment());
     return task;
 }
@@ -85,9 +129,11 @@ std::shared_ptr<VNTask> VNRepoHandlerMercurial::hgQueryTask(const std::string& p
 
 std::shared_ptr<VNTask> VNRepoHandlerMercurial::hgQueryTaskWithArgs(const std::string& path,
                                                                     std::vector<std::string> args) {
+    // chg refuses "--config" in strict plain mode wherever it stands; such runs go to hg.
+    bool configured = std::find(args.begin(), args.end(), "--config") != args.end();
     auto task = hgTaskWithArgs(path, std::move(args));
     std::string hg = hgPath();
-    if (auto chg = VNHgCommandServer::clientFor(hg)) {
+    if (auto chg = VNHgCommandServer::clientFor(hg); chg && !configured) {
         VNHgCommandServer::prepare(*task, hg, *chg, plainEnvironment());
     }
     return task;
@@ -117,6 +163,14 @@ bool VNRepoHandlerMercurial::usesCommandServer() const {
 
 void VNRepoHandlerMercurial::handleHgFailure(const std::string& label, int64_t exitCode,
                                              const std::string& errorOutput, bool displayToUser) {
+    // The line that names a missing extension leads: it says what to do, hg's line only what
+    // it did not know.
+    static constexpr std::string_view Note = "This needs the Mercurial extension";
+    if (std::size_t note = errorOutput.find(Note); note != std::string::npos && note > 0) {
+        reportTaskFailure(label, exitCode, errorOutput.substr(note) + errorOutput.substr(0, note),
+                          displayToUser, vn::Log::Mercurial);
+        return;
+    }
     reportTaskFailure(label, exitCode, errorOutput, displayToUser, vn::Log::Mercurial);
 }
 

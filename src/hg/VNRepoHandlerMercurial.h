@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <mutex>
 #include <optional>
@@ -157,17 +158,38 @@ class VNRepoHandlerMercurial : public VNRepoHandlerBase {
     // One page of history as the history view asks for it: rows with labels and graph, the
     // working-copy row first on a first page. Pages after the first continue the graph of the
     // rows above them, and a branch's pages count that branch's rows.
-    void fillLogPage(const std::string& path, VNLogRowData& rowData);
+    // The working-copy row (and the status it needs) only when asked for.
+    void fillLogPage(const std::string& path, VNLogRowData& rowData,
+                     bool withWorkingCopyRow = true);
+    // The log from `startRevision` (the tip when none) down, `limit` rows (0: all), handed to
+    // `receive` in batches with their labels as hg prints them; no graph. Answers hg's success.
+    using LogRowsReceiver = std::function<void(std::vector<vn::Record>& rows)>;
+    bool streamLogRevisions(const std::string& path,
+                            const std::optional<std::string>& startRevision, uint64_t limit,
+                            const std::optional<std::string>& branch, uint64_t options,
+                            const LogRowsReceiver& receive);
     // Tags, branches (or every head) and bookmarks by revision; from the bundle when given.
+    // Through the command server from the three listings, else from one log run.
+    // The rows a page shows when they are consecutive: `limit` visible revisions from `start`
+    // ("tip" or a revision number) down. The tags of other revisions are not looked up.
+    struct LabelWindow {
+        std::string start;
+        uint64_t limit = 0;
+    };
     std::map<std::string, VNLogDescriptionEntry::LabelList, std::less<>> labelsByRevision(
         const std::string& path, bool includeClosedBranches, bool includeMultipleHeads,
-        const std::optional<std::string>& bundlePath = std::nullopt);
+        const std::optional<std::string>& bundlePath = std::nullopt,
+        const std::optional<LabelWindow>& window = std::nullopt);
     // The same from the listing commands (`hg tags`, `hg bookmarks`, `hg branches` or
     // `hg heads`) run side by side; the bundle case always reads them this way.
     std::map<std::string, VNLogDescriptionEntry::LabelList, std::less<>>
     labelsByRevisionFromListings(const std::string& path, bool includeClosedBranches,
                                  bool includeMultipleHeads,
                                  const std::optional<std::string>& bundlePath = std::nullopt);
+    // The same from one log run over the labelled changesets.
+    std::map<std::string, VNLogDescriptionEntry::LabelList, std::less<>> labelsByRevisionFromOneRun(
+        const std::string& path, bool includeClosedBranches, bool includeMultipleHeads,
+        const std::optional<LabelWindow>& window = std::nullopt);
     // The log template of the one run that finds every labelled changeset, and the labels read
     // from its output.
     static std::string labelledChangesetsTemplate();
@@ -327,12 +349,13 @@ class VNRepoHandlerMercurial : public VNRepoHandlerBase {
     bool hasAtticContent(const std::string& path);
     void warnAboutAtticContent(const std::string& path);
 
-  private:
     // Whether `hg status` lists anything to commit; nothing when it failed.
     std::optional<bool> hasUncommittedChanges(const std::string& path);
     // The working copy's parents as revision numbers, found among `rows` when they hold them.
     std::vector<std::string> workingCopyParents(const std::string& path,
                                                 const std::vector<vn::Record>* rows);
+
+  private:
     static vn::Record workingCopyRowWithParents(const std::vector<std::string>& revs);
 
     bool needsWebCacerts_ = false;
@@ -567,6 +590,10 @@ class VNRepoHandlerMercurial : public VNRepoHandlerBase {
     // The argument vector with every "--config" pair (before a "--") moved in front of the
     // command word, where hg in strict plain mode takes it.
     static std::vector<std::string> hoistConfigOptions(std::vector<std::string> args);
+    // The "--config" pairs of the default arguments (the certificate override) moved in front of
+    // the command word; every task built here passes through it. The caller's words after the
+    // default arguments stay as they are.
+    static std::vector<std::string> configOptionsFirst(std::vector<std::string> args);
     // hgTask and hgTaskWithArgs with the configuration pairs hoisted.
     std::shared_ptr<VNTask> writeTask(const std::string& path, const std::string& command,
                                       std::vector<std::string> args = {});

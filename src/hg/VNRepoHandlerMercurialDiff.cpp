@@ -116,7 +116,8 @@ std::shared_ptr<VNTask> VNRepoHandlerMercurial::createPatchTask(
     std::vector<std::string> args = defaultArgsForPath(path, "diff");
     args.emplace_back("--git");
     appendFiles(args, files);
-    auto task = VNTask::taskWithCommand(hgPath(), path, std::move(args), saveToFile);
+    auto task =
+        VNTask::taskWithCommand(hgPath(), path, configOptionsFirst(std::move(args)), saveToFile);
     task->setEnvironmentCustomisations(plainEnvironment());
     return task;
 }

@@ -90,7 +90,12 @@ vn::Record VNRepoHandlerMercurial::flowPrefixes(const std::string& path) {
 
 std::string VNRepoHandlerMercurial::flowOutput(const std::string& path, const std::string& kind) {
     auto task = flowTask(path, {kind, "list"});
-    return runQuery(task) ? task->output() : std::string();
+    if (runQuery(task)) {
+        return task->output();
+    }
+    // Without hg-flow the error names the missing extension.
+    handleHgFailure("hg flow", task->exitCode(), task->errorOutput(), false);
+    return {};
 }
 
 std::optional<std::string> VNRepoHandlerMercurial::parseFlowCurrent(std::string_view output,

@@ -147,22 +147,81 @@ std::vector<vn::Record> VNRepoHandlerMercurial::logRevisions(
     const std::string& path, const std::vector<std::string>& fileFolderPaths,
     const std::optional<std::string>& startRevision, uint64_t withLimit,
     const std::optional<std::string>& branch, uint64_t options, bool followRenames) {
-    VNHgLogParser::LabelMap labels;
-    SideBySide labelLookup([&] {
-        labels =
-            labelsByRevision(path, options & LogIncludeClosedBranches, options & LogLabelEveryHead);
-    });
     auto task =
         hgQueryTask(path, "log",
                     logArguments(fileFolderPaths, startRevision, withLimit, branch, followRenames));
     task->setLossyUTF8Output(true);
-    bool ok = runQuery(task);
-    labelLookup.wait();
+    // The log is the longest run: it starts first, the labels beside it.
+    bool ok = false;
+    SideBySide log([&] { ok = runQuery(task); });
+    // Without a branch or files the rows are the visible revisions from the start down.
+    std::optional<LabelWindow> window;
+    if (fileFolderPaths.empty() && !(branch && !branch->empty()) && startRevision &&
+        withLimit > 0) {
+        window = LabelWindow{*startRevision, withLimit};
+    }
+    VNHgLogParser::LabelMap labels =
+        labelsByRevision(path, options & LogIncludeClosedBranches, options & LogLabelEveryHead,
+                         std::nullopt, window);
+    log.wait();
     if (!ok) {
         handleHgFailure("hg log", task->exitCode(), task->errorOutput(), true);
         return {};
     }
     return VNHgLogParser::processLogResults(task->output(), labels);
+}
+
+bool VNRepoHandlerMercurial::streamLogRevisions(const std::string& path,
+                                                const std::optional<std::string>& startRevision,
+                                                uint64_t limit,
+                                                const std::optional<std::string>& branch,
+                                                uint64_t options, const LogRowsReceiver& receive) {
+    auto task = hgQueryTask(path, "log", logArguments({}, startRevision, limit, branch, false));
+    task->setLossyUTF8Output(true);
+    VNHgLogParser::LabelMap labels;
+    bool labelled = false;
+    std::optional<SideBySide> labelLookup;
+    labelLookup.emplace([&] {
+        labels =
+            labelsByRevision(path, options & LogIncludeClosedBranches, options & LogLabelEveryHead);
+    });
+    // Whole lines go on as they arrive; a line cut at a chunk's end waits for the rest. The
+    // rows need their labels, so the first batch waits for the lookup.
+    std::string partial;
+    auto handOn = [&](std::string_view text) {
+        if (!labelled) {
+            labelLookup->wait();
+            labelled = true;
+        }
+        std::vector<vn::Record> rows = VNHgLogParser::processLogResults(text, labels);
+        if (!rows.empty()) {
+            receive(rows);
+        }
+    };
+    task->setOutputConsumer([&](std::string_view chunk) {
+        std::size_t last = chunk.rfind('\n');
+        if (last == std::string_view::npos) {
+            partial.append(chunk);
+            return;
+        }
+        if (partial.empty()) {
+            handOn(chunk.substr(0, last + 1));
+        } else {
+            partial.append(chunk.substr(0, last + 1));
+            handOn(partial);
+            partial.clear();
+        }
+        partial.assign(chunk.substr(last + 1));
+    });
+    bool ok = runQuery(task);
+    labelLookup->wait();
+    if (!partial.empty()) {
+        handOn(partial);
+    }
+    if (!ok) {
+        handleHgFailure("hg log", task->exitCode(), task->errorOutput(), true);
+    }
+    return ok;
 }
 
 std::optional<vn::Record> VNRepoHandlerMercurial::parseLogLine(const std::string& line) {
@@ -264,7 +323,8 @@ std::optional<vn::Record> VNRepoHandlerMercurial::workingCopyRow(const std::stri
     return workingCopyRowWithParents(revs);
 }
 
-void VNRepoHandlerMercurial::fillLogPage(const std::string& path, VNLogRowData& rowData) {
+void VNRepoHandlerMercurial::fillLogPage(const std::string& path, VNLogRowData& rowData,
+                                         bool withWorkingCopyRow) {
     std::optional<std::string> branch;
     if (!rowData.allBranches() && !rowData.selectedBranch().empty()) {
         branch = rowData.selectedBranch();
@@ -273,7 +333,7 @@ void VNRepoHandlerMercurial::fillLogPage(const std::string& path, VNLogRowData& 
     const uint64_t limit = rowData.limit();
     std::optional<bool> changed;
     std::optional<SideBySide> workingLookup;
-    if (skip == 0) {
+    if (skip == 0 && withWorkingCopyRow) {
         workingLookup.emplace([&] { changed = hasUncommittedChanges(path); });
     }
     // Revision numbers count every branch: a branch's page, and the graph of the rows above a
@@ -329,22 +389,37 @@ void VNRepoHandlerMercurial::fillLogPage(const std::string& path, VNLogRowData& 
 
 VNHgLogParser::LabelMap VNRepoHandlerMercurial::labelsByRevision(
     const std::string& path, bool includeClosedBranches, bool includeMultipleHeads,
-    const std::optional<std::string>& bundlePath) {
-    if (!bundlePath) {
-        // One log run over the labelled changesets instead of three listing commands.
-        auto task = hgQueryTask(
-            path, "log",
-            {"-r", "head() or bookmark() or tag()", "--template", labelledChangesetsTemplate()});
-        task->setLossyUTF8Output(true);
-        if (runQuery(task)) {
-            return labelsFromLabelledChangesets(task->output(), includeClosedBranches,
-                                                includeMultipleHeads);
-        }
-        handleHgFailure("hg log", task->exitCode(), task->errorOutput(), false);
-        return {};
+    const std::optional<std::string>& bundlePath, const std::optional<LabelWindow>& window) {
+    // A page's window leaves out the tags of every other revision, which are most of the work
+    // in a history with many tags. Without a window the command server answers the three
+    // listings from hg's caches side by side sooner than the one run over every labelled
+    // changeset; without the server each run pays hg's start-up, so the one run wins.
+    if (!bundlePath && (window || !usesCommandServer())) {
+        return labelsByRevisionFromOneRun(path, includeClosedBranches, includeMultipleHeads,
+                                          window);
     }
     return labelsByRevisionFromListings(path, includeClosedBranches, includeMultipleHeads,
                                         bundlePath);
+}
+
+VNHgLogParser::LabelMap VNRepoHandlerMercurial::labelsByRevisionFromOneRun(
+    const std::string& path, bool includeClosedBranches, bool includeMultipleHeads,
+    const std::optional<LabelWindow>& window) {
+    // Every head stays in: a branch's label goes to its newest open head, wherever that is.
+    std::string revisions = "head() or bookmark() or tag()";
+    if (window && window->limit > 0 && (window->start == "tip" || isNumber(window->start))) {
+        revisions = vn::format("head() or bookmark() or (tag() and last(0:%@, %@))", window->start,
+                               std::to_string(window->limit));
+    }
+    auto task =
+        hgQueryTask(path, "log", {"-r", revisions, "--template", labelledChangesetsTemplate()});
+    task->setLossyUTF8Output(true);
+    if (runQuery(task)) {
+        return labelsFromLabelledChangesets(task->output(), includeClosedBranches,
+                                            includeMultipleHeads);
+    }
+    handleHgFailure("hg log", task->exitCode(), task->errorOutput(), false);
+    return {};
 }
 
 std::string VNRepoHandlerMercurial::labelledChangesetsTemplate() {
@@ -721,7 +796,8 @@ bool VNRepoHandlerMercurial::exportFileContentAtRevision(const std::string& path
                                                          const std::string& destFile) {
     std::vector<std::string> args = defaultArgsForPath(path, "-R");
     args.insert(args.end(), {path, "cat", "-r", revisionSymbol(revision), "--", file});
-    auto task = VNTask::taskWithCommand(hgPath(), path, std::move(args), destFile);
+    auto task =
+        VNTask::taskWithCommand(hgPath(), path, configOptionsFirst(std::move(args)), destFile);
     task->setEnvironmentCustomisations(plainEnvironment());
     if (!task->run()) {
         handleHgFailure("hg cat", task->exitCode(), task->errorOutput(), false);

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <functional>
 
+#include "handler/FailureCollector.h"
 #include "hg/VNRepoHandlerMercurial.h"
 #include "platform/FileSystem.h"
 #include "platform/Log.h"
@@ -856,6 +857,11 @@ TEST_F(HgWriteTest, MissingExtensionsAreNamedInTheError) {
     };
     const Case cases[] = {
         {"hg-flow", handler->flowFeatureStartTask(repo.path(), "x", std::nullopt, 0), "hgflow"},
+        {"hg-flow init", handler->flowInitTask(repo.path()), "hgflow"},
+        {"hg-flow release", handler->flowReleaseStartTask(repo.path(), "1.0", std::nullopt),
+         "hgflow"},
+        {"hg-flow hotfix", handler->flowHotfixStartTask(repo.path(), "h", std::string("0"), 0),
+         "hgflow"},
         {"subversion",
          handler->cloneSvnTaskForSource("http://127.0.0.1:9/svn", 5, dir.file("svn"),
                                         vn::Record{{"authorsFiles", "/tmp/authors"}}),
@@ -882,8 +888,22 @@ TEST_F(HgWriteTest, MissingExtensionsAreNamedInTheError) {
                   std::string::npos)
             << errors;
     }
+    // A finish is a list of tasks: the first one already says what is missing.
+    auto finish = handler->flowFeatureFinishTasks(repo.path(), "x", 0);
+    ASSERT_FALSE(finish.empty());
+    std::string errors;
+    EXPECT_FALSE(run(finish, &errors));
+    EXPECT_NE(errors.find("the Mercurial extension \"hgflow\""), std::string::npos) << errors;
+    // Queries report the same failure and answer nothing.
+    {
+        vn::FailureCollector failures;
+        EXPECT_TRUE(handler->flowFeatureList(repo.path()).empty());
+        EXPECT_EQ(handler->flowCurrentReleaseName(repo.path()), std::nullopt);
+        EXPECT_NE(failures.message().find("hgflow"), std::string::npos) << failures.message();
+    }
     // Everything else keeps working.
     mustRun(handler->branchTask(repo.path(), "still fine"));
+    EXPECT_FALSE(handler->logRevisions(repo.path(), "", 0, 10, std::nullopt, 0).empty());
 }
 
 TEST(HgFlowOutput, CurrentAndOpenBranchesOfAKind) {

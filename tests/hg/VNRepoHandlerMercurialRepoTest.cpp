@@ -5,6 +5,7 @@
 #include <chrono>
 #include <ctime>
 #include <filesystem>
+#include <map>
 #include <set>
 
 #include "handler/VNTemplateDocument.h"
@@ -297,8 +298,37 @@ TEST_P(MercurialRepo, LabelsFromOneRunMatchTheListings) {
             bool closed = flags & 1, everyHead = flags & 2;
             std::string listed =
                 labelText(handler->labelsByRevisionFromListings(repo.path(), closed, everyHead));
-            EXPECT_EQ(labelText(handler->labelsByRevision(repo.path(), closed, everyHead)), listed);
+            EXPECT_EQ(
+                labelText(handler->labelsByRevisionFromOneRun(repo.path(), closed, everyHead)),
+                listed);
             EXPECT_NE(listed, "");
+            // A page's window gives the same labels for the revisions inside it (the plain
+            // and the fullest options are enough: windows only leave out other tags).
+            if (closed != everyHead) {
+                continue;
+            }
+            auto full = handler->labelsByRevisionFromListings(repo.path(), closed, everyHead);
+            uint64_t tip = std::stoull(handler->latestRevision(repo.path()));
+            for (uint64_t top : std::set<uint64_t>{tip, tip / 2, std::min<uint64_t>(tip, 1)}) {
+                for (uint64_t limit : {uint64_t{1}, uint64_t{3}}) {
+                    VNRepoHandlerMercurial::LabelWindow window{
+                        top == tip ? "tip" : std::to_string(top), limit};
+                    auto windowed =
+                        handler->labelsByRevision(repo.path(), closed, everyHead, {}, window);
+                    for (uint64_t rev = top + 1; rev-- > 0 && rev + limit > top;) {
+                        SCOPED_TRACE(window.start + " " + std::to_string(limit) + " rev " +
+                                     std::to_string(rev));
+                        auto in = [&](const VNHgLogParser::LabelMap& map) {
+                            VNHgLogParser::LabelMap one;
+                            if (auto it = map.find(std::to_string(rev)); it != map.end()) {
+                                one.insert(*it);
+                            }
+                            return labelText(one);
+                        };
+                        EXPECT_EQ(in(windowed), in(full));
+                    }
+                }
+            }
         }
     };
     repo.commitFile("a.txt", "1\n", "root");
@@ -480,6 +510,84 @@ TEST_P(MercurialRepo, ThousandsOfChangesetsPagedWithSkip) {
         skip += page.size();
     }
     EXPECT_EQ(seen.size(), 3000u);
+}
+
+// The streamed listing hands on, in several batches, exactly the rows and labels of the one
+// whole run, whatever the chunk boundaries cut: long messages, line separators, tags.
+TEST_P(MercurialRepo, StreamedHistoryMatchesTheWholeRun) {
+    HgRepository repo;
+    repo.commitFile("f", "0\n", "c0 caf\xc3\xa9 \xe2\x80\xa8 after a line separator");
+    repo.hg({"debugbuilddag", "+2500", "--from-existing"});
+    repo.hg({"update", "-q", "tip"});
+    repo.commitFile("g", "1\n", std::string(3000, 'x') + " long \xe2\x80\xa8 separator");
+    repo.hg({"tag", "-r", "7", "seven tag"});
+    repo.hg({"bookmark", "-r", "100", "mark"});
+    for (const auto& [start, limit] : std::vector<std::pair<std::optional<std::string>, uint64_t>>{
+             {std::nullopt, 0}, {std::string("2000"), 0}, {std::nullopt, 700}}) {
+        SCOPED_TRACE(start.value_or("tip") + " limit " + std::to_string(limit));
+        auto whole = handler->logRevisions(repo.path(), {}, start, limit, std::nullopt, 0, false);
+        std::vector<vn::Record> streamed;
+        int batches = 0;
+        EXPECT_TRUE(handler->streamLogRevisions(
+            repo.path(), start, limit, std::nullopt, 0, [&](std::vector<vn::Record>& rows) {
+                ++batches;
+                EXPECT_FALSE(rows.empty());
+                streamed.insert(streamed.end(), rows.begin(), rows.end());
+            }));
+        ASSERT_EQ(streamed.size(), whole.size());
+        ASSERT_FALSE(whole.empty());
+        if (limit == 0) {
+            EXPECT_GT(batches, 1);
+        }
+        for (std::size_t i = 0; i < whole.size(); ++i) {
+            SCOPED_TRACE(i);
+            for (const char* key : {"rev", "changeset", "parentid1", "parentid2", "user"}) {
+                ASSERT_EQ(streamed[i].string(key), whole[i].string(key)) << key;
+            }
+            auto a = streamed[i]["descriptionentry"].objectAs<VNLogDescriptionEntry>();
+            auto b = whole[i]["descriptionentry"].objectAs<VNLogDescriptionEntry>();
+            ASSERT_TRUE(a && b);
+            ASSERT_EQ(a->description(), b->description());
+            ASSERT_EQ(a->labels().size(), b->labels().size());
+        }
+    }
+    // A failing run says so.
+    EXPECT_FALSE(handler->streamLogRevisions(repo.path(), std::string("99999"), 0, std::nullopt, 0,
+                                             [](std::vector<vn::Record>&) {}));
+}
+
+// The changes between two revisions (a rename read as one), the heads with their branches, and
+// the version details of the tool in use.
+TEST_P(MercurialRepo, RangeChangesHeadsAndVersion) {
+    HgRepository repo;
+    repo.commitFile("a.txt", "a\n", "one");
+    repo.hg({"mv", "a.txt", "b c.txt"});
+    repo.commit("moved");
+    repo.commitFile("n.txt", "n\n", "new");
+    repo.hg({"update", "-q", "0"});
+    repo.hg({"branch", "-q", "side"});
+    repo.commitFile("s.txt", "s\n", "side");
+    auto describe = [](const std::vector<vn::Record>& entries) {
+        std::string out;
+        for (const auto& entry : entries) {
+            out += std::to_string(entry.integer("status")) + ":" + entry.string("filename") + "<" +
+                   entry.string("previousName") + ";";
+        }
+        return out;
+    };
+    EXPECT_EQ(describe(handler->revisionRangeFileChanges(repo.path(), "0", "2")),
+              "512:b c.txt<a.txt;4:n.txt<;");
+    EXPECT_EQ(describe(handler->revisionRangeFileChanges(repo.path(), "2", "2")), "");
+    EXPECT_TRUE(handler->revisionRangeFileChanges(repo.path(), "0", "nosuch").empty());
+    EXPECT_EQ(handler->headsByRevision(repo.path()),
+              (std::map<std::string, std::string>{{"2", ""}, {"3", "side"}}));
+    vn::Record version = handler->versionDetails();
+    EXPECT_EQ(version.string("number"),
+              VNRepoHandlerMercurial::parseVersionNumber(repo.hg({"--version"})));
+    EXPECT_TRUE(version.boolean("standard"));
+    EXPECT_EQ(version.string("location"), "Internal");
+    EXPECT_TRUE(version.boolean("exists"));
+    EXPECT_FALSE(handler->isUsingIncompatibleMercurial());
 }
 
 INSTANTIATE_TEST_SUITE_P(CommandServer, MercurialRepo, ::testing::Values(false, true),

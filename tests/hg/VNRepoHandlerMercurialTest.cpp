@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
+
 #include "app/VNApplication.h"
 #include "platform/FileSystem.h"
 #include "support/HgRepository.h"
@@ -69,6 +71,65 @@ TEST(VNRepoHandlerMercurialFrame, TasksRunTheShippedHgPlainly) {
     EXPECT_EQ(env["HGPLAINEXCEPT"], "");
     EXPECT_NE(env["HGPLAIN"], "");
     ::unlink(vn::fs::appendPathComponent(vn::fs::homeDirectory(), ".hgrc").c_str());
+}
+
+// Strict plain mode takes "--config" only before the command word: with the certificate
+// override on, queries, write tasks, bundle runs and file lists must all still run.
+TEST(VNRepoHandlerMercurialFrame, CertificateOverrideGoesBeforeTheCommandWord) {
+    auto handler = std::make_shared<VNRepoHandlerMercurial>();
+    handler->setNeedsWebCacertsConfigSetting(true);
+    HgRepository repo;
+    repo.commitFile("a.txt", "a\n", "first");
+    repo.write("b file.txt", "b\n");
+    vn::test::TempDir scratch("varnel-cacerts");
+    repo.hg({"bundle", "--all", scratch.file("all.hg")});
+    struct Case {
+        const char* name;
+        std::function<std::shared_ptr<VNTask>()> task;
+    };
+    const Case cases[] = {
+        {"query", [&] { return handler->hgQueryTask(repo.path(), "status", {"-u"}); }},
+        {"query through a bundle",
+         [&] {
+             return handler->hgQueryTaskWithArgs(repo.path(), [&] {
+                 std::vector<std::string> args{"-R", scratch.file("all.hg")};
+                 auto defaults = handler->defaultArgsForPath(repo.path(), "tags");
+                 args.insert(args.end(), defaults.begin(), defaults.end());
+                 return args;
+             }());
+         }},
+        {"file list", [&] { return handler->addTasks(repo.path(), {"b file.txt"}).front(); }},
+        {"write with its own pair", [&] { return handler->mergeTask(repo.path(), "0", 0); }},
+        {"tag", [&] { return handler->tagTasks(repo.path(), "v1", false, "", {}).front(); }},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        auto task = c.task();
+        ASSERT_TRUE(task);
+        const auto& args = task->args();
+        ASSERT_GE(args.size(), 2u);
+        EXPECT_EQ(args[0], "--config");
+        EXPECT_TRUE(args[1].starts_with("web.cacerts=")) << args[1];
+        bool ran = task->run();
+        if (std::string(c.name) == "write with its own pair") {
+            // Merging the working copy's own parent is refused by hg, not by the option parser.
+            EXPECT_EQ(task->errorOutput().find("abbreviated"), std::string::npos)
+                << task->errorOutput();
+        } else {
+            EXPECT_TRUE(ran) << task->errorOutput();
+        }
+    }
+    EXPECT_EQ(repo.hg({"status", "-a"}), "A b file.txt\n");
+    EXPECT_NE(repo.hg({"tags"}).find("v1"), std::string::npos);
+    // A file's content through "-R" with the override among its defaults.
+    EXPECT_TRUE(handler->exportFileContentAtRevision(repo.path(), "a.txt", "0",
+                                                     scratch.file("a-at-0.txt")));
+    EXPECT_EQ(vn::test::readFile(scratch.file("a-at-0.txt")), "a\n");
+    // Words after the default arguments are the caller's, even when one reads "--config".
+    EXPECT_EQ(VNRepoHandlerMercurial::configOptionsFirst(
+                  {"log", "-y", "--config", "web.cacerts=x", "-k", "--config", "--template", "t"}),
+              (std::vector<std::string>{"--config", "web.cacerts=x", "log", "-y", "-k", "--config",
+                                        "--template", "t"}));
 }
 
 }  // namespace
