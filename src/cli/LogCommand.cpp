@@ -9,6 +9,7 @@
 #include "cli/Cli.h"
 #include "cli/GraphRenderer.h"
 #include "cli/HistoryCli.h"
+#include "git/VNGitLogParser.h"
 #include "git/VNRepoHandlerGit.h"
 #include "handler/FailureCollector.h"
 #include "hg/VNRepoHandlerMercurial.h"
@@ -31,6 +32,34 @@ bool terminalTakesTrueColour() {
     const char* colourTerm = std::getenv("COLORTERM");
     return colourTerm &&
            (std::string_view(colourTerm) == "truecolor" || std::string_view(colourTerm) == "24bit");
+}
+
+// The rows as `printHistoryRows` writes them, appended to `out`.
+void appendHistoryRows(std::string& out, const std::vector<Record>& rows, bool graph) {
+    const bool coloured = useColour();
+    const bool trueColour = coloured && terminalTakesTrueColour();
+    for (const Record& row : rows) {
+        const bool workingCopyRow = row.string("rev") == "-1";
+        if (graph) {
+            // Each row as wide as its own graph: rows are printed as they come, before the
+            // widest is known.
+            if (auto entry = row["graph"].objectAs<VNLogGraphEntry>()) {
+                appendGraphText(out, *entry, workingCopyRow, coloured, trueColour);
+            }
+            out += ' ';
+        }
+        if (workingCopyRow) {
+            out.append(colour("Uncommitted changes", "1"));
+        } else {
+            out += history::rowLine(row);
+        }
+        out += '\n';
+    }
+}
+
+void writeOut(std::string_view text) {
+    std::cout.write(text.data(), static_cast<std::streamsize>(text.size()));
+    std::cout.flush();
 }
 
 std::vector<GraphRow> graphRowsOf(const std::vector<Record>& rows) {
@@ -188,6 +217,98 @@ class PageReader {
         return ok;
     }
 
+    // The page as `printHistoryRows` writes it, made straight from git's lines without records:
+    // each batch's text goes to `write` as soon as it is made. Answers whether git succeeded.
+    bool readText(std::shared_ptr<const VNLogGraphEntry> base,
+                  const std::function<std::optional<Record>()>& leadingRow,
+                  const std::function<void(std::string_view)>& write) {
+        VNLogGraphLayout layout(std::move(base), page_.followFirst());
+        const bool coloured = useColour();
+        const bool trueColour = coloured && terminalTakesTrueColour();
+        uint64_t count = 0;
+        bool found = false;
+        bool led = false;
+        std::string out;
+        std::vector<std::string_view> parents;
+        std::string hash;
+        auto lead = [&] {
+            if (!led) {
+                led = true;
+                std::optional<Record> workingCopy = leadingRow();
+                page_.setFirstRowIsWorkingDir(workingCopy.has_value());
+                if (workingCopy) {
+                    std::vector<Record> rows{std::move(*workingCopy)};
+                    if (graph_) {
+                        layout.addRows(rows);
+                    }
+                    appendHistoryRows(out, rows, graph_);
+                }
+            }
+        };
+        auto take = [&](std::string_view text, const Record& aheadBehind) {
+            lead();
+            while (!text.empty()) {
+                std::size_t end = text.find('\n');
+                std::string_view line = text.substr(0, end);
+                text.remove_prefix(end == std::string_view::npos ? text.size() : end + 1);
+                std::string_view fields[VNGitLogParser::LogFieldCount];
+                if (!VNGitLogParser::logLineFields(line, fields)) {
+                    continue;
+                }
+                ++count;
+                VNLogDescriptionEntry::LabelList labels;
+                if (!fields[VNGitLogParser::LogDecoration].empty()) {
+                    hash.assign(fields[VNGitLogParser::LogHash]);
+                    labels = VNGitLogParser::labelsFromDecoration(
+                        fields[VNGitLogParser::LogDecoration], hash,
+                        VNGitLogParser::LabelScan::Full, &aheadBehind);
+                    for (const auto& label : labels) {
+                        if (label->currentMarker()) {
+                            found = true;
+                            if (page_.currentBranch().empty()) {
+                                page_.setCurrentBranch(label->label());
+                            }
+                        }
+                    }
+                }
+                if (graph_) {
+                    parents.clear();
+                    for (std::string_view rest = fields[VNGitLogParser::LogParents];
+                         !rest.empty();) {
+                        std::size_t blank = rest.find(' ');
+                        if (blank != 0) {
+                            parents.push_back(rest.substr(0, blank));
+                        }
+                        rest.remove_prefix(blank == std::string_view::npos ? rest.size()
+                                                                           : blank + 1);
+                    }
+                    auto entry = layout.addRevision(fields[VNGitLogParser::LogHash], parents);
+                    appendGraphText(out, *entry, false, coloured, trueColour);
+                    out += ' ';
+                }
+                history::appendRowLine(out, fields[VNGitLogParser::LogShortHash],
+                                       VNGitLogParser::dateField(fields[VNGitLogParser::LogDate]),
+                                       fields[VNGitLogParser::LogAuthor], &labels,
+                                       fields[VNGitLogParser::LogSubject]);
+                out += '\n';
+            }
+            write(out);
+            out.clear();
+        };
+        bool ok = handler_.streamLogLines(path_, page_.skip(), page_.limit(), branch(),
+                                          page_.logOptions(), take);
+        lead();
+        if (!out.empty()) {
+            // An empty listing still shows the uncommitted changes.
+            write(out);
+        }
+        page_.setMoreRevisions(ok && page_.limit() != 0 && count >= page_.limit());
+        page_.setCurrentBranchFound(found);
+        rowCount_ = count;
+        endState_ = layout.state();
+        return ok;
+    }
+
     uint64_t rowCount() const { return rowCount_; }
     const std::shared_ptr<const VNLogGraphEntry>& endState() const { return endState_; }
 
@@ -321,27 +442,9 @@ struct MercurialLog {
 }  // namespace
 
 void printHistoryRows(const std::vector<Record>& rows, bool graph) {
-    const bool coloured = useColour();
-    const bool trueColour = coloured && terminalTakesTrueColour();
     std::string out;
-    for (const Record& row : rows) {
-        const bool workingCopyRow = row.string("rev") == "-1";
-        if (graph) {
-            // Each row as wide as its own graph: rows are printed as they come, before the
-            // widest is known.
-            if (auto entry = row["graph"].objectAs<VNLogGraphEntry>()) {
-                appendGraphText(out, *entry, workingCopyRow, coloured, trueColour);
-            }
-            out += ' ';
-        }
-        if (workingCopyRow) {
-            out.append(colour("Uncommitted changes", "1"));
-        } else {
-            out += history::rowLine(row);
-        }
-        out += '\n';
-    }
-    std::cout << out << std::flush;
+    appendHistoryRows(out, rows, graph);
+    writeOut(out);
 }
 
 int runLog(Arguments& args) {
@@ -488,11 +591,10 @@ int runLog(Arguments& args) {
         }
     }
     auto base = std::dynamic_pointer_cast<const VNLogGraphEntry>(page->baseGraphState());
-    auto readPage = [&](const std::function<void(std::vector<Record>&)>& emit) {
-        reader.read(
-            base,
-            [&]() -> std::optional<Record> { return skip == 0 ? waitForStatus() : std::nullopt; },
-            emit);
+    auto leadingRow = [&]() -> std::optional<Record> {
+        return skip == 0 ? waitForStatus() : std::nullopt;
+    };
+    auto finishPage = [&] {
         identityGroup.wait();
         if (!laterIdentity.empty()) {
             openCache(std::move(laterIdentity));
@@ -504,6 +606,10 @@ int runLog(Arguments& args) {
         if (cache) {
             cache->save();
         }
+    };
+    auto readPage = [&](const std::function<void(std::vector<Record>&)>& emit) {
+        reader.read(base, leadingRow, emit);
+        finishPage();
     };
 
     if (svgFile) {
@@ -525,7 +631,8 @@ int runLog(Arguments& args) {
     } else if (json) {
         printJson(Value(std::make_shared<StreamedPage>(*page, readPage)));
     } else {
-        readPage([&](std::vector<Record>& rows) { printHistoryRows(rows, graph); });
+        reader.readText(base, leadingRow, writeOut);
+        finishPage();
     }
     // Rows already printed stay; what cut the listing short is said last.
     if (!failures.empty()) {
