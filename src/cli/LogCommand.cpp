@@ -97,8 +97,9 @@ class PageReader {
     // The identity of the listing for the cache of graph states: the repository's refs, the
     // options that change which rows come in which order, and whether the working-copy row
     // leads the listing.
-    std::string identity(bool dirty) {
-        std::string refs = handler_.historyIdentity(path_);
+    std::string identity(bool dirty) { return identity(handler_.historyIdentity(path_), dirty); }
+    // The same from the repository's part of it (`historyIdentity`), asked for earlier.
+    std::string identity(const std::string& refs, bool dirty) {
         if (refs.empty()) {
             return {};
         }
@@ -563,15 +564,14 @@ int runLog(Arguments& args) {
         }
     };
     // A first page only leaves its end state for the next one: the queries that name the
-    // listing run beside the log instead of before it.
+    // listing run beside the log and the status instead of before them.
     vn::WorkGroup identityGroup;
-    std::string laterIdentity;
+    std::string laterRefs;
     if (graph && skip > 0) {
         openCache(reader.identity(waitForStatus().has_value()));
     } else if (graph && limit != 0) {
         vn::WorkQueue::global().async(identityGroup, FailureCollector::bind([&] {
-                                          laterIdentity =
-                                              reader.identity(waitForStatus().has_value());
+                                          laterRefs = handler.historyIdentity(workingCopy->path);
                                       }));
     }
     if (graph && skip > 0) {
@@ -596,9 +596,9 @@ int runLog(Arguments& args) {
     };
     auto finishPage = [&] {
         identityGroup.wait();
-        if (!laterIdentity.empty()) {
-            openCache(std::move(laterIdentity));
-            laterIdentity.clear();
+        if (!laterRefs.empty()) {
+            openCache(reader.identity(laterRefs, waitForStatus().has_value()));
+            laterRefs.clear();
         }
         if (cache && page->moreRevisions() && reader.endState()) {
             cache->remember(skip + reader.rowCount(), reader.endState());

@@ -446,12 +446,17 @@ bool VNRepoHandlerGit::streamLogTopology(const std::string& path, uint64_t skip,
 }
 
 std::string VNRepoHandlerGit::historyIdentity(const std::string& path) {
-    auto refs = runGit(*this, path, "for-each-ref", {"--format=%(objectname) %(refname)"});
     auto heads = VNTask::taskWithCommand(
         gitPath(), path,
         withArgs(defaultArgsForPath(path, "rev-parse"),
                  {"--absolute-git-dir", "HEAD", "--symbolic-full-name", "HEAD"}));
-    if (!refs || !heads->run()) {
+    bool headsOk = false;
+    std::shared_ptr<VNTask> refs;
+    {
+        SideBySide both([&] { headsOk = heads->run(); });
+        refs = runGit(*this, path, "for-each-ref", {"--format=%(objectname) %(refname)"});
+    }
+    if (!refs || !headsOk) {
         return {};
     }
     std::string mergeHead;
