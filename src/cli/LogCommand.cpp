@@ -86,6 +86,10 @@ std::vector<GraphRow> graphRowsOf(const std::vector<Record>& rows) {
 constexpr uint64_t StateSpacing = 10000;
 // The largest page read beside the layout of the rows above it.
 constexpr uint64_t PrefetchLimit = 10000;
+// The shortest first page that leaves its end state for the next one. Naming the listing takes
+// two more git runs on every first page, while laying out a shorter page again from the top, when
+// the next page is asked for, costs less than those runs.
+constexpr uint64_t KeptFirstPageRows = StateSpacing;
 
 // The rows of one page as git prints them: the working-copy row first on a first page, each
 // batch laid out when the graph is asked for, then handed on. Nothing is kept.
@@ -563,13 +567,13 @@ int runLog(Arguments& args) {
             cache.emplace(VNLogGraphStateCache::defaultFolder(), std::move(identity));
         }
     };
-    // A first page only leaves its end state for the next one: the queries that name the
+    // A long first page leaves its end state for the next one: the queries that name the
     // listing run beside the log and the status instead of before them.
     vn::WorkGroup identityGroup;
     std::string laterRefs;
     if (graph && skip > 0) {
         openCache(reader.identity(waitForStatus().has_value()));
-    } else if (graph && limit != 0) {
+    } else if (graph && limit >= KeptFirstPageRows) {
         vn::WorkQueue::global().async(identityGroup, FailureCollector::bind([&] {
                                           laterRefs = handler.historyIdentity(workingCopy->path);
                                       }));
