@@ -227,6 +227,15 @@ class PageReader {
     bool readText(std::shared_ptr<const VNLogGraphEntry> base,
                   const std::function<std::optional<Record>()>& leadingRow,
                   const std::function<void(std::string_view)>& write) {
+        if (hasPrefetched_) {
+            // The page was read beside the layout of the rows above it.
+            std::string text;
+            return read(std::move(base), leadingRow, [&](std::vector<Record>& rows) {
+                text.clear();
+                appendHistoryRows(text, rows, graph_);
+                write(text);
+            });
+        }
         VNLogGraphLayout layout(std::move(base), page_.followFirst());
         const bool coloured = useColour();
         const bool trueColour = coloured && terminalTakesTrueColour();

@@ -12,6 +12,7 @@
 #include "handler/VNTask.h"
 #include "model/VNLogGraphEntry.h"
 #include "model/VNLogRowData.h"
+#include "support/GitRunCounter.h"
 #include "support/TestEnvironment.h"
 
 namespace {
@@ -349,6 +350,44 @@ TEST(HistoryGraph, TextRowsAreWhatTheRecordsOfTheRowsSay) {
             EXPECT_GT(expected.size(), 100u);
             EXPECT_EQ(task->output(), expected);
         }
+    }
+}
+
+}  // namespace
+
+namespace {
+
+TEST(HistoryGraph, EachPageRunsOnlyTheListingsItNeeds) {
+    GitRepository repo;
+    buildHistory(repo);
+    for (const std::string& file : cacheFiles()) {
+        std::filesystem::remove(file);
+    }
+    vn::test::GitRunCounter counter;
+    struct Case {
+        const char* name;
+        std::vector<std::string> args;
+        int logs;        // listings: the page, and the rows above it when no state is kept
+        int identities;  // the refs asked for to name the listing in the cache
+    };
+    const Case cases[] = {
+        {"a short first page", {"log", "--graph", "--limit", "3"}, 1, 0},
+        {"a deep page, nothing kept", {"log", "--graph", "--skip", "3", "--limit", "2"}, 2, 1},
+        {"the same page, its state kept", {"log", "--graph", "--skip", "3", "--limit", "2"}, 1, 1},
+        {"the next page, from the state the last one left",
+         {"log", "--graph", "--skip", "5", "--limit", "2"},
+         1,
+         1},
+        {"a deep page as JSON", {"log", "--json", "--graph", "--skip", "4", "--limit", "2"}, 2, 1},
+        {"a deep page without a graph", {"log", "--skip", "4", "--limit", "2"}, 1, 0},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        counter.clear();
+        auto task = vrnlIn(repo.path(), c.args);
+        ASSERT_TRUE(task->success()) << task->errorOutput();
+        EXPECT_EQ(counter.runsWith(" log "), c.logs) << counter.runs();
+        EXPECT_EQ(counter.runsWith("%(objectname) %(refname)"), c.identities) << counter.runs();
     }
 }
 
