@@ -1,7 +1,9 @@
 #include "cli/GraphRenderer.h"
 
 #include <algorithm>
+#include <array>
 #include <cstdio>
+#include <cstring>
 #include <sstream>
 #include <string_view>
 
@@ -70,9 +72,100 @@ uint32_t lanesOf(const VNLogGraphEntry& entry) {
 
 namespace {
 
-// One row's drawing `width` lanes wide, appended to `out`; `cells` is scratch space.
+// Without colour a cell is only its directions and whether it holds the dot (hollow for the
+// working copy).
+constexpr uint8_t DotCell = 16;
+constexpr uint8_t HollowDotCell = 32;
+
+struct PlainGlyph {
+    char bytes[4];
+    uint8_t length;
+};
+
+constexpr std::array<PlainGlyph, 64> plainGlyphs() {
+    std::array<PlainGlyph, 64> table{};
+    for (std::size_t i = 0; i < table.size(); ++i) {
+        std::string_view text = i & HollowDotCell ? std::string_view("◌")
+                                : i & DotCell     ? std::string_view("●")
+                                                  : BoxGlyphs[i & 15];
+        for (std::size_t b = 0; b < text.size(); ++b) {
+            table[i].bytes[b] = text[b];
+        }
+        table[i].length = static_cast<uint8_t>(text.size());
+    }
+    return table;
+}
+
+constexpr std::array<PlainGlyph, 64> PlainGlyphs = plainGlyphs();
+
+// The drawing without colour, at least `width` lanes wide (wider when the row is): the common
+// case of output to a file or a pipe, where a long history is written. Straight runs of lanes are
+// marked whole, and each cell is one table look-up.
+void appendPlainRowText(std::string& out, const VNLogGraphEntry& entry, bool workingCopy,
+                        uint32_t width) {
+    // Kept all zero between rows: each row clears the cells it used.
+    thread_local std::vector<uint8_t> cells;
+    uint32_t lanes = std::max(width, entry.commitColumn + 1);
+    auto reach = [&](uint32_t lane) {
+        lanes = std::max(lanes, lane + 1);
+        if (2 * std::size_t(lane) + 2 > cells.size()) {
+            cells.resize(std::max<std::size_t>(2 * std::size_t(lane) + 2, 2 * cells.size()), 0);
+        }
+    };
+    reach(lanes - 1);
+    for (const auto& pointer : entry.lineColumns.runs()) {
+        const VNLogGraphLines::Run& run = *pointer;
+        if (run.plain) {
+            const uint32_t first = run.lines.front().startCol;
+            const uint32_t count = static_cast<uint32_t>(run.lines.size());
+            reach(first + count - 1);
+            uint8_t* cell = cells.data() + 2 * std::size_t(first);
+            for (uint32_t i = 0; i < count; ++i) {
+                cell[2 * i] |= Up | Down;
+            }
+            continue;
+        }
+        for (const VNLogGraphEntryLine& line : run.lines) {
+            reach(std::max(line.endCol, line.startCol));
+            if (line.isBlank) {
+                continue;
+            }
+            Path path = pathOf(line, entry.commitColumn);
+            std::size_t top = 2 * std::size_t(path.top), bottom = 2 * std::size_t(path.bottom);
+            if (path.hasUpper) {
+                cells[top] |= Up;
+            }
+            if (path.hasLower) {
+                cells[bottom] |= Down;
+            }
+            if (top != bottom) {
+                std::size_t left = std::min(top, bottom), right = std::max(top, bottom);
+                cells[left] |= Right;
+                cells[right] |= Left;
+                for (std::size_t x = left + 1; x < right; ++x) {
+                    cells[x] |= Left | Right;
+                }
+            }
+        }
+    }
+    cells[2 * std::size_t(entry.commitColumn)] |= workingCopy ? HollowDotCell : DotCell;
+    const std::size_t count = 2 * std::size_t(lanes);
+    const std::size_t used = out.size();
+    // Four bytes are copied for every glyph, at most three of them kept.
+    out.resize(used + 3 * count + 1);
+    char* end = out.data() + used;
+    for (std::size_t i = 0; i < count; ++i) {
+        const PlainGlyph& glyph = PlainGlyphs[cells[i]];
+        std::memcpy(end, glyph.bytes, 4);
+        end += glyph.length;
+    }
+    std::memset(cells.data(), 0, count);
+    out.resize(std::size_t(end - out.data()));
+}
+
+// One row's coloured drawing `width` lanes wide, appended to `out`; `cells` is scratch space.
 void appendRowText(std::string& out, const VNLogGraphEntry& entry, bool workingCopy, uint32_t width,
-                   bool colour, bool trueColour, std::vector<Cell>& cells) {
+                   bool trueColour, std::vector<Cell>& cells) {
     cells.assign(2 * std::size_t(width), Cell{});
     for (const auto& line : entry.lineColumns) {
         if (line.isBlank) {
@@ -104,19 +197,6 @@ void appendRowText(std::string& out, const VNLogGraphEntry& entry, bool workingC
     dot.dot = true;
     dot.colour = &entry.commitColour;
 
-    if (!colour) {
-        // The common case of output to a file or pipe: written straight into the string, at most
-        // three bytes a cell.
-        std::size_t used = out.size();
-        out.resize(used + 3 * cells.size());
-        char* end = out.data() + used;
-        for (const Cell& cell : cells) {
-            std::string_view g = glyph(cell, workingCopy);
-            end = std::copy(g.begin(), g.end(), end);
-        }
-        out.resize(std::size_t(end - out.data()));
-        return;
-    }
     const VNLogGraphColour* current = nullptr;
     for (const Cell& cell : cells) {
         std::string_view g = glyph(cell, workingCopy);
@@ -151,7 +231,11 @@ std::vector<std::string> drawGraphText(const std::vector<GraphRow>& rows, bool c
             continue;
         }
         std::string text;
-        appendRowText(text, *row.graph, row.workingCopy, width, colour, trueColour, cells);
+        if (colour) {
+            appendRowText(text, *row.graph, row.workingCopy, width, trueColour, cells);
+        } else {
+            appendPlainRowText(text, *row.graph, row.workingCopy, width);
+        }
         out.push_back(std::move(text));
     }
     return out;
@@ -159,8 +243,12 @@ std::vector<std::string> drawGraphText(const std::vector<GraphRow>& rows, bool c
 
 void appendGraphText(std::string& out, const VNLogGraphEntry& entry, bool workingCopy, bool colour,
                      bool trueColour) {
+    if (!colour) {
+        appendPlainRowText(out, entry, workingCopy, 1);
+        return;
+    }
     thread_local std::vector<Cell> cells;
-    appendRowText(out, entry, workingCopy, lanesOf(entry), colour, trueColour, cells);
+    appendRowText(out, entry, workingCopy, lanesOf(entry), trueColour, cells);
 }
 
 namespace {

@@ -8,6 +8,7 @@
 #include <iostream>
 
 #include "app/VNApplication.h"
+#include "base/TextEncoding.h"
 #include "cli/Cli.h"
 #include "git/VNRepoHandlerGit.h"
 #include "handler/FailureCollector.h"
@@ -127,14 +128,67 @@ std::optional<Value::Date> parseDay(const std::string& text) {
     return std::chrono::system_clock::from_time_t(std::mktime(&fields));
 }
 
-std::string shortDate(const Value& date) {
+namespace {
+
+// The proleptic Gregorian date of a day counted from 1970-01-01 (exact for every day a point in
+// time can hold).
+void civilFromDays(int64_t days, int64_t& year, unsigned& month, unsigned& day) {
+    days += 719468;
+    const int64_t era = (days >= 0 ? days : days - 146096) / 146097;
+    const auto dayOfEra = static_cast<unsigned>(days - era * 146097);
+    const unsigned yearOfEra =
+        (dayOfEra - dayOfEra / 1460 + dayOfEra / 36524 - dayOfEra / 146096) / 365;
+    const unsigned dayOfYear = dayOfEra - (365 * yearOfEra + yearOfEra / 4 - yearOfEra / 100);
+    const unsigned shifted = (5 * dayOfYear + 2) / 153;
+    day = dayOfYear - (153 * shifted + 2) / 5 + 1;
+    month = shifted < 10 ? shifted + 3 : shifted - 9;
+    year = static_cast<int64_t>(yearOfEra) + era * 400 + (month <= 2 ? 1 : 0);
+}
+
+void appendDigits(std::string& out, unsigned value, int width) {
+    char digits[8];
+    for (int i = width - 1; i >= 0; --i) {
+        digits[i] = static_cast<char>('0' + value % 10);
+        value /= 10;
+    }
+    out.append(digits, static_cast<std::size_t>(width));
+}
+
+}  // namespace
+
+void appendShortDate(std::string& out, const Value& date) {
     const Value::Date* point = date.date();
     if (!point) {
-        return {};
+        return;
     }
     std::time_t time = std::chrono::system_clock::to_time_t(*point);
-    std::tm wall{};
     std::optional<int32_t> offset = date.dateOffset();
+    if (offset) {
+        // The recorder's wall-clock time, worked out here: a history has a date on every row.
+        const int64_t wall = static_cast<int64_t>(time) + *offset;
+        const int64_t days = (wall >= 0 ? wall : wall - 86399) / 86400;
+        const int64_t secondOfDay = wall - days * 86400;
+        int64_t year;
+        unsigned month, day;
+        civilFromDays(days, year, month, day);
+        if (year >= 1000 && year <= 9999) {
+            appendDigits(out, static_cast<unsigned>(year), 4);
+            out.push_back('-');
+            appendDigits(out, month, 2);
+            out.push_back('-');
+            appendDigits(out, day, 2);
+            out.push_back(' ');
+            appendDigits(out, static_cast<unsigned>(secondOfDay / 3600), 2);
+            out.push_back(':');
+            appendDigits(out, static_cast<unsigned>(secondOfDay / 60 % 60), 2);
+            int32_t magnitude = *offset < 0 ? -*offset : *offset;
+            out.append(*offset < 0 ? " -" : " +");
+            appendDigits(out, static_cast<unsigned>(magnitude / 3600 % 100), 2);
+            appendDigits(out, static_cast<unsigned>(magnitude / 60 % 60), 2);
+            return;
+        }
+    }
+    std::tm wall{};
     if (offset) {
         time += *offset;
         ::gmtime_r(&time, &wall);
@@ -149,7 +203,13 @@ std::string shortDate(const Value& date) {
                       *offset < 0 ? '-' : '+', static_cast<int>(magnitude / 3600),
                       static_cast<int>(magnitude / 60 % 60));
     }
-    return buffer;
+    out.append(buffer);
+}
+
+std::string shortDate(const Value& date) {
+    std::string text;
+    appendShortDate(text, date);
+    return text;
 }
 
 std::string nameOnly(const std::string& user) {
@@ -204,16 +264,59 @@ std::string labelsText(const Value& descriptionEntry) {
     return text + ")";
 }
 
+namespace {
+
+void appendColoured(std::string& out, std::string_view text, std::string_view sgr, bool coloured) {
+    if (coloured) {
+        out.append("\x1b[").append(sgr).append("m");
+    }
+    appendDisplayText(out, text);
+    if (coloured) {
+        out.append("\x1b[0m");
+    }
+}
+
+}  // namespace
+
+void appendRowLine(std::string& out, std::string_view shortHash, const Value& date,
+                   std::string_view user, const std::vector<std::shared_ptr<VNLogLabel>>* labels,
+                   std::string_view subject) {
+    const bool coloured = useColour();
+    appendColoured(out, shortHash, "33", coloured);
+    out.push_back(' ');
+    if (coloured) {
+        out.append("\x1b[2m");
+    }
+    appendShortDate(out, date);
+    if (coloured) {
+        out.append("\x1b[0m");
+    }
+    out.push_back(' ');
+    std::size_t bracket = user.rfind(" <");
+    appendColoured(out, bracket == std::string_view::npos ? user : user.substr(0, bracket), "34",
+                   coloured);
+    if (labels && !labels->empty()) {
+        out.append(" (");
+        bool first = true;
+        for (const auto& label : *labels) {
+            if (!first) {
+                out.append(", ");
+            }
+            first = false;
+            out.append(labelText(*label));
+        }
+        out.push_back(')');
+    }
+    out.push_back(' ');
+    appendDisplayText(out, subject);
+}
+
 std::string rowLine(const Record& row) {
     auto entry = row["descriptionentry"].objectAs<VNLogDescriptionEntry>();
-    std::string line = colour(display(row.string("changesetshort")), "33");
-    line.append(" ").append(colour(shortDate(row["date"]), "2"));
-    line.append(" ").append(colour(display(nameOnly(row.string("user"))), "34"));
-    line.append(labelsText(row["descriptionentry"]));
-    line.append(" ");
-    if (entry) {
-        line.append(display(entry->description()));
-    }
+    std::string line;
+    appendRowLine(line, row.string("changesetshort"), row["date"], row.string("user"),
+                  entry ? &entry->labels() : nullptr,
+                  entry ? std::string_view(entry->description()) : std::string_view());
     return line;
 }
 

@@ -4,6 +4,8 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
+#include <vector>
 
 #include "base/Record.h"
 #include "base/Value.h"
@@ -64,5 +66,12 @@ std::string labelText(const VNLogLabel& label);
 std::string labelsText(const Value& descriptionEntry);
 // One history row on one line: short hash, date, author, labels, subject.
 std::string rowLine(const Record& row);
+// The same from the row's parts, appended to `out`: `user` is "Name <address>", `labels` may be
+// null.
+void appendRowLine(std::string& out, std::string_view shortHash, const Value& date,
+                   std::string_view user, const std::vector<std::shared_ptr<VNLogLabel>>* labels,
+                   std::string_view subject);
+// `shortDate`, appended to `out`.
+void appendShortDate(std::string& out, const Value& date);
 
 }  // namespace vn::cli::history

@@ -9,6 +9,7 @@
 #include "cli/Cli.h"
 #include "cli/GraphRenderer.h"
 #include "cli/HistoryCli.h"
+#include "git/VNGitLogParser.h"
 #include "git/VNRepoHandlerGit.h"
 #include "handler/FailureCollector.h"
 #include "hg/VNRepoHandlerMercurial.h"
@@ -31,6 +32,34 @@ bool terminalTakesTrueColour() {
     const char* colourTerm = std::getenv("COLORTERM");
     return colourTerm &&
            (std::string_view(colourTerm) == "truecolor" || std::string_view(colourTerm) == "24bit");
+}
+
+// The rows as `printHistoryRows` writes them, appended to `out`.
+void appendHistoryRows(std::string& out, const std::vector<Record>& rows, bool graph) {
+    const bool coloured = useColour();
+    const bool trueColour = coloured && terminalTakesTrueColour();
+    for (const Record& row : rows) {
+        const bool workingCopyRow = row.string("rev") == "-1";
+        if (graph) {
+            // Each row as wide as its own graph: rows are printed as they come, before the
+            // widest is known.
+            if (auto entry = row["graph"].objectAs<VNLogGraphEntry>()) {
+                appendGraphText(out, *entry, workingCopyRow, coloured, trueColour);
+            }
+            out += ' ';
+        }
+        if (workingCopyRow) {
+            out.append(colour("Uncommitted changes", "1"));
+        } else {
+            out += history::rowLine(row);
+        }
+        out += '\n';
+    }
+}
+
+void writeOut(std::string_view text) {
+    std::cout.write(text.data(), static_cast<std::streamsize>(text.size()));
+    std::cout.flush();
 }
 
 std::vector<GraphRow> graphRowsOf(const std::vector<Record>& rows) {
@@ -57,6 +86,10 @@ std::vector<GraphRow> graphRowsOf(const std::vector<Record>& rows) {
 constexpr uint64_t StateSpacing = 10000;
 // The largest page read beside the layout of the rows above it.
 constexpr uint64_t PrefetchLimit = 10000;
+// The shortest first page that leaves its end state for the next one. Naming the listing takes
+// two more git runs on every first page, while laying out a shorter page again from the top, when
+// the next page is asked for, costs less than those runs.
+constexpr uint64_t KeptFirstPageRows = StateSpacing;
 
 // The rows of one page as git prints them: the working-copy row first on a first page, each
 // batch laid out when the graph is asked for, then handed on. Nothing is kept.
@@ -68,8 +101,9 @@ class PageReader {
     // The identity of the listing for the cache of graph states: the repository's refs, the
     // options that change which rows come in which order, and whether the working-copy row
     // leads the listing.
-    std::string identity(bool dirty) {
-        std::string refs = handler_.historyIdentity(path_);
+    std::string identity(bool dirty) { return identity(handler_.historyIdentity(path_), dirty); }
+    // The same from the repository's part of it (`historyIdentity`), asked for earlier.
+    std::string identity(const std::string& refs, bool dirty) {
         if (refs.empty()) {
             return {};
         }
@@ -180,6 +214,107 @@ class PageReader {
             // An empty listing still shows the uncommitted changes.
             std::vector<Record> rows;
             take(rows);
+        }
+        page_.setMoreRevisions(ok && page_.limit() != 0 && count >= page_.limit());
+        page_.setCurrentBranchFound(found);
+        rowCount_ = count;
+        endState_ = layout.state();
+        return ok;
+    }
+
+    // The page as `printHistoryRows` writes it, made straight from git's lines without records:
+    // each batch's text goes to `write` as soon as it is made. Answers whether git succeeded.
+    bool readText(std::shared_ptr<const VNLogGraphEntry> base,
+                  const std::function<std::optional<Record>()>& leadingRow,
+                  const std::function<void(std::string_view)>& write) {
+        if (hasPrefetched_) {
+            // The page was read beside the layout of the rows above it.
+            std::string text;
+            return read(std::move(base), leadingRow, [&](std::vector<Record>& rows) {
+                text.clear();
+                appendHistoryRows(text, rows, graph_);
+                write(text);
+            });
+        }
+        VNLogGraphLayout layout(std::move(base), page_.followFirst());
+        const bool coloured = useColour();
+        const bool trueColour = coloured && terminalTakesTrueColour();
+        uint64_t count = 0;
+        bool found = false;
+        bool led = false;
+        std::string out;
+        std::vector<std::string_view> parents;
+        std::string hash;
+        auto lead = [&] {
+            if (!led) {
+                led = true;
+                std::optional<Record> workingCopy = leadingRow();
+                page_.setFirstRowIsWorkingDir(workingCopy.has_value());
+                if (workingCopy) {
+                    std::vector<Record> rows{std::move(*workingCopy)};
+                    if (graph_) {
+                        layout.addRows(rows);
+                    }
+                    appendHistoryRows(out, rows, graph_);
+                }
+            }
+        };
+        auto take = [&](std::string_view text, const Record& aheadBehind) {
+            lead();
+            while (!text.empty()) {
+                std::size_t end = text.find('\n');
+                std::string_view line = text.substr(0, end);
+                text.remove_prefix(end == std::string_view::npos ? text.size() : end + 1);
+                std::string_view fields[VNGitLogParser::LogFieldCount];
+                if (!VNGitLogParser::logLineFields(line, fields)) {
+                    continue;
+                }
+                ++count;
+                VNLogDescriptionEntry::LabelList labels;
+                if (!fields[VNGitLogParser::LogDecoration].empty()) {
+                    hash.assign(fields[VNGitLogParser::LogHash]);
+                    labels = VNGitLogParser::labelsFromDecoration(
+                        fields[VNGitLogParser::LogDecoration], hash,
+                        VNGitLogParser::LabelScan::Full, &aheadBehind);
+                    for (const auto& label : labels) {
+                        if (label->currentMarker()) {
+                            found = true;
+                            if (page_.currentBranch().empty()) {
+                                page_.setCurrentBranch(label->label());
+                            }
+                        }
+                    }
+                }
+                if (graph_) {
+                    parents.clear();
+                    for (std::string_view rest = fields[VNGitLogParser::LogParents];
+                         !rest.empty();) {
+                        std::size_t blank = rest.find(' ');
+                        if (blank != 0) {
+                            parents.push_back(rest.substr(0, blank));
+                        }
+                        rest.remove_prefix(blank == std::string_view::npos ? rest.size()
+                                                                           : blank + 1);
+                    }
+                    auto entry = layout.addRevision(fields[VNGitLogParser::LogHash], parents);
+                    appendGraphText(out, *entry, false, coloured, trueColour);
+                    out += ' ';
+                }
+                history::appendRowLine(out, fields[VNGitLogParser::LogShortHash],
+                                       VNGitLogParser::dateField(fields[VNGitLogParser::LogDate]),
+                                       fields[VNGitLogParser::LogAuthor], &labels,
+                                       fields[VNGitLogParser::LogSubject]);
+                out += '\n';
+            }
+            write(out);
+            out.clear();
+        };
+        bool ok = handler_.streamLogLines(path_, page_.skip(), page_.limit(), branch(),
+                                          page_.logOptions(), take);
+        lead();
+        if (!out.empty()) {
+            // An empty listing still shows the uncommitted changes.
+            write(out);
         }
         page_.setMoreRevisions(ok && page_.limit() != 0 && count >= page_.limit());
         page_.setCurrentBranchFound(found);
@@ -321,27 +456,9 @@ struct MercurialLog {
 }  // namespace
 
 void printHistoryRows(const std::vector<Record>& rows, bool graph) {
-    const bool coloured = useColour();
-    const bool trueColour = coloured && terminalTakesTrueColour();
     std::string out;
-    for (const Record& row : rows) {
-        const bool workingCopyRow = row.string("rev") == "-1";
-        if (graph) {
-            // Each row as wide as its own graph: rows are printed as they come, before the
-            // widest is known.
-            if (auto entry = row["graph"].objectAs<VNLogGraphEntry>()) {
-                appendGraphText(out, *entry, workingCopyRow, coloured, trueColour);
-            }
-            out += ' ';
-        }
-        if (workingCopyRow) {
-            out.append(colour("Uncommitted changes", "1"));
-        } else {
-            out += history::rowLine(row);
-        }
-        out += '\n';
-    }
-    std::cout << out << std::flush;
+    appendHistoryRows(out, rows, graph);
+    writeOut(out);
 }
 
 int runLog(Arguments& args) {
@@ -459,16 +576,15 @@ int runLog(Arguments& args) {
             cache.emplace(VNLogGraphStateCache::defaultFolder(), std::move(identity));
         }
     };
-    // A first page only leaves its end state for the next one: the queries that name the
-    // listing run beside the log instead of before it.
+    // A long first page leaves its end state for the next one: the queries that name the
+    // listing run beside the log and the status instead of before them.
     vn::WorkGroup identityGroup;
-    std::string laterIdentity;
+    std::string laterRefs;
     if (graph && skip > 0) {
         openCache(reader.identity(waitForStatus().has_value()));
-    } else if (graph && limit != 0) {
+    } else if (graph && limit >= KeptFirstPageRows) {
         vn::WorkQueue::global().async(identityGroup, FailureCollector::bind([&] {
-                                          laterIdentity =
-                                              reader.identity(waitForStatus().has_value());
+                                          laterRefs = handler.historyIdentity(workingCopy->path);
                                       }));
     }
     if (graph && skip > 0) {
@@ -488,15 +604,14 @@ int runLog(Arguments& args) {
         }
     }
     auto base = std::dynamic_pointer_cast<const VNLogGraphEntry>(page->baseGraphState());
-    auto readPage = [&](const std::function<void(std::vector<Record>&)>& emit) {
-        reader.read(
-            base,
-            [&]() -> std::optional<Record> { return skip == 0 ? waitForStatus() : std::nullopt; },
-            emit);
+    auto leadingRow = [&]() -> std::optional<Record> {
+        return skip == 0 ? waitForStatus() : std::nullopt;
+    };
+    auto finishPage = [&] {
         identityGroup.wait();
-        if (!laterIdentity.empty()) {
-            openCache(std::move(laterIdentity));
-            laterIdentity.clear();
+        if (!laterRefs.empty()) {
+            openCache(reader.identity(laterRefs, waitForStatus().has_value()));
+            laterRefs.clear();
         }
         if (cache && page->moreRevisions() && reader.endState()) {
             cache->remember(skip + reader.rowCount(), reader.endState());
@@ -504,6 +619,10 @@ int runLog(Arguments& args) {
         if (cache) {
             cache->save();
         }
+    };
+    auto readPage = [&](const std::function<void(std::vector<Record>&)>& emit) {
+        reader.read(base, leadingRow, emit);
+        finishPage();
     };
 
     if (svgFile) {
@@ -525,7 +644,8 @@ int runLog(Arguments& args) {
     } else if (json) {
         printJson(Value(std::make_shared<StreamedPage>(*page, readPage)));
     } else {
-        readPage([&](std::vector<Record>& rows) { printHistoryRows(rows, graph); });
+        reader.readText(base, leadingRow, writeOut);
+        finishPage();
     }
     // Rows already printed stay; what cut the listing short is said last.
     if (!failures.empty()) {

@@ -260,11 +260,8 @@ namespace {
 
 std::optional<vn::Record> parseRow(std::string_view line, VNGitLogParser::LabelScan scan,
                                    const vn::Record* aheadBehind) {
-    while (!line.empty() && (line.back() == '\r' || line.back() == '\n')) {
-        line.remove_suffix(1);
-    }
     std::string_view fields[VNGitLogParser::LogFieldCount];
-    if (!splitLogFields(line, fields, VNGitLogParser::LogFieldCount)) {
+    if (!VNGitLogParser::logLineFields(line, fields)) {
         return std::nullopt;
     }
     std::string hash(fields[0]);
@@ -277,6 +274,14 @@ std::optional<vn::Record> parseRow(std::string_view line, VNGitLogParser::LabelS
 }
 
 }  // namespace
+
+bool VNGitLogParser::logLineFields(std::string_view line,
+                                   std::string_view (&fields)[LogFieldCount]) {
+    while (!line.empty() && (line.back() == '\r' || line.back() == '\n')) {
+        line.remove_suffix(1);
+    }
+    return splitLogFields(line, fields, LogFieldCount);
+}
 
 std::optional<vn::Record> VNGitLogParser::parseLogLine(std::string_view line, LabelScan scan,
                                                        const vn::Record* aheadBehind) {

@@ -54,6 +54,21 @@ class VNGitLogParser {
         std::string_view decoration, const std::string& hash, LabelScan scan,
         const vn::Record* aheadBehind);
 
+    // The fields of a line in the log format, in order.
+    enum LogField : std::size_t {
+        LogHash,
+        LogShortHash,
+        LogParents,
+        LogDate,
+        LogCommitter,
+        LogAuthor,
+        LogDecoration,
+        LogSubject,
+    };
+    // Splits one line in the log format into its fields (views into `line`), a trailing CR or
+    // newline dropped; false when the line does not hold exactly the 8 fields.
+    static bool logLineFields(std::string_view line, std::string_view (&fields)[LogFieldCount]);
+
     // One log row from one line in the log format; nothing when the line does not hold exactly
     // the 8 fields. A trailing CR or newline is dropped.
     static std::optional<vn::Record> parseLogLine(std::string_view line, LabelScan scan,

@@ -261,6 +261,14 @@ class VNRepoHandlerGit : public VNRepoHandlerBase {
     bool streamLogRevisions(const std::string& path, uint64_t skip, uint64_t limit,
                             const std::optional<std::string>& branch, uint64_t options,
                             const LogRowsReceiver& receive);
+    // The same listing as git's lines in the log format (VNGitLogParser::logFormatArgument), whole
+    // lines at a time, for callers that read rows without making records. `aheadBehind` maps
+    // branch names to their counts for the labels of VNGitLogParser::labelsFromDecoration.
+    using LogLinesReceiver =
+        std::function<void(std::string_view lines, const vn::Record& aheadBehind)>;
+    bool streamLogLines(const std::string& path, uint64_t skip, uint64_t limit,
+                        const std::optional<std::string>& branch, uint64_t options,
+                        const LogLinesReceiver& receive);
     // The same listing reduced to each revision's hash and parents (first parent first), for
     // laying out the graph of rows that are not shown.
     using LogTopologyReceiver =

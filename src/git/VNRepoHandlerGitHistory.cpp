@@ -381,6 +381,19 @@ std::optional<std::string> upstreamFor(VNRepoHandlerGit& handler, const std::str
 bool VNRepoHandlerGit::streamLogRevisions(const std::string& path, uint64_t skip, uint64_t limit,
                                           const std::optional<std::string>& branch,
                                           uint64_t options, const LogRowsReceiver& receive) {
+    std::vector<vn::Record> rows;
+    return streamLogLines(path, skip, limit, branch, options,
+                          [&](std::string_view text, const vn::Record& aheadBehind) {
+                              rows = VNGitLogParser::parseLog(text, LabelScan::Full, &aheadBehind);
+                              if (!rows.empty()) {
+                                  receive(rows);
+                              }
+                          });
+}
+
+bool VNRepoHandlerGit::streamLogLines(const std::string& path, uint64_t skip, uint64_t limit,
+                                      const std::optional<std::string>& branch, uint64_t options,
+                                      const LogLinesReceiver& receive) {
     // The annotations come from `for-each-ref`, which runs beside the log. With a branch and its
     // remote the upstream must be known before the log starts, so it runs first instead.
     vn::Record aheadBehind;
@@ -390,17 +403,13 @@ bool VNRepoHandlerGit::streamLogRevisions(const std::string& path, uint64_t skip
         annotations.emplace(
             [this, &path, &aheadBehind] { aheadBehind = branchesWithCommitsAheadBehind(path); });
     }
-    std::vector<vn::Record> rows;
-    bool ok = runLogListing(
-        *this, path, skip, limit, branch, options, upstream, false, [&](std::string_view text) {
-            if (annotations) {
-                annotations->wait();  // the labels need the counts
-            }
-            rows = VNGitLogParser::parseLog(text, LabelScan::Full, &aheadBehind);
-            if (!rows.empty()) {
-                receive(rows);
-            }
-        });
+    bool ok = runLogListing(*this, path, skip, limit, branch, options, upstream, false,
+                            [&](std::string_view text) {
+                                if (annotations) {
+                                    annotations->wait();  // the labels need the counts
+                                }
+                                receive(text, aheadBehind);
+                            });
     if (annotations) {
         annotations->wait();
     }
@@ -437,12 +446,17 @@ bool VNRepoHandlerGit::streamLogTopology(const std::string& path, uint64_t skip,
 }
 
 std::string VNRepoHandlerGit::historyIdentity(const std::string& path) {
-    auto refs = runGit(*this, path, "for-each-ref", {"--format=%(objectname) %(refname)"});
     auto heads = VNTask::taskWithCommand(
         gitPath(), path,
         withArgs(defaultArgsForPath(path, "rev-parse"),
                  {"--absolute-git-dir", "HEAD", "--symbolic-full-name", "HEAD"}));
-    if (!refs || !heads->run()) {
+    bool headsOk = false;
+    std::shared_ptr<VNTask> refs;
+    {
+        SideBySide both([&] { headsOk = heads->run(); });
+        refs = runGit(*this, path, "for-each-ref", {"--format=%(objectname) %(refname)"});
+    }
+    if (!refs || !headsOk) {
         return {};
     }
     std::string mergeHead;

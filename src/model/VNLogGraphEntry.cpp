@@ -21,6 +21,12 @@ vn::Value VNLogGraphEntry::jsonValue() const {
     };
 }
 
+namespace {
+
+using RunText = std::shared_ptr<const std::string>;
+
+}  // namespace
+
 void VNLogGraphEntry::writeJson(vn::JsonWriter& writer) const {
     // Written in place: a wide graph has hundreds of segments a row.
     writer.beginObject();
@@ -36,14 +42,27 @@ void VNLogGraphEntry::writeJson(vn::JsonWriter& writer) const {
     } else {
         // Rows written one after another share most runs with the row before: each run's text
         // is kept from that row rather than written again. Holding the run keeps it unchanged.
-        thread_local std::vector<std::pair<VNLogGraphLines::RunPointer, std::string>> previous;
-        thread_local std::vector<std::pair<VNLogGraphLines::RunPointer, std::string>> current;
+        // A run is mostly where it was in the row before, else a few places along when lanes
+        // came or went before it.
+        thread_local std::vector<std::pair<VNLogGraphLines::RunPointer, RunText>> previous;
+        thread_local std::vector<std::pair<VNLogGraphLines::RunPointer, RunText>> current;
         const auto& runs = lineColumns.runs();
         current.clear();
         current.reserve(runs.size());
-        for (std::size_t i = 0; i < runs.size(); ++i) {
+        auto kept = [&](std::size_t i) -> std::pair<VNLogGraphLines::RunPointer, RunText>* {
             if (i < previous.size() && previous[i].first == runs[i]) {
-                current.push_back(std::move(previous[i]));
+                return &previous[i];
+            }
+            for (auto& candidate : previous) {
+                if (candidate.first == runs[i]) {
+                    return &candidate;
+                }
+            }
+            return nullptr;
+        };
+        for (std::size_t i = 0; i < runs.size(); ++i) {
+            if (auto* known = kept(i)) {
+                current.emplace_back(*known);
             } else {
                 vn::JsonWriter run;
                 run.beginArray();
@@ -52,9 +71,10 @@ void VNLogGraphEntry::writeJson(vn::JsonWriter& writer) const {
                 }
                 run.endArray();
                 const std::string& text = run.text();
-                current.emplace_back(runs[i], text.substr(1, text.size() - 2));
+                current.emplace_back(
+                    runs[i], std::make_shared<const std::string>(text.substr(1, text.size() - 2)));
             }
-            writer.compactValues(current.back().second);
+            writer.compactValues(*current.back().second);
         }
         previous.swap(current);
     }

@@ -2,12 +2,17 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <iostream>
+#include <optional>
+#include <sstream>
 
 #include "base/Json.h"
+#include "cli/Cli.h"
 #include "git/VNRepoHandlerGit.h"
 #include "handler/VNTask.h"
 #include "model/VNLogGraphEntry.h"
 #include "model/VNLogRowData.h"
+#include "support/GitRunCounter.h"
 #include "support/TestEnvironment.h"
 
 namespace {
@@ -207,6 +212,183 @@ TEST(Overview, ShowsTheSummaryLineAndTheGraphOrSaysThereIsNoRepository) {
     auto none = vrnlIn(outside.path(), {});
     EXPECT_EQ(none->exitCode(), 1);
     EXPECT_NE(none->errorOutput().find("not inside a repository"), std::string::npos);
+}
+
+}  // namespace
+
+namespace {
+
+// Commits whose names, subjects and dates are awkward to print (quotes, backslashes, tabs,
+// escapes, bytes that are not UTF-8, CRLF, subjects of several lines, offsets east and west, dates
+// before 1970 and after 2100), an octopus merge, and branches and tags with odd names on them.
+void writeAwkwardHistory(GitRepository& repo) {
+    struct Commit {
+        std::string ref;
+        std::string committer;
+        std::string message;
+        int from;
+        std::vector<int> merges;
+    };
+    const Commit commits[] = {
+        {"refs/heads/main",
+         "Ann \"Q\" O'Neil \\ back <ann@example.com> 0 +0000",
+         "root\r\n",
+         0,
+         {}},
+        {"refs/heads/main",
+         "Bob\tTab <bob@example.com> 1700000000 +0530",
+         "tab\there and \x1b[31mred\x1b[0m",
+         1,
+         {}},
+        {"refs/heads/side",
+         "Side Person <s@example.com> 1700000100 +1400",
+         "first line\nsecond line of the subject\n\nbody",
+         1,
+         {}},
+        {"refs/heads/feature/\xC3\xBC,x",
+         "Z\xC3\xB6\xC3\xAB <z@example.com> 4102444800 -0945",
+         "non-UTF-8 \xFF\xFE bytes, a \\ backslash and \"quotes\"",
+         2,
+         {}},
+        {"refs/heads/third",
+         "<nobody@example.com> 1700000200 -1200",
+         "  leading blanks and trailing   ",
+         1,
+         {}},
+        {"refs/heads/side", "Side Person <s@example.com> 1700000300 +0100", "side two", 3, {}},
+        {"refs/heads/main",
+         "Merger <m@example.com> 1700000400 +0200",
+         "octopus merge",
+         2,
+         {4, 6, 5}},
+        {"refs/heads/main", "Ann <ann@example.com> 1700000500 +0000", "after the merge", 7, {}},
+    };
+    std::string stream;
+    int mark = 0;
+    for (const Commit& c : commits) {
+        ++mark;
+        stream += "commit " + c.ref + "\nmark :" + std::to_string(mark) + "\n";
+        stream += "author " + c.committer + "\ncommitter " + c.committer + "\n";
+        stream += "data " + std::to_string(c.message.size()) + "\n" + c.message + "\n";
+        if (c.from) {
+            stream += "from :" + std::to_string(c.from) + "\n";
+        }
+        for (int merge : c.merges) {
+            stream += "merge :" + std::to_string(merge) + "\n";
+        }
+        std::string contents = "line " + std::to_string(mark) + "\n";
+        stream += "M 644 inline f" + std::to_string(mark) + "\ndata " +
+                  std::to_string(contents.size()) + "\n" + contents + "\n";
+    }
+    stream += "reset refs/tags/v1.0\nfrom :1\n\nreset refs/tags/odd(tag)\nfrom :2\n\n";
+    vn::test::writeFile(repo.file(".git/awkward.fi"), stream);
+    auto task = vn::test::runProgram(repo.path(), "/bin/sh",
+                                     {"-c", "git fast-import --quiet < .git/awkward.fi"});
+    ASSERT_TRUE(task->success()) << task->errorOutput();
+    repo.git({"reset", "-q", "--hard", "main"});
+    repo.git({"tag", "-a", "-m", "annotated", "release", "main~1"});
+}
+
+// What `vrnl log` prints for the page, worked out from the engine's records of it.
+std::string printedFromRecords(const std::string& path, uint64_t skip,
+                               const std::optional<std::string>& branch, bool graph,
+                               bool firstParent, bool topo) {
+    auto handler = std::make_shared<VNRepoHandlerGit>();
+    VNLogRowData page;
+    page.setSkip(skip);
+    page.setRowNum(skip);
+    page.setLimit(0);
+    page.setAllBranches(!branch);
+    page.setSelectedBranch(branch.value_or(""));
+    page.setFollowFirst(firstParent);
+    page.setOrderingOption(topo ? VNRepoHandlerGit::LogTopoOrder : 0);
+    handler->fillLogPage(path, page);
+    std::ostringstream out;
+    std::streambuf* before = std::cout.rdbuf(out.rdbuf());
+    vn::cli::printHistoryRows(page.logRows(), graph);
+    std::cout.rdbuf(before);
+    return out.str();
+}
+
+TEST(HistoryGraph, TextRowsAreWhatTheRecordsOfTheRowsSay) {
+    GitRepository repo;
+    writeAwkwardHistory(repo);
+    struct Case {
+        const char* name;
+        std::vector<std::string> args;
+        uint64_t skip;
+        std::optional<std::string> branch;
+        bool graph, firstParent, topo;
+    };
+    const Case cases[] = {
+        {"rows", {}, 0, std::nullopt, false, false, false},
+        {"graph", {"--graph"}, 0, std::nullopt, true, false, false},
+        {"first parents", {"--graph", "--first-parent"}, 0, std::nullopt, true, true, false},
+        {"topological", {"--graph", "--topo"}, 0, std::nullopt, true, false, true},
+        {"one branch", {"--graph", "--branch", "side"}, 0, "side", true, false, false},
+        {"a later page", {}, 3, std::nullopt, false, false, false},
+    };
+    // Checked out on a branch, then detached (HEAD is a label), then with changes (the
+    // working-copy row leads).
+    for (const char* state : {"on main", "detached", "changed"}) {
+        if (std::string(state) == "detached") {
+            repo.git({"checkout", "-q", "--detach", "side"});
+        } else if (std::string(state) == "changed") {
+            repo.write("untracked \"file\"", "new\n");
+        }
+        for (const Case& c : cases) {
+            SCOPED_TRACE(std::string(state) + ", " + c.name);
+            std::vector<std::string> args = {"log", "--limit", "0"};
+            if (c.skip) {
+                args = {"log", "--limit", "0", "--skip", std::to_string(c.skip)};
+            }
+            args.insert(args.end(), c.args.begin(), c.args.end());
+            auto task = vrnlIn(repo.path(), args);
+            ASSERT_TRUE(task->success()) << task->errorOutput();
+            std::string expected =
+                printedFromRecords(repo.path(), c.skip, c.branch, c.graph, c.firstParent, c.topo);
+            EXPECT_GT(expected.size(), 100u);
+            EXPECT_EQ(task->output(), expected);
+        }
+    }
+}
+
+}  // namespace
+
+namespace {
+
+TEST(HistoryGraph, EachPageRunsOnlyTheListingsItNeeds) {
+    GitRepository repo;
+    buildHistory(repo);
+    for (const std::string& file : cacheFiles()) {
+        std::filesystem::remove(file);
+    }
+    vn::test::GitRunCounter counter;
+    struct Case {
+        const char* name;
+        std::vector<std::string> args;
+        int logs;        // listings: the page, and the rows above it when no state is kept
+        int identities;  // the refs asked for to name the listing in the cache
+    };
+    const Case cases[] = {
+        {"a short first page", {"log", "--graph", "--limit", "3"}, 1, 0},
+        {"a deep page, nothing kept", {"log", "--graph", "--skip", "3", "--limit", "2"}, 2, 1},
+        {"the same page, its state kept", {"log", "--graph", "--skip", "3", "--limit", "2"}, 1, 1},
+        {"the next page, from the state the last one left",
+         {"log", "--graph", "--skip", "5", "--limit", "2"},
+         1,
+         1},
+        {"a deep page as JSON", {"log", "--json", "--graph", "--skip", "4", "--limit", "2"}, 2, 1},
+        {"a deep page without a graph", {"log", "--skip", "4", "--limit", "2"}, 1, 0},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        counter.clear();
+        auto task = vrnlIn(repo.path(), c.args);
+        ASSERT_TRUE(task->success()) << task->errorOutput();
+        EXPECT_EQ(counter.runsWith(" log "), c.logs) << counter.runs();
+        EXPECT_EQ(counter.runsWith("%(objectname) %(refname)"), c.identities) << counter.runs();
+    }
 }
 
 }  // namespace

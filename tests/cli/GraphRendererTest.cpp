@@ -2,6 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <random>
+
 namespace {
 
 using vn::Record;
@@ -13,6 +16,9 @@ std::vector<vn::cli::GraphRow> laidOut(
         Record row{{"rev", rev}, {"parentid1", parents.empty() ? "" : parents[0]}};
         if (parents.size() > 1) {
             row.set("parentid2", parents[1]);
+        }
+        if (parents.size() > 2) {
+            row.set("otherparentids", vn::Value::Array(parents.begin() + 2, parents.end()));
         }
         rows.push_back(std::move(row));
     }
@@ -67,6 +73,83 @@ TEST(GraphRenderer, SvgUsesTheCellGeometry) {
     EXPECT_NE(svg.find("r=\"2\" fill=\"white\""), std::string::npos);
     EXPECT_NE(svg.find("Fix &lt;angle&gt; &amp; &quot;quotes&quot;"), std::string::npos);
     EXPECT_NE(svg.find(">main</tspan>"), std::string::npos);
+}
+
+}  // namespace
+
+namespace {
+
+// Removes the SGR escapes ("\x1b[...m") of coloured output.
+std::string withoutEscapes(const std::string& text) {
+    std::string out;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        if (text[i] == '\x1b') {
+            i = text.find('m', i);
+            if (i == std::string::npos) {
+                break;
+            }
+            continue;
+        }
+        out.push_back(text[i]);
+    }
+    return out;
+}
+
+// A history many lanes wide: branches open and merge at random (octopus merges among them), in
+// display order, newest first; the same seed gives the same history.
+std::vector<std::pair<std::string, std::vector<std::string>>> wideHistory(unsigned seed,
+                                                                          int commits) {
+    std::mt19937 random(seed);
+    std::vector<std::pair<std::string, std::vector<std::string>>> rows;
+    rows.push_back({"-1", {"c0"}});
+    for (int i = 0; i < commits; ++i) {
+        std::vector<std::string> parents;
+        auto later = [&](int reach) {
+            return "c" + std::to_string(std::min(commits - 1, i + 1 + int(random() % reach)));
+        };
+        if (i + 1 < commits) {
+            parents.push_back(later(random() % 4 == 0 ? 60 : 2));
+            int merges = random() % 5 == 0 ? 1 + int(random() % 3) : 0;
+            for (int m = 0; m < merges; ++m) {
+                std::string parent = later(80);
+                if (std::find(parents.begin(), parents.end(), parent) == parents.end()) {
+                    parents.push_back(parent);
+                }
+            }
+        }
+        rows.push_back({"c" + std::to_string(i), parents});
+    }
+    return rows;
+}
+
+TEST(GraphRenderer, PlainTextIsTheColouredTextWithoutItsEscapes) {
+    for (unsigned seed : {1u, 2u, 3u, 4u}) {
+        SCOPED_TRACE("seed " + std::to_string(seed));
+        auto rows = laidOut(wideHistory(seed, 400));
+        std::size_t widest = 0;
+        for (const auto& row : rows) {
+            widest = std::max<std::size_t>(widest, row.graph->lineColumns.size());
+        }
+        EXPECT_GT(widest, 12u) << "the history is wide enough to hold runs of lanes";
+        for (bool trueColour : {false, true}) {
+            auto plain = vn::cli::drawGraphText(rows, false, false);
+            auto coloured = vn::cli::drawGraphText(rows, true, trueColour);
+            ASSERT_EQ(plain.size(), coloured.size());
+            for (std::size_t i = 0; i < rows.size(); ++i) {
+                SCOPED_TRACE("row " + std::to_string(i));
+                ASSERT_EQ(plain[i], withoutEscapes(coloured[i]));
+                // A row printed as it comes is its own width: the padded row without the
+                // trailing blanks of the lanes it does not reach.
+                std::string alone, aloneColoured;
+                vn::cli::appendGraphText(alone, *rows[i].graph, rows[i].workingCopy, false, false);
+                vn::cli::appendGraphText(aloneColoured, *rows[i].graph, rows[i].workingCopy, true,
+                                         trueColour);
+                ASSERT_EQ(alone, withoutEscapes(aloneColoured));
+                ASSERT_EQ(plain[i].compare(0, alone.size(), alone), 0);
+                ASSERT_EQ(plain[i].find_first_not_of(' ', alone.size()), std::string::npos);
+            }
+        }
+    }
 }
 
 }  // namespace

@@ -1,10 +1,15 @@
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <cstdio>
+#include <ctime>
+#include <random>
 #include <string>
 #include <vector>
 
 #include "base/Json.h"
 #include "base/Record.h"
+#include "cli/HistoryCli.h"
 #include "git/VNGitRefsParser.h"
 #include "handler/VNTask.h"
 #include "support/HistoryFixtures.h"
@@ -238,6 +243,43 @@ TEST(HistoryCommandsTest, SearchPrintsHits) {
     EXPECT_EQ(vrnlIn(repo.path(), {"search", "--message", "a", "--author", "b"})->exitCode(), 2);
     EXPECT_EQ(vrnlIn(repo.path(), {"search", "x"})->exitCode(), 2);
     EXPECT_EQ(vrnlIn(repo.path(), {"search", "--message", "a", "--since", "May"})->exitCode(), 2);
+}
+
+}  // namespace
+
+namespace {
+
+// The recorder's wall-clock time as the C library's calendar gives it, for comparison.
+std::string calendarDate(int64_t seconds, int32_t offset) {
+    std::time_t time = static_cast<std::time_t>(seconds + offset);
+    std::tm wall{};
+    ::gmtime_r(&time, &wall);
+    char buffer[64];
+    std::size_t length = std::strftime(buffer, sizeof buffer, "%Y-%m-%d %H:%M", &wall);
+    int32_t magnitude = offset < 0 ? -offset : offset;
+    std::snprintf(buffer + length, sizeof buffer - length, " %c%02d%02d", offset < 0 ? '-' : '+',
+                  static_cast<int>(magnitude / 3600), static_cast<int>(magnitude / 60 % 60));
+    return buffer;
+}
+
+TEST(HistoryText, ShortDatesFollowTheCalendarAcrossCenturiesAndOffsets) {
+    std::mt19937_64 random(7);
+    std::vector<int64_t> instants = {0,           -1,          86399,      86400,
+                                     951782400,   951868799,   4107542399, 4107542400,
+                                     -2208988800, -8520336000, 7258118399, 7258118400};
+    for (int i = 0; i < 4000; ++i) {
+        // 1700 to 2200, where git's dates live and the calendar has every kind of leap year.
+        instants.push_back(-8520336000 + static_cast<int64_t>(random() % 15778800000ull));
+    }
+    const int32_t offsets[] = {0, 60, -60, 19800, -34200, 50400, -43200, 45900, 3599, -1};
+    for (int64_t instant : instants) {
+        for (int32_t offset : offsets) {
+            vn::Value date(vn::Value::Date(std::chrono::seconds(instant)), offset);
+            ASSERT_EQ(vn::cli::history::shortDate(date), calendarDate(instant, offset))
+                << "at " << instant << " offset " << offset;
+        }
+    }
+    EXPECT_EQ(vn::cli::history::shortDate(vn::Value("not a date")), "");
 }
 
 }  // namespace
