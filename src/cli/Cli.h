@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdio>
+#include <filesystem>
 #include <functional>
 #include <optional>
 #include <string>
@@ -72,6 +73,13 @@ int usageError(const std::string& message);
 std::string display(std::string_view text);
 // The same for text of several lines (messages, git's error output): line breaks and tabs stay.
 std::string displayLines(std::string_view text);
+
+// `given` (relative to the current folder) relative to the working copy's `root`, the way the
+// tools take it; nothing outside the working copy. The last component is kept as written, so
+// that a symbolic link names itself and not its target, and a file that no longer exists can
+// still be named.
+std::optional<std::string> relativeToRoot(const std::filesystem::path& root,
+                                          const std::string& given);
 
 // Whether standard output is a terminal that takes colour (and NO_COLOR is not set).
 bool useColour();

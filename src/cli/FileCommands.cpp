@@ -54,40 +54,6 @@ std::optional<WorkingCopy> currentWorkingCopy() {
     return std::nullopt;
 }
 
-// `given` (relative to the current folder) relative to the working copy's root, the way the
-// tools take it; nothing outside the working copy. The last component is kept as written, so
-// that a symbolic link names itself and not its target, and a file that no longer exists can
-// still be named.
-std::optional<std::string> relativeToRoot(const fs::path& root, const std::string& given) {
-    std::error_code error;
-    fs::path absolute = fs::absolute(given, error).lexically_normal();
-    if (error) {
-        return std::nullopt;
-    }
-    if (!absolute.has_filename() && absolute.has_parent_path() &&
-        absolute != absolute.root_path()) {
-        absolute = absolute.parent_path();
-    }
-    fs::path resolved;
-    if (absolute == absolute.root_path()) {
-        resolved = absolute;
-    } else {
-        fs::path parent = fs::weakly_canonical(absolute.parent_path(), error);
-        if (error) {
-            return std::nullopt;
-        }
-        resolved = parent / absolute.filename();
-    }
-    if (resolved == root) {
-        return ".";
-    }
-    fs::path relative = resolved.lexically_relative(root);
-    if (relative.empty() || *relative.begin() == "..") {
-        return std::nullopt;
-    }
-    return relative.generic_string();
-}
-
 std::string recordPath(const Record& record) {
     std::string path = record.string(VNFileStatusKeyPath);
     if (!path.empty()) {
@@ -183,6 +149,37 @@ int runFileTasks(const VNTaskList& tasks, const std::string& what) {
 }
 
 }  // namespace
+
+std::optional<std::string> relativeToRoot(const std::filesystem::path& root,
+                                          const std::string& given) {
+    std::error_code error;
+    fs::path absolute = fs::absolute(given, error).lexically_normal();
+    if (error) {
+        return std::nullopt;
+    }
+    if (!absolute.has_filename() && absolute.has_parent_path() &&
+        absolute != absolute.root_path()) {
+        absolute = absolute.parent_path();
+    }
+    fs::path resolved;
+    if (absolute == absolute.root_path()) {
+        resolved = absolute;
+    } else {
+        fs::path parent = fs::weakly_canonical(absolute.parent_path(), error);
+        if (error) {
+            return std::nullopt;
+        }
+        resolved = parent / absolute.filename();
+    }
+    if (resolved == root) {
+        return ".";
+    }
+    fs::path relative = resolved.lexically_relative(root);
+    if (relative.empty() || *relative.begin() == "..") {
+        return std::nullopt;
+    }
+    return relative.generic_string();
+}
 
 int runAdd(Arguments& args) {
     bool json = args.flag("--json");

@@ -60,14 +60,17 @@ std::string parentLine(VNRepoHandlerMercurial& hg, const std::string& path) {
     return line;
 }
 
-// The operation's record: where, whether it worked, the tasks, and the working copy's summary
-// afterwards (the keys of the summary record).
+// What every operation answers: where, whether it worked, and the tasks it ran.
+Record taskRecord(const std::string& path, bool ok, Value::Array reports) {
+    return Record{{"path", path}, {"success", ok}, {"tasks", std::move(reports)}};
+}
+
+// The same with the working copy's summary afterwards (the keys of the summary record).
 Record resultRecord(VNRepoHandlerMercurial& hg, const std::string& path, bool ok,
                     Value::Array reports) {
-    return Record{{"path", path},
-                  {"success", ok},
-                  {"tasks", std::move(reports)},
-                  {"summary", hg.summary(path)}};
+    Record result = taskRecord(path, ok, std::move(reports));
+    result.set("summary", hg.summary(path));
+    return result;
 }
 
 std::string defaultRemote(VNRepoHandlerMercurial& hg, const std::string& path, bool forPush) {
@@ -84,18 +87,14 @@ std::string defaultRemote(VNRepoHandlerMercurial& hg, const std::string& path, b
     return fallback;
 }
 
-// The file names as hg takes them: relative to the working copy's root.
+// The file names as hg takes them: relative to the working copy's root. A name outside it is
+// left as written, for hg to refuse in its own words.
 std::vector<std::string> rootRelative(const std::string& root, std::vector<std::string> files) {
-    namespace stdfs = std::filesystem;
     std::error_code error;
-    stdfs::path base = stdfs::weakly_canonical(root, error);
+    std::filesystem::path base = std::filesystem::weakly_canonical(root, error);
     for (std::string& file : files) {
-        // The last component as written: a removed file no longer resolves.
-        stdfs::path absolute = stdfs::absolute(file, error).lexically_normal();
-        stdfs::path parent = stdfs::weakly_canonical(absolute.parent_path(), error);
-        stdfs::path relative = (parent / absolute.filename()).lexically_relative(base);
-        if (!relative.empty() && *relative.begin() != "..") {
-            file = relative.string();
+        if (auto relative = relativeToRoot(base, file)) {
+            file = std::move(*relative);
         }
     }
     return files;
@@ -127,7 +126,7 @@ int commit(const history::GitWorkingCopy& copy, const std::string& message,
     }
     Value::Array reports;
     bool ok = runTaskList({task}, json, reports);
-    Record result{{"path", copy.path}, {"success", ok}, {"tasks", reports}};
+    Record result = taskRecord(copy.path, ok, std::move(reports));
     if (ok) {
         Record details = hg.revisionDetails(copy.path, ".");
         result.set("commit", details.string("changeset"));
@@ -151,7 +150,7 @@ int init(const std::string& path, bool json) {
     if (ok && !json) {
         std::cout << "Created a Mercurial repository in " << display(path) << "\n";
     }
-    return finish(ok, Record{{"path", path}, {"success", ok}, {"tasks", reports}}, json);
+    return finish(ok, taskRecord(path, ok, std::move(reports)), json);
 }
 
 int clone(const std::string& source, const std::string& destination, bool noCheckout,
@@ -340,16 +339,14 @@ int runResolve(Arguments& args) {
         }
         ok = runTaskList(tasks, json, reports);
     }
-    // The merge's files as `hg resolve -l` lists them.
-    // Resolved files carry the bit after the conflict's, as `hg resolve -l` lists them.
+    // The merge's files as `hg resolve -l` lists them: resolved files carry the bit after the
+    // conflict's.
     std::vector<Record> entries =
         hg.fileStatus(copy->path, VNFileStatusConflicted | (VNFileStatusConflicted << 1));
     if (json) {
         return finish(ok,
-                      Record{{"path", copy->path},
-                             {"success", ok},
-                             {"tasks", reports},
-                             {"files", Value::Array(entries.begin(), entries.end())}},
+                      taskRecord(copy->path, ok, std::move(reports))
+                          .set("files", Value::Array(entries.begin(), entries.end())),
                       true);
     }
     if (entries.empty()) {
@@ -410,10 +407,8 @@ int runTag(Arguments& args) {
     std::vector<std::string> tags = hg.tags(copy->path);
     if (json) {
         return finish(ok,
-                      Record{{"path", copy->path},
-                             {"success", ok},
-                             {"tasks", reports},
-                             {"tags", Value::Array(tags.begin(), tags.end())}},
+                      taskRecord(copy->path, ok, std::move(reports))
+                          .set("tags", Value::Array(tags.begin(), tags.end())),
                       true);
     }
     if (rest.empty()) {
@@ -468,11 +463,9 @@ int runBookmark(Arguments& args) {
     std::vector<std::string> marks = hg.bookmarks(copy->path, &active);
     if (json) {
         return finish(ok,
-                      Record{{"path", copy->path},
-                             {"success", ok},
-                             {"tasks", reports},
-                             {"bookmarks", Value::Array(marks.begin(), marks.end())},
-                             {"active", active.empty() ? Value() : Value(active)}},
+                      taskRecord(copy->path, ok, std::move(reports))
+                          .set("bookmarks", Value::Array(marks.begin(), marks.end()))
+                          .set("active", active.empty() ? Value() : Value(active)),
                       true);
     }
     if (rest.empty()) {
@@ -529,10 +522,8 @@ int runShelve(Arguments& args) {
     std::vector<Record> shelves = hg.listStashes(copy->path);
     if (json) {
         return finish(ok,
-                      Record{{"path", copy->path},
-                             {"success", ok},
-                             {"tasks", reports},
-                             {"shelves", Value::Array(shelves.begin(), shelves.end())}},
+                      taskRecord(copy->path, ok, std::move(reports))
+                          .set("shelves", Value::Array(shelves.begin(), shelves.end())),
                       true);
     }
     if (list) {

@@ -6,6 +6,7 @@
 
 #include "desktop/VNAsync.h"
 #include "git/VNRepoHandlerGit.h"
+#include "handler/SideBySide.h"
 #include "handler/VNRepoHandler.h"
 #include "hg/VNRepoHandlerMercurial.h"
 #include "model/VNLogDescriptionEntry.h"
@@ -72,16 +73,19 @@ void VNHistoryModel::cancel() {
 
 namespace {
 
-// Mercurial's log is one run whose rows go to the view as hg prints them; the working copy's
-// row, looked up beside the log, leads the first batch.
-bool readMercurialHistory(VNRepoHandlerMercurial& hg, const std::string& path,
-                          VNLogGraphLayout& layout, const std::atomic<bool>& cancelled,
-                          const std::function<void(std::vector<vn::Record>&)>& deliver) {
+using Rows = std::vector<vn::Record>;
+
+// One log run whose rows go to the view as the tool prints them; the working copy's row, looked
+// up beside the log, leads the first batch. `stream` runs the log, handing batches to its
+// argument.
+bool readStreamed(const std::function<std::optional<vn::Record>()>& workingCopyRow,
+                  const std::function<bool(const std::function<void(Rows&)>&)>& stream,
+                  VNLogGraphLayout& layout, const std::atomic<bool>& cancelled,
+                  const std::function<void(Rows&)>& deliver) {
     std::optional<vn::Record> workingCopy;
-    vn::WorkGroup status;
-    vn::WorkQueue::global().async(status, [&] { workingCopy = hg.workingCopyRow(path); });
+    SideBySide status([&] { workingCopy = workingCopyRow(); });
     bool led = false;
-    auto take = [&](std::vector<vn::Record>& rows) {
+    auto take = [&](Rows& rows) {
         if (cancelled) {
             return;
         }
@@ -95,62 +99,43 @@ bool readMercurialHistory(VNRepoHandlerMercurial& hg, const std::string& path,
         layout.addRows(rows);
         deliver(rows);
     };
-    bool ok = hg.streamLogRevisions(path, std::nullopt, 0, std::nullopt, 0, take);
+    bool ok = stream(take);
     if (!led) {
         // An empty history still shows the uncommitted changes.
-        std::vector<vn::Record> none;
+        Rows none;
         take(none);
     }
-    status.wait();
     return ok;
 }
 
 // Reads the whole history of a working copy and hands each laid-out batch to `deliver`.
 bool readHistory(VNRepoHandler& handler, const std::string& path,
                  const VNHistoryModel::Options& options, const std::atomic<bool>& cancelled,
-                 const std::function<void(std::vector<vn::Record>&)>& deliver) {
-    auto* git = dynamic_cast<VNRepoHandlerGit*>(&handler);
+                 const std::function<void(Rows&)>& deliver) {
     uint64_t logOptions = (options.topoOrder ? VNRepoHandlerGit::LogTopoOrder : 0) |
                           (options.remotes ? VNRepoHandlerGit::LogIncludeRemotes : 0) |
                           (options.firstParent ? VNRepoHandlerGit::LogFirstParent : 0);
     VNLogGraphLayout layout(nullptr, options.firstParent);
     if (auto* hg = dynamic_cast<VNRepoHandlerMercurial*>(&handler)) {
-        return readMercurialHistory(*hg, path, layout, cancelled, deliver);
+        return readStreamed([&] { return hg->workingCopyRow(path); },
+                            [&](const std::function<void(Rows&)>& take) {
+                                return hg->streamLogRevisions(path, std::nullopt, 0, std::nullopt,
+                                                              0, take);
+                            },
+                            layout, cancelled, deliver);
     }
-    if (!git) {
-        std::vector<vn::Record> rows =
-            handler.logRevisions(path, "", 0, 0, std::nullopt, logOptions);
-        layout.addRows(rows);
-        deliver(rows);
-        return true;
+    if (auto* git = dynamic_cast<VNRepoHandlerGit*>(&handler)) {
+        return readStreamed([&] { return git->workingCopyRow(path); },
+                            [&](const std::function<void(Rows&)>& take) {
+                                return git->streamLogRevisions(path, 0, 0, std::nullopt, logOptions,
+                                                               take);
+                            },
+                            layout, cancelled, deliver);
     }
-    // The working copy's status runs beside the log; its row leads the first batch.
-    std::optional<vn::Record> workingCopy;
-    vn::WorkGroup status;
-    vn::WorkQueue::global().async(status, [&] { workingCopy = git->workingCopyRow(path); });
-    bool led = false;
-    auto take = [&](std::vector<vn::Record>& rows) {
-        if (cancelled) {
-            return;
-        }
-        if (!led) {
-            led = true;
-            status.wait();
-            if (workingCopy) {
-                rows.insert(rows.begin(), std::move(*workingCopy));
-            }
-        }
-        layout.addRows(rows);
-        deliver(rows);
-    };
-    bool ok = git->streamLogRevisions(path, 0, 0, std::nullopt, logOptions, take);
-    if (!led) {
-        // An empty history still shows the uncommitted changes.
-        std::vector<vn::Record> none;
-        take(none);
-    }
-    status.wait();
-    return ok;
+    Rows rows = handler.logRevisions(path, "", 0, 0, std::nullopt, logOptions);
+    layout.addRows(rows);
+    deliver(rows);
+    return true;
 }
 
 }  // namespace

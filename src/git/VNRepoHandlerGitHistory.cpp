@@ -23,6 +23,7 @@
 #include "git/VNRepoHandlerGit.h"
 #include "handler/FailureCollector.h"
 #include "handler/GitSettings.h"
+#include "handler/SideBySide.h"
 #include "model/VNLogDescriptionEntry.h"
 #include "model/VNLogGraphEntry.h"
 #include "model/VNLogLabel.h"
@@ -112,19 +113,7 @@ std::string firstLine(const std::string& text) {
     return line;
 }
 
-// Runs `work` on the shared queue while the caller goes on with its own command; `wait` joins.
-class SideBySide {
-  public:
-    explicit SideBySide(std::function<void()> work) {
-        // Failures on the other thread belong to the same request.
-        vn::WorkQueue::global().async(group_, vn::FailureCollector::bind(std::move(work)));
-    }
-    ~SideBySide() { group_.wait(); }
-    void wait() { group_.wait(); }
-
-  private:
-    vn::WorkGroup group_;
-};
+using vn::SideBySide;
 
 // The paths of the working copy as git names them: relative, with "/" between folders.
 std::string relativeToWorkingCopy(const std::string& path, const std::string& file) {

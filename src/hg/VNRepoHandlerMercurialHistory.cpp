@@ -5,6 +5,7 @@
 
 #include "base/Format.h"
 #include "handler/FailureCollector.h"
+#include "handler/SideBySide.h"
 #include "hg/VNHgLogParser.h"
 #include "hg/VNHgStatusParser.h"
 #include "hg/VNRepoHandlerMercurial.h"
@@ -63,18 +64,7 @@ std::vector<std::string> withBundle(const std::optional<std::string>& bundle,
     return args;
 }
 
-// Runs `work` on the shared queue while the caller goes on; `wait` joins.
-class SideBySide {
-  public:
-    explicit SideBySide(std::function<void()> work) {
-        vn::WorkQueue::global().async(group_, vn::FailureCollector::bind(std::move(work)));
-    }
-    ~SideBySide() { group_.wait(); }
-    void wait() { group_.wait(); }
-
-  private:
-    vn::WorkGroup group_;
-};
+using vn::SideBySide;
 
 std::string formatDay(const vn::Value::Date& date) {
     std::time_t seconds = std::chrono::system_clock::to_time_t(date);
