@@ -1,10 +1,13 @@
 #include "platform/SecretServiceCredentialStore.h"
 
+#include <atomic>
 #include <cstdlib>
+#include <type_traits>
 
 #include "platform/Log.h"
 
 #ifdef VARNEL_HAVE_LIBSECRET
+#include <dlfcn.h>
 #include <libsecret/secret.h>
 #endif
 
@@ -13,6 +16,82 @@ namespace vn {
 #ifdef VARNEL_HAVE_LIBSECRET
 
 namespace {
+
+// libsecret and the GLib stack under it (a dozen libraries) are opened the first time a
+// password is looked for, not when the program starts: most commands never need them, and
+// loading them costs every start about two milliseconds.
+struct SecretLibrary {
+    decltype(&::secret_service_get_sync) serviceGet = nullptr;
+    decltype(&::secret_service_disconnect) serviceDisconnect = nullptr;
+    decltype(&::secret_password_lookup_sync) lookup = nullptr;
+    decltype(&::secret_password_search_sync) search = nullptr;
+    decltype(&::secret_password_store_sync) store = nullptr;
+    decltype(&::secret_password_clear_sync) clear = nullptr;
+    decltype(&::secret_password_free) passwordFree = nullptr;
+    decltype(&::secret_retrievable_get_attributes) attributes = nullptr;
+    decltype(&::secret_retrievable_retrieve_secret_sync) retrieve = nullptr;
+    decltype(&::secret_value_get_text) valueText = nullptr;
+    decltype(&::secret_value_unref) valueUnref = nullptr;
+    decltype(&::g_error_free) errorFree = nullptr;
+    decltype(&::g_object_unref) objectUnref = nullptr;
+    decltype(&::g_hash_table_lookup) tableLookup = nullptr;
+    decltype(&::g_hash_table_unref) tableUnref = nullptr;
+    decltype(&::g_list_free_full) listFreeFull = nullptr;
+
+    // The library when it and every function are there; null otherwise (logged once).
+    static const SecretLibrary* get() {
+        static const SecretLibrary* loaded = load();
+        return loaded;
+    }
+    // The same without opening the library when nothing has needed it yet.
+    static const SecretLibrary* ifOpened() { return opened_.load() ? get() : nullptr; }
+
+  private:
+    static const SecretLibrary* load() {
+        // Kept open for the life of the process: libsecret keeps a connection of its own.
+        void* handle = dlopen("libsecret-1.so.0", RTLD_NOW | RTLD_LOCAL);
+        if (!handle) {
+            Log::warning(std::string("Secret Service not available: ") + dlerror());
+            return nullptr;
+        }
+        static SecretLibrary library;
+        bool complete = true;
+        auto bind = [&](auto& function, const char* name) {
+            function =
+                reinterpret_cast<std::remove_reference_t<decltype(function)>>(dlsym(handle, name));
+            if (!function) {
+                Log::warning(std::string("Secret Service not available: no ") + name);
+                complete = false;
+            }
+        };
+        bind(library.serviceGet, "secret_service_get_sync");
+        bind(library.serviceDisconnect, "secret_service_disconnect");
+        bind(library.lookup, "secret_password_lookup_sync");
+        bind(library.search, "secret_password_search_sync");
+        bind(library.store, "secret_password_store_sync");
+        bind(library.clear, "secret_password_clear_sync");
+        bind(library.passwordFree, "secret_password_free");
+        bind(library.attributes, "secret_retrievable_get_attributes");
+        bind(library.retrieve, "secret_retrievable_retrieve_secret_sync");
+        bind(library.valueText, "secret_value_get_text");
+        bind(library.valueUnref, "secret_value_unref");
+        bind(library.errorFree, "g_error_free");
+        bind(library.objectUnref, "g_object_unref");
+        bind(library.tableLookup, "g_hash_table_lookup");
+        bind(library.tableUnref, "g_hash_table_unref");
+        bind(library.listFreeFull, "g_list_free_full");
+        opened_ = complete;
+        return complete ? &library : nullptr;
+    }
+
+    static inline std::atomic<bool> opened_{false};
+};
+
+const SecretLibrary& lib() {
+    // Every caller below is reached only through a store that `connect` made, which needs the
+    // library.
+    return *SecretLibrary::get();
+}
 
 const SecretSchema* schema() {
     static const SecretSchema value = {
@@ -42,7 +121,7 @@ bool failed(GError* error, const char* what) {
         return false;
     }
     Log::warning(std::string("Secret Service ") + what + ": " + error->message);
-    g_error_free(error);
+    lib().errorFree(error);
     return true;
 }
 
@@ -53,17 +132,22 @@ std::shared_ptr<SecretServiceCredentialStore> SecretServiceCredentialStore::conn
     if (!bus || !*bus) {
         return nullptr;
     }
+    if (!SecretLibrary::get()) {
+        return nullptr;
+    }
     GError* error = nullptr;
-    SecretService* service = secret_service_get_sync(SECRET_SERVICE_OPEN_SESSION, nullptr, &error);
+    SecretService* service = lib().serviceGet(SECRET_SERVICE_OPEN_SESSION, nullptr, &error);
     if (failed(error, "not available") || !service) {
         return nullptr;
     }
-    g_object_unref(service);
+    lib().objectUnref(service);
     return std::shared_ptr<SecretServiceCredentialStore>(new SecretServiceCredentialStore());
 }
 
 void SecretServiceCredentialStore::disconnect() {
-    secret_service_disconnect();
+    if (const SecretLibrary* library = SecretLibrary::ifOpened()) {
+        library->serviceDisconnect();
+    }
 }
 
 std::optional<std::string> SecretServiceCredentialStore::passwordForURL(std::string_view url,
@@ -77,15 +161,14 @@ std::optional<std::string> SecretServiceCredentialStore::passwordForURL(std::str
     GError* error = nullptr;
     gchar* password =
         account.empty()
-            ? secret_password_lookup_sync(schema(), nullptr, &error, "service", service.c_str(),
-                                          nullptr)
-            : secret_password_lookup_sync(schema(), nullptr, &error, "service", service.c_str(),
-                                          "user", account.c_str(), nullptr);
+            ? lib().lookup(schema(), nullptr, &error, "service", service.c_str(), nullptr)
+            : lib().lookup(schema(), nullptr, &error, "service", service.c_str(), "user",
+                           account.c_str(), nullptr);
     if (failed(error, "lookup failed") || !password) {
         return std::nullopt;
     }
     std::string result(password);
-    secret_password_free(password);
+    lib().passwordFree(password);
     return result;
 }
 
@@ -106,7 +189,7 @@ std::optional<CredentialStore::StoredCredential> SecretServiceCredentialStore::c
     // Without a user the item's own attributes tell whose password it is.
     std::string service = address->service();
     GError* error = nullptr;
-    GList* items = secret_password_search_sync(
+    GList* items = lib().search(
         schema(), static_cast<SecretSearchFlags>(SECRET_SEARCH_UNLOCK | SECRET_SEARCH_LOAD_SECRETS),
         nullptr, &error, "service", service.c_str(), nullptr);
     if (failed(error, "search failed") || !items) {
@@ -114,21 +197,21 @@ std::optional<CredentialStore::StoredCredential> SecretServiceCredentialStore::c
     }
     std::optional<StoredCredential> result;
     auto* item = static_cast<SecretRetrievable*>(items->data);
-    GHashTable* attributes = secret_retrievable_get_attributes(item);
+    GHashTable* attributes = lib().attributes(item);
     auto* owner =
-        attributes ? static_cast<const char*>(g_hash_table_lookup(attributes, "user")) : nullptr;
-    SecretValue* value = secret_retrievable_retrieve_secret_sync(item, nullptr, &error);
+        attributes ? static_cast<const char*>(lib().tableLookup(attributes, "user")) : nullptr;
+    SecretValue* value = lib().retrieve(item, nullptr, &error);
     if (!failed(error, "read failed") && value) {
-        const gchar* text = secret_value_get_text(value);
+        const gchar* text = lib().valueText(value);
         if (text) {
             result = StoredCredential{owner ? owner : "", text};
         }
-        secret_value_unref(value);
+        lib().valueUnref(value);
     }
     if (attributes) {
-        g_hash_table_unref(attributes);
+        lib().tableUnref(attributes);
     }
-    g_list_free_full(items, g_object_unref);
+    lib().listFreeFull(items, lib().objectUnref);
     return result;
 }
 
@@ -143,9 +226,9 @@ bool SecretServiceCredentialStore::setPasswordForURL(std::string_view url, std::
     std::string label = "Varnel: " + (account.empty() ? "" : account + " at ") + service;
     std::string secret(password);
     GError* error = nullptr;
-    gboolean stored = secret_password_store_sync(schema(), SECRET_COLLECTION_DEFAULT, label.c_str(),
-                                                 secret.c_str(), nullptr, &error, "service",
-                                                 service.c_str(), "user", account.c_str(), nullptr);
+    gboolean stored =
+        lib().store(schema(), SECRET_COLLECTION_DEFAULT, label.c_str(), secret.c_str(), nullptr,
+                    &error, "service", service.c_str(), "user", account.c_str(), nullptr);
     return !failed(error, "store failed") && stored;
 }
 
@@ -159,10 +242,9 @@ std::size_t SecretServiceCredentialStore::removePasswordForURL(std::string_view 
     // Every matching item goes in one call.
     gboolean cleared =
         address->user.empty()
-            ? secret_password_clear_sync(schema(), nullptr, &error, "service", service.c_str(),
-                                         nullptr)
-            : secret_password_clear_sync(schema(), nullptr, &error, "service", service.c_str(),
-                                         "user", address->user.c_str(), nullptr);
+            ? lib().clear(schema(), nullptr, &error, "service", service.c_str(), nullptr)
+            : lib().clear(schema(), nullptr, &error, "service", service.c_str(), "user",
+                          address->user.c_str(), nullptr);
     return !failed(error, "removal failed") && cleared ? 1 : 0;
 }
 
