@@ -4,9 +4,9 @@
 #include <cstdlib>
 
 #include "base/Format.h"
-#include "base/Regex.h"
 #include "handler/GitSettings.h"
 #include "handler/ToolPaths.h"
+#include "handler/ToolVersions.h"
 #include "handler/VNRepoWindowController.h"
 #include "platform/CredentialStore.h"
 #include "platform/FileSystem.h"
@@ -97,6 +97,12 @@ std::string VNRepoHandlerGit::detectedVersionNumber() {
     if (versionNumber_ && versionGitPath_ == path) {
         return *versionNumber_;
     }
+    // Every command needs the answer before its first git run; a kept one saves starting git.
+    if (std::optional<std::string> kept = vn::tool_versions::cached(path)) {
+        versionNumber_ = std::move(kept);
+        versionGitPath_ = path;
+        return *versionNumber_;
+    }
     auto task = VNTask::taskWithCommand(path, neutralFolder(), {"--version"});
     if (!task->run()) {
         vn::Log::warning(vn::format("'%@' failed with code %ld:'%@'", task->displayCommand(),
@@ -104,12 +110,32 @@ std::string VNRepoHandlerGit::detectedVersionNumber() {
                          vn::Log::Git);
         return "";
     }
-    static const vn::Regex versionPattern("version\\s+(\\S+)");
-    auto match = versionPattern.find(task->output());
     // Only an answer is kept, so that a git installed later is found.
-    versionNumber_ = match ? match->str(1) : firstLine(task->output());
+    versionNumber_ = parseVersionOutput(task->output());
     versionGitPath_ = path;
+    vn::tool_versions::remember(path, *versionNumber_);
     return *versionNumber_;
+}
+
+std::string VNRepoHandlerGit::parseVersionOutput(std::string_view output) {
+    // "git version 2.39.5" and the like: the word after "version" and its blanks.
+    auto blank = [](char c) { return c == ' ' || c == '\t' || c == '\n' || c == '\r'; };
+    for (std::size_t at = output.find("version"); at != std::string_view::npos;
+         at = output.find("version", at + 1)) {
+        std::size_t start = at + 7;
+        std::size_t word = start;
+        while (word < output.size() && blank(output[word])) {
+            ++word;
+        }
+        std::size_t end = word;
+        while (end < output.size() && !blank(output[end])) {
+            ++end;
+        }
+        if (word > start && end > word) {
+            return std::string(output.substr(word, end - word));
+        }
+    }
+    return firstLine(output);
 }
 
 std::shared_ptr<VNRepoWindowController> VNRepoHandlerGit::newWindowControllerWithDoc(

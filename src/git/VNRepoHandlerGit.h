@@ -42,6 +42,8 @@ class VNRepoHandlerGit : public VNRepoHandlerBase {
     void setDetectedGitVersion(std::optional<std::string> version);
     // Whether git of this version has credential helpers (1.7.10 and later).
     static bool versionUsesCredentialHelper(std::string_view version);
+    // The version number in what `git --version` printed (its first line when there is none).
+    static std::string parseVersionOutput(std::string_view output);
     bool useGitCredHelper();
     // Whether a command talking to `url` needs the password-prompt helper: for http(s) only when
     // the credential helper is not used, for every other kind of remote always.

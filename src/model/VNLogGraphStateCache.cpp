@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <charconv>
-#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <vector>
@@ -158,11 +157,7 @@ VNLogGraphStateCache::VNLogGraphStateCache(std::string folder, std::string ident
 }
 
 std::string VNLogGraphStateCache::defaultFolder() {
-    const char* cache = std::getenv("XDG_CACHE_HOME");
-    std::string base = cache && cache[0] == '/'
-                           ? std::string(cache)
-                           : vn::fs::appendPathComponent(vn::fs::homeDirectory(), ".cache");
-    return vn::fs::appendPathComponent(vn::fs::appendPathComponent(base, "varnel"), "log-graph");
+    return vn::fs::appendPathComponent(vn::fs::cacheFolder(), "log-graph");
 }
 
 std::string VNLogGraphStateCache::encode(const VNLogGraphEntry& state) {

@@ -163,6 +163,13 @@ std::string homeDirectory() {
     return "/";
 }
 
+std::string cacheFolder() {
+    const char* cache = std::getenv("XDG_CACHE_HOME");
+    std::string base = cache && cache[0] == '/' ? std::string(cache)
+                                                : appendPathComponent(homeDirectory(), ".cache");
+    return appendPathComponent(base, "varnel");
+}
+
 std::string expandTilde(std::string_view path) {
     if (path == "~") {
         return homeDirectory();

@@ -27,6 +27,9 @@ std::string deletingLastPathComponent(std::string_view path);
 std::string appendPathComponent(std::string_view path, std::string_view component);
 std::string expandTilde(std::string_view path);
 std::string homeDirectory();
+// Where this program keeps what it can compute again: $XDG_CACHE_HOME/varnel, or
+// ~/.cache/varnel.
+std::string cacheFolder();
 
 // The first executable called `name` in the folders of PATH (or of `searchPath` when given).
 std::optional<std::string> findExecutable(std::string_view name,

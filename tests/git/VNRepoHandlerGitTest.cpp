@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <mutex>
 #include <set>
 #include <thread>
@@ -264,6 +265,46 @@ TEST(VNRepoHandlerGitVersion, DetectsTheVersionOfTheGitInUse) {
     EXPECT_EQ(missing.string("number"), "");
     EXPECT_FALSE(missing.boolean("exists"));
     EXPECT_FALSE(handler->useGitCredHelper()) << "unknown versions get the password prompt";
+}
+
+TEST(VNRepoHandlerGitVersion, TheAnswerIsKeptForTheBinaryAsItIsOnDisk) {
+    struct Case {
+        const char* output;
+        const char* number;
+    };
+    for (const Case& c : std::vector<Case>{
+             {"git version 2.39.5\n", "2.39.5"},
+             {"git version 2.45.1.windows.1\r\n", "2.45.1.windows.1"},
+             {"git version\t2.1.0 (Apple Git-1)\n", "2.1.0"},
+             {"versioned git\ngit version 1.8.0\n", "1.8.0"},
+             {"unknown build\nno number\n", "unknown build"},
+         }) {
+        EXPECT_EQ(VNRepoHandlerGit::parseVersionOutput(c.output), c.number) << c.output;
+    }
+
+    // Each run of the stand-in git leaves a line behind.
+    GitPreferences prefs;
+    TempDir folder("keptversion");
+    std::string runs = folder.file("runs");
+    auto install = [&](const std::string& version) {
+        return vn::test::writeScript(
+            folder.path(), "git",
+            "echo run >> '" + runs + "'\necho 'git version " + version + "'\n");
+    };
+    auto runCount = [&] {
+        std::string text = vn::fs::readFile(runs).value_or("");
+        return std::count(text.begin(), text.end(), '\n');
+    };
+    prefs.useCustomGit(install("2.40.0"));
+    EXPECT_EQ(std::make_shared<VNRepoHandlerGit>()->versionDetails().string("number"), "2.40.0");
+    EXPECT_EQ(runCount(), 1);
+    // A new process asks the cache, not git.
+    EXPECT_EQ(std::make_shared<VNRepoHandlerGit>()->versionDetails().string("number"), "2.40.0");
+    EXPECT_EQ(runCount(), 1);
+    // Another build of git in the same place is asked again.
+    install("2.41.10");
+    EXPECT_EQ(std::make_shared<VNRepoHandlerGit>()->versionDetails().string("number"), "2.41.10");
+    EXPECT_EQ(runCount(), 2);
 }
 
 TEST(VNRepoHandlerGitRemotes, AskpassAndIdentityForEachKindOfRemote) {
