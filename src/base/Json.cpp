@@ -106,30 +106,95 @@ const yajl_callbacks kCallbacks = {
 
 }  // namespace
 
+namespace {
+
+// "YYYY-MM-DDTHH:MM:SS" for a count of seconds since 1970-01-01 00:00 into `out` (19 bytes), by
+// arithmetic alone: a history writes one for every row. False for a year that does not take four
+// digits, which the calendar functions write instead.
+bool civilTime(int64_t seconds, char* out) {
+    int64_t days = seconds / 86400;
+    int64_t rest = seconds % 86400;
+    if (rest < 0) {
+        rest += 86400;
+        --days;
+    }
+    // Days to the proleptic Gregorian date, in eras of 400 years from 0000-03-01.
+    days += 719468;
+    int64_t era = (days >= 0 ? days : days - 146096) / 146097;
+    int64_t dayOfEra = days - era * 146097;
+    int64_t yearOfEra = (dayOfEra - dayOfEra / 1460 + dayOfEra / 36524 - dayOfEra / 146096) / 365;
+    int64_t dayOfYear = dayOfEra - (365 * yearOfEra + yearOfEra / 4 - yearOfEra / 100);
+    int64_t shiftedMonth = (5 * dayOfYear + 2) / 153;
+    int64_t day = dayOfYear - (153 * shiftedMonth + 2) / 5 + 1;
+    int64_t month = shiftedMonth < 10 ? shiftedMonth + 3 : shiftedMonth - 9;
+    int64_t year = yearOfEra + era * 400 + (month <= 2 ? 1 : 0);
+    if (year < 0 || year > 9999) {
+        return false;
+    }
+    auto two = [](char* at, int64_t value) {
+        at[0] = static_cast<char>('0' + value / 10);
+        at[1] = static_cast<char>('0' + value % 10);
+    };
+    two(out, year / 100);
+    two(out + 2, year % 100);
+    out[4] = '-';
+    two(out + 5, month);
+    out[7] = '-';
+    two(out + 8, day);
+    out[10] = 'T';
+    two(out + 11, rest / 3600);
+    out[13] = ':';
+    two(out + 14, rest / 60 % 60);
+    out[16] = ':';
+    two(out + 17, rest % 60);
+    return true;
+}
+
+}  // namespace
+
 std::string isoDateString(const Value::Date& date) {
     std::time_t t = std::chrono::system_clock::to_time_t(date);
+    char buffer[32];
+    if (civilTime(t, buffer)) {
+        buffer[19] = 'Z';
+        return std::string(buffer, 20);
+    }
     struct tm utc;
     if (!gmtime_r(&t, &utc)) {
         return "";  // a year beyond what the calendar functions hold
     }
-    char buffer[32];
     std::strftime(buffer, sizeof buffer, "%Y-%m-%dT%H:%M:%SZ", &utc);
     return buffer;
 }
 
 std::string isoDateString(const Value::Date& date, int32_t offsetSeconds) {
     std::time_t t = std::chrono::system_clock::to_time_t(date) + offsetSeconds;
-    struct tm wall;
-    if (!gmtime_r(&t, &wall)) {
-        return "";  // a year beyond what the calendar functions hold
-    }
     char buffer[48];
-    std::size_t length = std::strftime(buffer, sizeof buffer, "%Y-%m-%dT%H:%M:%S", &wall);
-    int32_t magnitude = offsetSeconds < 0 ? -offsetSeconds : offsetSeconds;
-    std::snprintf(buffer + length, sizeof buffer - length, "%c%02d:%02d",
-                  offsetSeconds < 0 ? '-' : '+', static_cast<int>(magnitude / 3600),
-                  static_cast<int>(magnitude / 60 % 60));
-    return buffer;
+    std::size_t length = 19;
+    if (!civilTime(t, buffer)) {
+        struct tm wall;
+        if (!gmtime_r(&t, &wall)) {
+            return "";  // a year beyond what the calendar functions hold
+        }
+        length = std::strftime(buffer, sizeof buffer, "%Y-%m-%dT%H:%M:%S", &wall);
+    }
+    int64_t magnitude = offsetSeconds < 0 ? -int64_t{offsetSeconds} : offsetSeconds;
+    int64_t hours = magnitude / 3600;
+    int64_t minutes = magnitude / 60 % 60;
+    if (hours > 99) {
+        std::snprintf(buffer + length, sizeof buffer - length, "%c%02d:%02d",
+                      offsetSeconds < 0 ? '-' : '+', static_cast<int>(hours),
+                      static_cast<int>(minutes));
+        return buffer;
+    }
+    char* zone = buffer + length;
+    zone[0] = offsetSeconds < 0 ? '-' : '+';
+    zone[1] = static_cast<char>('0' + hours / 10);
+    zone[2] = static_cast<char>('0' + hours % 10);
+    zone[3] = ':';
+    zone[4] = static_cast<char>('0' + minutes / 10);
+    zone[5] = static_cast<char>('0' + minutes % 10);
+    return std::string(buffer, length + 6);
 }
 
 namespace {
@@ -416,6 +481,29 @@ void JsonWriter::quoted(std::string_view text) {
     put('"');
 }
 
+void JsonWriter::fragmentNumber(uint64_t value) {
+    char digits[24];
+    auto [end, ec] = std::to_chars(digits, digits + sizeof digits, value);
+    raw(std::string_view(digits, static_cast<std::size_t>(end - digits)));
+}
+
+void JsonWriter::fragmentNumber(double value) {
+    if (!std::isfinite(value)) {
+        raw("null");
+        return;
+    }
+    char digits[64];
+    auto [end, ec] = std::to_chars(digits, digits + sizeof digits, value);
+    raw(std::string_view(digits, static_cast<std::size_t>(end - digits)));
+}
+
+void JsonWriter::reset() {
+    size_ = 0;
+    open_.clear();
+    afterKey_ = false;
+    depth_ = 0;
+}
+
 void JsonWriter::number(int64_t value) {
     beforeValue();
     char digits[24];
@@ -425,20 +513,12 @@ void JsonWriter::number(int64_t value) {
 
 void JsonWriter::number(uint64_t value) {
     beforeValue();
-    char digits[24];
-    auto [end, ec] = std::to_chars(digits, digits + sizeof digits, value);
-    raw(std::string_view(digits, static_cast<std::size_t>(end - digits)));
+    fragmentNumber(value);
 }
 
 void JsonWriter::number(double value) {
-    if (!std::isfinite(value)) {
-        null();
-        return;
-    }
     beforeValue();
-    char digits[64];
-    auto [end, ec] = std::to_chars(digits, digits + sizeof digits, value);
-    raw(std::string_view(digits, static_cast<std::size_t>(end - digits)));
+    fragmentNumber(value);
 }
 
 void JsonWriter::boolean(bool value) {

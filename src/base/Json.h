@@ -55,11 +55,25 @@ class JsonWriter {
         write(v);
     }
 
+    // ---- Fragments, for writers of large regular output that know its shape ----
+    // Written as they are, with no separators: the caller places every comma and bracket, and
+    // the result is compact JSON only when the caller's shape is. What `string` and `number`
+    // would write for the value, without the separator before it.
+    void fragment(std::string_view json) { raw(json); }
+    void fragmentString(std::string_view text) { quoted(text); }
+    void fragmentNumber(uint64_t value);
+    void fragmentNumber(double value);
+    void fragmentBoolean(bool value) { raw(value ? "true" : "false"); }
+    // Starts again with no text, keeping the room already taken.
+    void reset();
+
     // The text so far; the reference holds until the next write.
     const std::string& text() const {
         buffer_.resize(size_);
         return buffer_;
     }
+    // The same without trimming the room after it; valid until the next write.
+    std::string_view view() const { return {buffer_.data(), size_}; }
     void flush();
 
   private:

@@ -1,5 +1,6 @@
 #include "model/VNLogDescriptionEntry.h"
 
+#include "base/Json.h"
 #include "base/Record.h"
 #include "model/VNLogLabel.h"
 
@@ -17,4 +18,18 @@ vn::Value VNLogDescriptionEntry::jsonValue() const {
         {"labels", std::move(labels)},
         {"baseColour", baseColour_.jsonValue()},
     };
+}
+
+void VNLogDescriptionEntry::writeJson(vn::JsonWriter& writer) const {
+    writer.beginObject();
+    writer.member("description", description_);
+    writer.key("labels");
+    writer.beginArray();
+    for (const auto& label : labels_) {
+        label->writeJson(writer);
+    }
+    writer.endArray();
+    writer.key("baseColour");
+    baseColour_.writeJson(writer);
+    writer.endObject();
 }

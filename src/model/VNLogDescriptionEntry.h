@@ -28,6 +28,8 @@ class VNLogDescriptionEntry : public vn::Object, public VNLogGraphColoured {
     void setBaseColour(const VNLogGraphColour& colour) const override { baseColour_ = colour; }
 
     vn::Value jsonValue() const override;
+    // The same members, written in place: every row of a history has one.
+    void writeJson(vn::JsonWriter& writer) const override;
 
   private:
     std::string description_;

@@ -1,8 +1,11 @@
 #include "model/VNLogGraphColour.h"
 
+#include <bit>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
+#include <string>
+#include <unordered_map>
 
 #include "base/Json.h"
 #include "base/Record.h"
@@ -127,7 +130,62 @@ vn::Value VNLogGraphColour::jsonValue() const {
     return nullptr;
 }
 
+namespace {
+
+// The compact text of an HSB colour. A graph has few colours, each seen on many rows, while the
+// shortest form of a double costs hundreds of instructions: the texts are kept, per thread.
+std::string_view hsbText(const VNLogGraphColour& colour) {
+    struct Key {
+        uint64_t hue, saturation, brightness;
+        bool operator==(const Key&) const = default;
+    };
+    struct Hash {
+        std::size_t operator()(const Key& key) const {
+            return std::hash<uint64_t>()(key.hue * 31 + key.saturation * 7 + key.brightness);
+        }
+    };
+    thread_local std::unordered_map<Key, std::string, Hash> texts;
+    thread_local vn::JsonWriter writer;
+    Key key{std::bit_cast<uint64_t>(colour.hue), std::bit_cast<uint64_t>(colour.saturation),
+            std::bit_cast<uint64_t>(colour.brightness)};
+    if (auto known = texts.find(key); known != texts.end()) {
+        return known->second;
+    }
+    if (texts.size() >= 4096) {
+        texts.clear();  // a history with that many colours gains little from keeping them
+    }
+    writer.reset();
+    writer.fragment("{\"hue\":");
+    writer.fragmentNumber(colour.hue);
+    writer.fragment(",\"saturation\":");
+    writer.fragmentNumber(colour.saturation);
+    writer.fragment(",\"brightness\":");
+    writer.fragmentNumber(colour.brightness);
+    writer.fragment("}");
+    return texts.emplace(key, std::string(writer.view())).first->second;
+}
+
+}  // namespace
+
+void VNLogGraphColour::writeCompactFragment(vn::JsonWriter& writer) const {
+    switch (kind) {
+        case Kind::HSB:
+            writer.fragment(hsbText(*this));
+            return;
+        case Kind::Grey:
+            writer.fragment("{\"grey\":true}");
+            return;
+        case Kind::None:
+            break;
+    }
+    writer.fragment("null");
+}
+
 void VNLogGraphColour::writeJson(vn::JsonWriter& writer) const {
+    if (!writer.isPretty() && isHSB()) {
+        writer.compactValues(hsbText(*this));
+        return;
+    }
     switch (kind) {
         case Kind::HSB:
             writer.beginObject();

@@ -52,6 +52,8 @@ struct VNLogGraphColour {
 
     // {"hue", "saturation", "brightness"}, {"grey": true}, or null.
     vn::Value jsonValue() const;
+    // What writeJson writes, as a fragment of compact output (see JsonWriter::fragment).
+    void writeCompactFragment(vn::JsonWriter& writer) const;
     void writeJson(vn::JsonWriter& writer) const;
 
     bool operator==(const VNLogGraphColour& other) const = default;

@@ -64,15 +64,17 @@ void VNLogGraphEntry::writeJson(vn::JsonWriter& writer) const {
             if (auto* known = kept(i)) {
                 current.emplace_back(*known);
             } else {
-                vn::JsonWriter run;
-                run.beginArray();
+                thread_local vn::JsonWriter run;
+                run.reset();
+                bool first = true;
                 for (const auto& line : runs[i]->lines) {
-                    line.writeJson(run);
+                    if (!first) {
+                        run.fragment(",");
+                    }
+                    first = false;
+                    line.writeCompactFragment(run);
                 }
-                run.endArray();
-                const std::string& text = run.text();
-                current.emplace_back(
-                    runs[i], std::make_shared<const std::string>(text.substr(1, text.size() - 2)));
+                current.emplace_back(runs[i], std::make_shared<const std::string>(run.view()));
             }
             writer.compactValues(*current.back().second);
         }

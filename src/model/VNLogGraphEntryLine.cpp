@@ -50,6 +50,26 @@ vn::Value VNLogGraphEntryLine::jsonValue() const {
     };
 }
 
+void VNLogGraphEntryLine::writeCompactFragment(vn::JsonWriter& writer) const {
+    writer.fragment("{\"endCol\":");
+    writer.fragmentNumber(static_cast<uint64_t>(endCol));
+    writer.fragment(",\"startCol\":");
+    writer.fragmentNumber(static_cast<uint64_t>(startCol));
+    writer.fragment(",\"lineColour\":");
+    lineColour.writeCompactFragment(writer);
+    writer.fragment(",\"lineContext\":");
+    writer.fragmentString(lineContext());
+    writer.fragment(",\"terminates\":");
+    writer.fragmentBoolean(terminates);
+    writer.fragment(",\"originates\":");
+    writer.fragmentBoolean(originates);
+    writer.fragment(",\"sharedStart\":");
+    writer.fragmentBoolean(sharedStart);
+    writer.fragment(",\"isBlank\":");
+    writer.fragmentBoolean(isBlank);
+    writer.fragment("}");
+}
+
 void VNLogGraphEntryLine::writeJson(vn::JsonWriter& writer) const {
     writer.beginObject();
     writer.member("endCol", static_cast<uint64_t>(endCol));

@@ -58,6 +58,9 @@ class VNLogGraphEntryLine {
     std::string description() const;
     vn::Value jsonValue() const;
     void writeJson(vn::JsonWriter& writer) const;
+    // What writeJson writes, as a fragment of compact output (see JsonWriter::fragment): a
+    // wide graph writes hundreds of segments a row.
+    void writeCompactFragment(vn::JsonWriter& writer) const;
 
   private:
     static const std::string& noContext();

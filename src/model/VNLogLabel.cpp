@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cctype>
 
+#include "base/Json.h"
 #include "base/Record.h"
 
 VNLogLabel::VNLogLabel(std::string label, int32_t type, std::string revision, std::string sha,
@@ -42,6 +43,19 @@ int VNLogLabel::compareCaseInsensitive(const VNLogLabel& other) const {
         return 0;
     }
     return a.size() < b.size() ? -1 : 1;
+}
+
+void VNLogLabel::writeJson(vn::JsonWriter& writer) const {
+    writer.beginObject();
+    writer.member("label", label_);
+    writer.member("type", static_cast<int64_t>(type_));
+    writer.member("description", description_);
+    writer.member("annotation", annotation_);
+    writer.member("revision", revision_);
+    writer.member("commitSHA", commitSHA_);
+    writer.member("currentMarker", currentMarker_);
+    writer.member("ref", ref_);
+    writer.endObject();
 }
 
 vn::Value VNLogLabel::jsonValue() const {

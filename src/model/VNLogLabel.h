@@ -48,6 +48,7 @@ class VNLogLabel : public vn::Object {
     int compareCaseInsensitive(const VNLogLabel& other) const;
 
     vn::Value jsonValue() const override;
+    void writeJson(vn::JsonWriter& writer) const override;
 
   private:
     std::string label_;

@@ -1,7 +1,10 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <cstdio>
+#include <ctime>
 #include <limits>
+#include <optional>
 #include <random>
 #include <string>
 #include <vector>
@@ -162,3 +165,51 @@ TEST(JsonWriter, SinkReceivesTheSameTextInBoundedChunks) {
 }
 
 }  // namespace
+
+namespace {
+
+// The calendar functions' answer, which dates are written as.
+std::string referenceDate(int64_t seconds, std::optional<int32_t> offset) {
+    std::time_t t = static_cast<std::time_t>(seconds + offset.value_or(0));
+    struct tm wall;
+    if (!gmtime_r(&t, &wall)) {
+        return "";
+    }
+    char buffer[64];
+    std::size_t length = std::strftime(buffer, sizeof buffer, "%Y-%m-%dT%H:%M:%S", &wall);
+    if (!offset) {
+        return std::string(buffer, length) + "Z";
+    }
+    int64_t magnitude = *offset < 0 ? -int64_t{*offset} : *offset;
+    std::snprintf(buffer + length, sizeof buffer - length, "%c%02d:%02d", *offset < 0 ? '-' : '+',
+                  static_cast<int>(magnitude / 3600), static_cast<int>(magnitude / 60 % 60));
+    return buffer;
+}
+
+}  // namespace
+
+TEST(JsonDates, AgreeWithTheCalendarFunctionsForAnyInstantAndOffset) {
+    auto date = [](int64_t seconds) { return vn::Value::Date(std::chrono::seconds(seconds)); };
+    // Dates hold nanoseconds in 64 bits: the years 1678 to 2262.
+    std::vector<std::pair<int64_t, std::optional<int32_t>>> cases = {
+        {0, std::nullopt},           {-1, std::nullopt},
+        {951782400, std::nullopt},    // 2000-02-29
+        {-8520336000, std::nullopt},  // 1700-03-01, after a 28-day February
+        {4102444800, 14 * 3600},      // 2100-01-01 in the furthest zone ahead
+        {0, -12 * 3600 - 1800},      {1700000000, 99 * 3600 + 59 * 60},
+        {1700000000, -(120 * 3600)},  // an offset of more than two digits of hours
+    };
+    std::mt19937_64 random(20261122);
+    std::uniform_int_distribution<int64_t> instants(-9000000000, 9000000000);
+    std::uniform_int_distribution<int32_t> offsets(-60000, 60000);
+    for (int i = 0; i < 20000; ++i) {
+        cases.emplace_back(instants(random),
+                           i % 2 ? std::optional<int32_t>(offsets(random)) : std::nullopt);
+    }
+    for (const auto& [seconds, offset] : cases) {
+        SCOPED_TRACE(std::to_string(seconds) + " " + std::to_string(offset.value_or(0)));
+        std::string written =
+            offset ? vn::isoDateString(date(seconds), *offset) : vn::isoDateString(date(seconds));
+        ASSERT_EQ(written, referenceDate(seconds, offset));
+    }
+}

@@ -468,6 +468,50 @@ TEST(LogGraphHeldRows, CompactJsonReusingRunsOfTheRowBeforeEqualsEverySegmentWri
     EXPECT_NE(written.find("\"startCol\":99"), std::string::npos) << written;
 }
 
+TEST(LogGraphHeldRows, SegmentFragmentsAreWhatTheWriterWrites) {
+    // Every colour kind (a hue that is not a number too), awkward contexts, every flag.
+    std::vector<VNLogGraphEntryLine> lines;
+    const VNLogGraphColour colours[] = {
+        VNLogGraphColour{},
+        VNLogGraphColour::grey(),
+        VNLogGraphColour::hsb(0.6449999999999995, 0.6, 0.8999999999999999),
+        VNLogGraphColour::hsb(1e-300, 0, 1),
+        VNLogGraphColour::hsb(std::nan(""), 0.5, 0.5),
+    };
+    const std::string contexts[] = {"", "0123456789abcdef0123456789abcdef01234567",
+                                    "quote \" back\\slash\ttab", "bad \xff\xfe utf-8 é"};
+    uint32_t col = 0;
+    for (const auto& colour : colours) {
+        for (const auto& context : contexts) {
+            VNLogGraphEntryLine line(col++, colour, context);
+            line.startCol = col * 3;
+            line.terminates = col % 2;
+            line.originates = col % 3 == 0;
+            line.sharedStart = col % 5 == 0;
+            line.isBlank = col % 7 == 0;
+            lines.push_back(line);
+        }
+    }
+    for (const auto& line : lines) {
+        SCOPED_TRACE(line.description());
+        vn::JsonWriter generic;
+        line.writeJson(generic);
+        vn::JsonWriter fragment;
+        line.writeCompactFragment(fragment);
+        EXPECT_EQ(fragment.text(), generic.text());
+        // The kept text of a colour is the one written, whichever is asked for first.
+        vn::JsonWriter colour;
+        colour.beginArray();
+        line.lineColour.writeJson(colour);
+        colour.endArray();
+        vn::JsonWriter pretty(true);
+        line.lineColour.writeJson(pretty);
+        std::string expected = pretty.text();
+        std::erase_if(expected, [](char c) { return c == ' ' || c == '\n'; });
+        EXPECT_EQ(colour.text(), "[" + expected + "]");
+    }
+}
+
 // ---- The cache of states ----
 
 class StateCacheTest : public ::testing::Test {
