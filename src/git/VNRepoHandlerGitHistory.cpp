@@ -246,8 +246,10 @@ bool runLogListing(VNRepoHandlerGit& handler, const std::string& path, uint64_t 
     // cost more than the listing. Full buffering still hands the first rows over at once.
     task->setEnvironmentCustomisations(vn::Environment{{"GIT_FLUSH", "0"}});
     // Git runs on a thread of its own that only drains the pipe, so that git never waits on a
-    // full pipe while rows are parsed, laid out and written here.
-    constexpr std::size_t WakeBytes = 256 << 10;
+    // full pipe while rows are parsed, laid out and written here. Rows waiting here while this
+    // side is idle are time lost at the end, so a few dozen of them are enough to wake it; when
+    // it is busy, what arrived meanwhile goes on together.
+    constexpr std::size_t WakeBytes = 16 << 10;
     constexpr auto LookInterval = std::chrono::milliseconds(5);
     struct Shared {
         std::mutex mutex;
@@ -264,8 +266,8 @@ bool runLogListing(VNRepoHandlerGit& handler, const std::string& path, uint64_t 
         }
         shared.chunks.emplace_back(chunk);
         shared.pendingBytes += chunk.size();
-        // Git flushes after every commit, so chunks are small; waking the reader for each one
-        // costs more than parsing it. The reader also looks on its own every few milliseconds.
+        // The reader also looks on its own every few milliseconds, for a history that comes
+        // slowly.
         if (shared.pendingBytes >= WakeBytes) {
             shared.arrived.notify_one();
         }
@@ -513,10 +515,13 @@ std::optional<vn::Record> VNRepoHandlerGit::workingCopyRow(const std::string& pa
     if (!vn::fs::exists(vn::fs::appendPathComponent(path, ".git"))) {
         return std::nullopt;
     }
-    // Tracked and untracked changes both count: either is something to commit.
+    // Tracked and untracked changes both count: either is something to commit. The check runs
+    // beside the page's log, so it reads the index on one thread instead of taking every core
+    // from the log.
     auto status = VNTask::taskWithCommand(
         gitPath(), path,
-        withArgs(defaultArgsForPath(path, "status"), {"--porcelain", "--ignore-submodules=dirty"}));
+        withArgs(defaultArgsForPath(path, "status", {"core.preloadIndex=false"}),
+                 {"--porcelain", "--ignore-submodules=dirty"}));
     if (!status->run()) {
         handleGitFailure("git status", status->exitCode(), status->errorOutput(), false);
         return std::nullopt;
