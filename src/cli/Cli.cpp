@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <iostream>
@@ -82,9 +83,23 @@ bool prettyJson() {
 
 void printJson(const Value& value) {
     std::cout.flush();
-    // Streamed: a large diff or history is written while it is generated, not held twice.
+    std::fflush(stdout);
+    // Streamed: a large diff or history is written while it is generated, not held twice. The
+    // writer's chunks are already large, so they go out whole rather than through stdio's
+    // small buffer (which cut each in two).
+    bool failed = false;
     JsonWriter writer(
-        [](std::string_view chunk) { std::fwrite(chunk.data(), 1, chunk.size(), stdout); }, pretty);
+        [&failed](std::string_view chunk) {
+            while (!chunk.empty() && !failed) {
+                ssize_t written = ::write(STDOUT_FILENO, chunk.data(), chunk.size());
+                if (written > 0) {
+                    chunk.remove_prefix(static_cast<std::size_t>(written));
+                } else if (!(written < 0 && errno == EINTR)) {
+                    failed = true;  // a closed reader: the rest has nowhere to go
+                }
+            }
+        },
+        pretty);
     writer.value(value);
     writer.flush();
     std::fputc('\n', stdout);

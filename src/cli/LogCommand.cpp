@@ -98,6 +98,9 @@ class PageReader {
     PageReader(VNRepoHandlerGit& handler, std::string path, VNLogRowData& page, bool graph)
         : handler_(handler), path_(std::move(path)), page_(page), graph_(graph) {}
 
+    // Called as the page's git log is about to start (see VNRepoHandlerGit::streamLogLines).
+    void setLogStarting(std::function<void()> starting) { starting_ = std::move(starting); }
+
     // The identity of the listing for the cache of graph states: the repository's refs, the
     // options that change which rows come in which order, and whether the working-copy row
     // leads the listing.
@@ -207,7 +210,7 @@ class PageReader {
             prefetched_.clear();
         } else {
             ok = handler_.streamLogRevisions(path_, page_.skip(), page_.limit(), branch(),
-                                             page_.logOptions(), take);
+                                             page_.logOptions(), take, starting_);
         }
         lead();
         if (workingCopy) {
@@ -310,7 +313,7 @@ class PageReader {
             out.clear();
         };
         bool ok = handler_.streamLogLines(path_, page_.skip(), page_.limit(), branch(),
-                                          page_.logOptions(), take);
+                                          page_.logOptions(), take, starting_);
         lead();
         if (!out.empty()) {
             // An empty listing still shows the uncommitted changes.
@@ -338,6 +341,7 @@ class PageReader {
     std::string path_;
     VNLogRowData& page_;
     bool graph_;
+    std::function<void()> starting_;
     uint64_t rowCount_ = 0;
     std::shared_ptr<const VNLogGraphEntry> endState_;
     std::vector<Record> prefetched_;
@@ -557,19 +561,25 @@ int runLog(Arguments& args) {
     // The working-copy row leads a first page; its status runs beside the rest.
     std::optional<Record> workingCopyRow;
     vn::WorkGroup statusGroup;
-    bool wantWorkingCopy = skip == 0 || graph;
-    if (wantWorkingCopy) {
+    auto startStatus = [&] {
         vn::WorkQueue::global().async(statusGroup, FailureCollector::bind([&] {
                                           workingCopyRow =
                                               handler.workingCopyRow(workingCopy->path);
                                       }));
-    }
+    };
     auto waitForStatus = [&] {
         statusGroup.wait();
         return workingCopyRow;
     };
 
     PageReader reader(handler, workingCopy->path, *page, graph);
+    if (skip == 0) {
+        // The log is what the page waits for longest: the status starts as git does, so that
+        // it takes nothing from the log's start. It is in long before the first rows.
+        reader.setLogStarting(startStatus);
+    } else if (graph) {
+        startStatus();  // the layout of the rows above the page needs it first
+    }
     std::optional<VNLogGraphStateCache> cache;
     auto openCache = [&](std::string identity) {
         if (!identity.empty()) {

@@ -259,10 +259,13 @@ class VNRepoHandlerGit : public VNRepoHandlerBase {
     // The log listing of `logRevisions` read as git prints it: rows are handed to `receive` in
     // batches, in order, while git still runs, so that a whole history is never held. A failure
     // is shown to the user and answers false (after the rows that came before it).
+    // `starting`, when given, is called (on another thread) as git is about to start, for work
+    // that should run beside the listing without getting ahead of it.
     using LogRowsReceiver = std::function<void(std::vector<vn::Record>& rows)>;
     bool streamLogRevisions(const std::string& path, uint64_t skip, uint64_t limit,
                             const std::optional<std::string>& branch, uint64_t options,
-                            const LogRowsReceiver& receive);
+                            const LogRowsReceiver& receive,
+                            const std::function<void()>& starting = {});
     // The same listing as git's lines in the log format (VNGitLogParser::logFormatArgument), whole
     // lines at a time, for callers that read rows without making records. `aheadBehind` maps
     // branch names to their counts for the labels of VNGitLogParser::labelsFromDecoration.
@@ -270,7 +273,8 @@ class VNRepoHandlerGit : public VNRepoHandlerBase {
         std::function<void(std::string_view lines, const vn::Record& aheadBehind)>;
     bool streamLogLines(const std::string& path, uint64_t skip, uint64_t limit,
                         const std::optional<std::string>& branch, uint64_t options,
-                        const LogLinesReceiver& receive);
+                        const LogLinesReceiver& receive,
+                        const std::function<void()>& starting = {});
     // The same listing reduced to each revision's hash and parents (first parent first), for
     // laying out the graph of rows that are not shown.
     using LogTopologyReceiver =

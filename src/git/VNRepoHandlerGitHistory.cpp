@@ -190,9 +190,13 @@ namespace {
 bool runLogListing(VNRepoHandlerGit& handler, const std::string& path, uint64_t skip,
                    uint64_t limit, const std::optional<std::string>& branch, uint64_t options,
                    const std::optional<std::string>& upstream, bool topology,
-                   const std::function<void(std::string_view)>& lines) {
+                   const std::function<void(std::string_view)>& lines,
+                   const std::function<void()>& starting = {}) {
     // Git counts skip and limit in an int; a larger skip is past the end of any history.
     if (skip > static_cast<uint64_t>(INT_MAX)) {
+        if (starting) {
+            starting();
+        }
         return true;
     }
     limit = std::min<uint64_t>(limit, INT_MAX);
@@ -276,6 +280,9 @@ bool runLogListing(VNRepoHandlerGit& handler, const std::string& path, uint64_t 
     std::exception_ptr failure;
     std::thread runner(vn::FailureCollector::bind([&] {
         try {
+            if (starting) {
+                starting();
+            }
             ok = task->run();
         } catch (...) {
             failure = std::current_exception();
@@ -371,20 +378,24 @@ std::optional<std::string> upstreamFor(VNRepoHandlerGit& handler, const std::str
 
 bool VNRepoHandlerGit::streamLogRevisions(const std::string& path, uint64_t skip, uint64_t limit,
                                           const std::optional<std::string>& branch,
-                                          uint64_t options, const LogRowsReceiver& receive) {
+                                          uint64_t options, const LogRowsReceiver& receive,
+                                          const std::function<void()>& starting) {
     std::vector<vn::Record> rows;
-    return streamLogLines(path, skip, limit, branch, options,
-                          [&](std::string_view text, const vn::Record& aheadBehind) {
-                              rows = VNGitLogParser::parseLog(text, LabelScan::Full, &aheadBehind);
-                              if (!rows.empty()) {
-                                  receive(rows);
-                              }
-                          });
+    return streamLogLines(
+        path, skip, limit, branch, options,
+        [&](std::string_view text, const vn::Record& aheadBehind) {
+            rows = VNGitLogParser::parseLog(text, LabelScan::Full, &aheadBehind);
+            if (!rows.empty()) {
+                receive(rows);
+            }
+        },
+        starting);
 }
 
 bool VNRepoHandlerGit::streamLogLines(const std::string& path, uint64_t skip, uint64_t limit,
                                       const std::optional<std::string>& branch, uint64_t options,
-                                      const LogLinesReceiver& receive) {
+                                      const LogLinesReceiver& receive,
+                                      const std::function<void()>& starting) {
     // The annotations come from `for-each-ref`, which runs beside the log. With a branch and its
     // remote the upstream must be known before the log starts, so it runs first instead.
     vn::Record aheadBehind;
@@ -394,13 +405,15 @@ bool VNRepoHandlerGit::streamLogLines(const std::string& path, uint64_t skip, ui
         annotations.emplace(
             [this, &path, &aheadBehind] { aheadBehind = branchesWithCommitsAheadBehind(path); });
     }
-    bool ok = runLogListing(*this, path, skip, limit, branch, options, upstream, false,
-                            [&](std::string_view text) {
-                                if (annotations) {
-                                    annotations->wait();  // the labels need the counts
-                                }
-                                receive(text, aheadBehind);
-                            });
+    bool ok = runLogListing(
+        *this, path, skip, limit, branch, options, upstream, false,
+        [&](std::string_view text) {
+            if (annotations) {
+                annotations->wait();  // the labels need the counts
+            }
+            receive(text, aheadBehind);
+        },
+        starting);
     if (annotations) {
         annotations->wait();
     }
