@@ -16,6 +16,7 @@
 #include "git/VNGitPushBranchEntry.h"
 #include "git/VNRepoHandlerGit.h"
 #include "handler/VNTask.h"
+#include "hg/VNRepoHandlerMercurial.h"
 #include "model/VNFileStatusEntity.h"
 #include "platform/FileSystem.h"
 #include "platform/Preferences.h"
@@ -30,16 +31,16 @@ struct CommitOutcome {
     std::optional<VNCommitPane::PushTarget> push;
 };
 
-// git's words for a failed task, or its exit code when it said nothing.
-QString failureText(VNTask& task, const char* command) {
+// The tool's words for a failed task, or its exit code when it said nothing.
+QString failureText(VNTask& task) {
     std::string words = task.errorOutput();
     if (words.empty()) {
         words = task.output();
     }
     QString text = QString::fromStdString(words).trimmed();
     if (text.isEmpty()) {
-        text = QObject::tr("git %1 failed with code %2.")
-                   .arg(QLatin1String(command))
+        text = QObject::tr("%1 failed with code %2.")
+                   .arg(QString::fromStdString(task.displayCommand()).trimmed())
                    .arg(task.exitCode());
     }
     return text;
@@ -51,9 +52,13 @@ QString firstLineOf(const QString& text) {
 
 }  // namespace
 
-VNCommitPane::VNCommitPane(std::shared_ptr<VNRepoHandlerGit> handler, std::string path,
+VNCommitPane::VNCommitPane(std::shared_ptr<VNRepoHandler> handler, std::string path,
                            QWidget* parent)
-    : QWidget(parent), handler_(std::move(handler)), path_(std::move(path)) {
+    : QWidget(parent),
+      handler_(std::move(handler)),
+      git_(std::dynamic_pointer_cast<VNRepoHandlerGit>(handler_)),
+      hg_(std::dynamic_pointer_cast<VNRepoHandlerMercurial>(handler_)),
+      path_(std::move(path)) {
     setObjectName(QStringLiteral("commitPane"));
     subject_ = new QLineEdit(this);
     subject_->setObjectName(QStringLiteral("commitSubject"));
@@ -140,7 +145,16 @@ VNCommitPane::VNCommitPane(std::shared_ptr<VNRepoHandlerGit> handler, std::strin
     });
     loadHistoryChoice();
     updateHint();
-    loadKeys();
+    if (git_) {
+        loadKeys();
+    } else {
+        // Sign-off, hook bypass and signing keys are Git's.
+        for (QWidget* gitOnly :
+             std::initializer_list<QWidget*>{signoff_, bypassHooks_, sign_, keys_}) {
+            gitOnly->hide();
+        }
+        pushAfter_->setToolTip(tr("Push to the default path once the commit is made"));
+    }
 }
 
 QString VNCommitPane::message() const {
@@ -238,6 +252,26 @@ std::optional<VNCommitPane::PushTarget> VNCommitPane::pushTargetFor(VNRepoHandle
     return target;
 }
 
+std::optional<VNCommitPane::PushTarget> VNCommitPane::pushTargetFor(VNRepoHandlerMercurial& handler,
+                                                                    const std::string& path,
+                                                                    QString* why) {
+    std::vector<vn::Record> paths = handler.remotePaths(path);
+    PushTarget target;
+    for (const vn::Record& remote : paths) {
+        std::string name = remote.string("name");
+        if (name == "default" || (paths.size() == 1 && target.remote.empty())) {
+            target.remote = name;
+        }
+    }
+    if (target.remote.empty()) {
+        *why = paths.empty() ? tr("Not committed: the repository has no path to push to.")
+                             : tr("Not committed: there is no \"default\" path to push to. Push "
+                                  "once from the Push sheet to choose one.");
+        return std::nullopt;
+    }
+    return target;
+}
+
 QString VNCommitPane::errorText() const {
     return error_->text();
 }
@@ -296,7 +330,7 @@ void VNCommitPane::loadHistoryChoice() {
 }
 
 void VNCommitPane::loadKeys() {
-    auto handler = handler_;
+    auto handler = git_;
     std::string path = path_;
     runAsync<std::vector<vn::Record>>(
         this, [handler, path] { return handler->gpgKeyList(path); },
@@ -317,7 +351,11 @@ void VNCommitPane::loadKeys() {
 }
 
 void VNCommitPane::loadMergeMessage() {
-    auto handler = handler_;
+    if (!git_) {
+        Q_EMIT mergeMessageLoaded();  // hg keeps no prepared message
+        return;
+    }
+    auto handler = git_;
     std::string path = path_;
     runAsync<std::optional<std::string>>(
         this,
@@ -350,18 +388,33 @@ void VNCommitPane::amendToggled(bool on) {
         return;
     }
     draftBeforeAmend_ = message();
-    auto handler = handler_;
+    auto git = git_;
+    auto hg = hg_;
     std::string path = path_;
     runAsync<std::optional<std::string>>(
         this,
-        [handler, path]() -> std::optional<std::string> {
-            auto args = handler->defaultArgsForPath(path, "log");
-            args.insert(args.end(), {"-1", "--format=%B", "HEAD", "--"});
-            auto task = VNTask::taskWithCommand(handler->gitPath(), path, std::move(args));
+        [git, hg, path]() -> std::optional<std::string> {
+            std::shared_ptr<VNTask> task;
+            if (git) {
+                auto args = git->defaultArgsForPath(path, "log");
+                args.insert(args.end(), {"-1", "--format=%B", "HEAD", "--"});
+                task = VNTask::taskWithCommand(git->gitPath(), path, std::move(args));
+            } else {
+                // The working copy's parent; "-1" is the null revision of an empty repository.
+                task = hg->hgTask(path, "log", {"-r", ".", "--template", "{rev}\n{desc}"});
+            }
             if (!task->run()) {
                 return std::nullopt;
             }
-            return task->output();
+            std::string text = task->output();
+            if (hg) {
+                std::size_t end = text.find('\n');
+                if (text.compare(0, end, "-1") == 0) {
+                    return std::nullopt;
+                }
+                text.erase(0, end == std::string::npos ? text.size() : end + 1);
+            }
+            return text;
         },
         [this](std::optional<std::string> previous) {
             if (!amend_->isChecked()) {
@@ -429,7 +482,20 @@ bool VNCommitPane::commit() {
     std::vector<std::string> files;
     std::vector<std::string> toAdd;
     std::vector<std::string> toRemove;
-    if (stagedCount_ == 0 && !amend) {
+    if (hg_) {
+        // No staging: the chosen files, else every change; missing files are removed with it.
+        files = selected_;
+        if (files.empty()) {
+            for (const auto& entry : unstaged_) {
+                files.push_back(entry.path);
+            }
+            toRemove = withStatus(files, VNFileStatusMissing);
+            files.clear();
+        } else {
+            toAdd = withStatus(files, VNFileStatusUnknown);
+            toRemove = withStatus(files, VNFileStatusMissing);
+        }
+    } else if (stagedCount_ == 0 && !amend) {
         QMessageBox box(QMessageBox::Question, tr("No Staged Changes"), QString(),
                         QMessageBox::NoButton, this);
         QPushButton* chosen = nullptr;
@@ -515,19 +581,23 @@ bool VNCommitPane::commit() {
     commitButton_->setEnabled(false);
     postLongTaskNotification("longTaskStarted", path_);
     auto handler = handler_;
+    auto git = git_;
+    auto hg = hg_;
     std::string path = path_;
     std::string messageText = text.toStdString();
     // What is staged is committed as staged: naming the files would commit their whole
     // working-copy content and lose a partial staging. Files are named only when nothing is.
     runAsync<CommitOutcome>(
         this,
-        [handler, path, messageText, author, key, options, files, toAdd, pushAfter] {
+        [handler, git, hg, path, messageText, author, key, options, files, toAdd, toRemove,
+         pushAfter, amend] {
             CommitOutcome outcome;
             // Where the push goes is settled before anything changes, so that a commit never
             // happens on the promise of a push that cannot be made.
             if (pushAfter) {
                 QString why;
-                outcome.push = pushTargetFor(*handler, path, &why);
+                outcome.push =
+                    git ? pushTargetFor(*git, path, &why) : pushTargetFor(*hg, path, &why);
                 if (!outcome.push) {
                     outcome.error = why;
                     return outcome;
@@ -535,24 +605,39 @@ bool VNCommitPane::commit() {
             }
             for (const auto& add : handler->addTasks(path, toAdd)) {
                 if (!add || !add->run()) {
-                    outcome.error = add ? failureText(*add, "add")
-                                        : QObject::tr("The files could not be added.");
+                    outcome.error =
+                        add ? failureText(*add) : QObject::tr("The files could not be added.");
                     return outcome;
                 }
             }
-            // A file list signs whenever a key is given; the key goes with the sign bit only.
-            std::string fileKey = (options & VNRepoHandlerGit::CommitSign) ? key : std::string();
-            auto task = files.empty()
-                            ? handler->commitTask(path, messageText, author, key, options)
-                            : handler->commitTask(path, files, messageText, author, fileKey,
-                                                  options & ~VNRepoHandlerGit::CommitSign);
+            std::shared_ptr<VNTask> task;
+            if (hg) {
+                // hg commits a missing file only once it is marked removed.
+                for (const auto& remove : handler->removeTasks(path, toRemove)) {
+                    if (!remove || !remove->run()) {
+                        outcome.error = remove ? failureText(*remove)
+                                               : QObject::tr("The files could not be removed.");
+                        return outcome;
+                    }
+                }
+                task = hg->commitTask(
+                    path, messageText, files,
+                    author.empty() ? std::nullopt : std::optional<std::string>(author), amend);
+            } else {
+                // A file list signs whenever a key is given; the key goes with the sign bit only.
+                std::string fileKey =
+                    (options & VNRepoHandlerGit::CommitSign) ? key : std::string();
+                task = files.empty() ? git->commitTask(path, messageText, author, key, options)
+                                     : git->commitTask(path, files, messageText, author, fileKey,
+                                                       options & ~VNRepoHandlerGit::CommitSign);
+            }
             if (!task) {
                 outcome.error = QObject::tr("The commit message could not be written.");
                 return outcome;
             }
             outcome.ok = task->run();
             if (!outcome.ok) {
-                outcome.error = failureText(*task, "commit");
+                outcome.error = failureText(*task);
             }
             return outcome;
         },
@@ -583,13 +668,18 @@ bool VNCommitPane::commit() {
 }
 
 void VNCommitPane::startPush(const PushTarget& target) {
-    VNGitPushBranchEntry entry;
-    entry.push = true;
-    entry.localBranch = target.localBranch;
-    entry.remoteBranch = target.remoteBranch;
-    entry.track =
-        target.setUpstream ? VNGitPushBranchEntry::TrackSet : VNGitPushBranchEntry::TrackKeep;
-    VNTaskList tasks = handler_->pushTasks(path_, target.remote, {entry}, false);
+    VNTaskList tasks;
+    if (git_) {
+        VNGitPushBranchEntry entry;
+        entry.push = true;
+        entry.localBranch = target.localBranch;
+        entry.remoteBranch = target.remoteBranch;
+        entry.track =
+            target.setUpstream ? VNGitPushBranchEntry::TrackSet : VNGitPushBranchEntry::TrackKeep;
+        tasks = git_->pushTasks(path_, target.remote, {entry}, false);
+    } else {
+        tasks = {hg_->pushTask(path_, target.remote)};
+    }
     if (pushProgress_) {
         pushProgress_->close();
     }

@@ -17,16 +17,20 @@ class QLabel;
 class QLineEdit;
 class QPlainTextEdit;
 class QPushButton;
+class VNRepoHandler;
 class VNRepoHandlerGit;
+class VNRepoHandlerMercurial;
 
 namespace vn::desktop {
 
 // The message and choices of the next commit, under the working-copy lists: a subject line and
 // a body, the remembered messages, an author override, amend (which brings back the last
-// commit's message), sign-off, hook bypass and signing. Commits what is staged; when nothing is,
-// the files chosen in the unstaged list (adding the untracked ones) or, when none are chosen
-// and the user agrees, every tracked change. Files to be added or removed are confirmed first.
-// The commit runs off the GUI thread; the push that may follow it runs in a progress window.
+// commit's message), and for Git sign-off, hook bypass and signing. In Git it commits what is
+// staged; when nothing is, the files chosen in the unstaged list (adding the untracked ones) or,
+// when none are chosen and the user agrees, every tracked change. Mercurial has no staging: the
+// chosen files, or every change when none are chosen. Files to be added or removed are
+// confirmed first. The commit runs off the GUI thread; the push that may follow it runs in a
+// progress window.
 class VNCommitPane : public QWidget {
     Q_OBJECT
   public:
@@ -40,7 +44,8 @@ class VNCommitPane : public QWidget {
     // Past this many characters a subject line is shown as too long.
     static constexpr int SubjectLimit = 50;
 
-    VNCommitPane(std::shared_ptr<VNRepoHandlerGit> handler, std::string path,
+    // For a Git or a Mercurial working copy.
+    VNCommitPane(std::shared_ptr<VNRepoHandler> handler, std::string path,
                  QWidget* parent = nullptr);
 
     // The message as git gets it: the subject, a blank line, the body.
@@ -54,7 +59,8 @@ class VNCommitPane : public QWidget {
     void setSelectedFiles(std::vector<std::string> paths);
 
     // Where a push after the commit goes: the branch's upstream, or, for a branch without one,
-    // the same name on "origin" (or on the only remote), which it then tracks.
+    // the same name on "origin" (or on the only remote), which it then tracks. In Mercurial the
+    // "default" path (or the only one), with the branch left to hg.
     struct PushTarget {
         std::string remote;
         std::string localBranch;
@@ -63,6 +69,8 @@ class VNCommitPane : public QWidget {
     };
     // Empty with the reason in `why` for a detached HEAD or a repository without remotes.
     static std::optional<PushTarget> pushTargetFor(VNRepoHandlerGit& handler,
+                                                   const std::string& path, QString* why);
+    static std::optional<PushTarget> pushTargetFor(VNRepoHandlerMercurial& handler,
                                                    const std::string& path, QString* why);
 
     // Puts the message git prepared for a merge it stopped before committing into an empty
@@ -118,7 +126,10 @@ class VNCommitPane : public QWidget {
                                         uint64_t status) const;
     void startPush(const PushTarget& target);
 
-    std::shared_ptr<VNRepoHandlerGit> handler_;
+    std::shared_ptr<VNRepoHandler> handler_;
+    // The same handler as what it is; exactly one is set.
+    std::shared_ptr<VNRepoHandlerGit> git_;
+    std::shared_ptr<VNRepoHandlerMercurial> hg_;
     std::string path_;
     QLineEdit* subject_;
     QLabel* hint_;

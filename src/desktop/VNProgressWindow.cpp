@@ -13,6 +13,7 @@
 
 #include "handler/VNTask.h"
 #include "platform/CredentialStore.h"
+#include "platform/FileSystem.h"
 
 namespace vn::desktop {
 
@@ -93,7 +94,9 @@ void VNProgressWindow::startNext() {
         return;
     }
     auto args = current_->args();
-    for (auto it = args.begin(); it != args.end(); ++it) {
+    // Only git takes the option; hg would refuse the whole command.
+    bool git = vn::fs::lastPathComponent(current_->command()).rfind("git", 0) == 0;
+    for (auto it = args.begin(); git && it != args.end(); ++it) {
         if (std::find(progressCommands_.begin(), progressCommands_.end(), *it) !=
             progressCommands_.end()) {
             if (std::find(args.begin(), args.end(), "--progress") == args.end()) {

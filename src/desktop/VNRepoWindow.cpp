@@ -90,17 +90,15 @@ VNRepoWindow::VNRepoWindow(std::shared_ptr<VNRepoHandler> handler, std::string p
     sidebar_->setObjectName(QStringLiteral("sidebar"));
     sidebar_->setMinimumWidth(160);
 
-    // The commit pane sits under the working copy's lists; Mercurial has none yet.
+    // The commit pane sits under the working copy's lists.
     workingCopyPage_ = new QSplitter(Qt::Vertical, this);
     workingCopyPage_->setObjectName(QStringLiteral("workingCopyPage"));
     workingCopyPage_->addWidget(workingCopy_);
-    if (auto git = std::dynamic_pointer_cast<VNRepoHandlerGit>(handler_)) {
-        commitPane_ = new VNCommitPane(git, path_, this);
-        workingCopyPage_->addWidget(commitPane_);
-        workingCopyPage_->setStretchFactor(0, 3);
-        workingCopyPage_->setStretchFactor(1, 1);
-        workingCopyPage_->setCollapsible(1, false);
-    }
+    commitPane_ = new VNCommitPane(handler_, path_, this);
+    workingCopyPage_->addWidget(commitPane_);
+    workingCopyPage_->setStretchFactor(0, 3);
+    workingCopyPage_->setStretchFactor(1, 1);
+    workingCopyPage_->setCollapsible(1, false);
     lower_ = new QStackedWidget(this);
     lower_->addWidget(details_);
     lower_->addWidget(workingCopyPage_);

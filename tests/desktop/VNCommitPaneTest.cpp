@@ -18,8 +18,10 @@
 #include "desktop/VNRepoWindow.h"
 #include "desktop/VNWorkingCopyPane.h"
 #include "git/VNRepoHandlerGit.h"
+#include "hg/VNRepoHandlerMercurial.h"
 #include "model/VNFileStatusEntity.h"
 #include "platform/Preferences.h"
+#include "support/HgRepository.h"
 #include "support/TestEnvironment.h"
 
 namespace {
@@ -505,6 +507,121 @@ TEST(VNCommitPane, InTheWindowACommitRefreshesTheHistoryAndTheLists) {
     EXPECT_EQ(repo.git({"log", "--format=%s"}), "Add b\nbase\n");
     EXPECT_EQ(repo.git({"status", "--porcelain"}), " M a.txt\n");
     EXPECT_EQ(lists->unstagedModel()->rowCount(), 1);
+}
+
+}  // namespace
+
+namespace {
+
+// In Mercurial there is nothing to stage: the chosen files are committed (untracked ones added,
+// missing ones removed, after asking), or every change when none are chosen; amend brings back
+// the parent's message; the push after a commit goes to the "default" path. Git's own choices
+// are not offered.
+TEST(VNCommitPane, MercurialCommitsChosenFilesOrEverythingAndPushesToTheDefaultPath) {
+    for (const char* key : {VNCommitPane::HistoryKey, VNCommitPane::SuppressAddKey,
+                            VNCommitPane::SuppressAmendKey, VNCommitPane::SuppressEmptyKey}) {
+        vn::Preferences::standard().remove(key);
+    }
+    vn::test::HgRepository upstream;
+    upstream.commitFile("a.txt", "1\n", "base");
+    upstream.commitFile("gone.txt", "g\n", "add gone");
+    TempDir folder("varnel-hg-commit");
+    vn::test::runHg(folder.path(), {"clone", "-q", upstream.path(), folder.file("clone")});
+    vn::test::HgRepository repo(folder.file("clone"));
+    VNCommitPane pane(std::make_shared<VNRepoHandlerMercurial>(), repo.path());
+    pane.resize(700, 220);
+    pane.show();
+    for (QWidget* gitOnly : std::initializer_list<QWidget*>{
+             pane.signoffBox(), pane.bypassHooksBox(), pane.signBox(), pane.keyChoice()}) {
+        EXPECT_TRUE(gitOnly->isHidden());
+    }
+    auto commitAndWait = [&] {
+        QSignalSpy done(&pane, &VNCommitPane::committed);
+        QSignalSpy failed(&pane, &VNCommitPane::commitFailed);
+        if (!pane.commit()) {
+            return false;
+        }
+        EXPECT_TRUE(waitUntil([&] { return done.count() + failed.count() > 0; }));
+        return done.count() == 1;
+    };
+    auto status = [&] { return repo.hg({"status"}); };
+
+    // The chosen files, one of them new and named awkwardly.
+    repo.write("a.txt", "1\n2\n");
+    repo.write("new \"file\".txt", "n\n");
+    repo.write("other.txt", "o\n");
+    pane.setUnstagedChanges({{"a.txt", "", VNFileStatusModified},
+                             {"new \"file\".txt", "", VNFileStatusUnknown},
+                             {"other.txt", "", VNFileStatusUnknown}});
+    pane.setSelectedFiles({"a.txt", "new \"file\".txt"});
+    pane.setMessage(QStringLiteral("Chosen: ünïcode\n\nWith a body."));
+    pane.authorField()->setText(QStringLiteral("Other Person <other@example.com>"));
+    {
+        vn::test::MessageBoxAnswers answers({QStringLiteral("Add and Commit")});
+        ASSERT_TRUE(commitAndWait()) << pane.errorText().toStdString();
+        EXPECT_EQ(answers.texts().size(), 1);
+    }
+    EXPECT_EQ(repo.hg({"log", "-r", ".", "--template", "{author}|{desc}|{files}"}),
+              "Other Person <other@example.com>|Chosen: ünïcode\n\nWith a body.|a.txt new "
+              "\"file\".txt");
+    EXPECT_EQ(status(), "? other.txt\n");
+
+    // Nothing chosen: every change, a missing file removed with it; the new file stays out.
+    repo.write("a.txt", "1\n2\n3\n");
+    std::filesystem::remove(repo.file("gone.txt"));
+    pane.setUnstagedChanges({{"a.txt", "", VNFileStatusModified},
+                             {"gone.txt", "", VNFileStatusMissing},
+                             {"other.txt", "", VNFileStatusUnknown}});
+    pane.setSelectedFiles({});
+    pane.authorField()->clear();
+    pane.setMessage(QStringLiteral("Everything"));
+    {
+        vn::test::MessageBoxAnswers answers({QStringLiteral("Remove and Commit")});
+        ASSERT_TRUE(commitAndWait()) << pane.errorText().toStdString();
+        EXPECT_EQ(answers.texts().size(), 1);
+    }
+    EXPECT_EQ(repo.hg({"log", "-r", ".", "--template", "{desc}|{file_mods}|{file_dels}"}),
+              "Everything|a.txt|gone.txt");
+    EXPECT_EQ(status(), "? other.txt\n");
+
+    // Amend brings the message back; the amended commit replaces the last one.
+    QSignalSpy loaded(&pane, &VNCommitPane::amendMessageLoaded);
+    pane.amendBox()->setChecked(true);
+    ASSERT_TRUE(waitUntil([&] { return loaded.count() == 1; }));
+    EXPECT_EQ(pane.message(), QStringLiteral("Everything"));
+    pane.setMessage(QStringLiteral("Everything, amended"));
+    pane.setUnstagedChanges({});
+    {
+        vn::test::MessageBoxAnswers answers({QStringLiteral("Amend")});
+        ASSERT_TRUE(commitAndWait()) << pane.errorText().toStdString();
+    }
+    EXPECT_EQ(repo.hg({"log", "--template", "{desc|firstline}\n"}),
+              "Everything, amended\nChosen: ünïcode\nadd gone\nbase\n");
+
+    // Pushed to the default path after the commit.
+    repo.write("a.txt", "pushed\n");
+    pane.setUnstagedChanges({{"a.txt", "", VNFileStatusModified}});
+    pane.setMessage(QStringLiteral("Push me"));
+    pane.pushAfterBox()->setChecked(true);
+    QSignalSpy pushed(&pane, &VNCommitPane::pushFinished);
+    ASSERT_TRUE(commitAndWait()) << pane.errorText().toStdString();
+    ASSERT_TRUE(waitUntil([&] { return pushed.count() == 1; }, 60000));
+    EXPECT_EQ(pushed[0][0].toInt(), VNProgressWindow::ResultSuccess)
+        << (pane.pushProgressWindow() ? pane.pushProgressWindow()->transcript().toStdString()
+                                      : std::string());
+    EXPECT_EQ(upstream.hg({"log", "-r", "tip", "--template", "{desc}"}), "Push me");
+
+    // Without a path to push to, nothing is committed.
+    std::filesystem::remove(repo.file(".hg/hgrc"));
+    repo.write("a.txt", "kept\n");
+    pane.setMessage(QStringLiteral("Not pushed"));
+    EXPECT_FALSE(commitAndWait());
+    EXPECT_TRUE(pane.errorText().contains(QStringLiteral("no path")))
+        << pane.errorText().toStdString();
+    EXPECT_EQ(repo.hg({"log", "-r", ".", "--template", "{desc}"}), "Push me");
+    if (pane.pushProgressWindow()) {
+        pane.pushProgressWindow()->close();
+    }
 }
 
 }  // namespace
