@@ -17,6 +17,7 @@
 #include "git/VNGitPushBranchEntry.h"
 #include "git/VNRepoHandlerGit.h"
 #include "handler/VNTask.h"
+#include "hg/VNRepoHandlerMercurial.h"
 #include "platform/Preferences.h"
 
 namespace vn::desktop {
@@ -46,22 +47,29 @@ QDialogButtonBox* sheetButtons(QDialog* sheet, const QString& goText) {
 
 // ---- VNRemoteSheet --------------------------------------------------------------------------
 
-VNRemoteSheet::VNRemoteSheet(std::shared_ptr<VNRepoHandlerGit> handler, std::string path,
+VNRemoteSheet::VNRemoteSheet(std::shared_ptr<VNRepoHandler> handler, std::string path,
                              QWidget* parent)
-    : QDialog(parent), handler_(std::move(handler)), path_(std::move(path)) {
+    : QDialog(parent),
+      handler_(std::move(handler)),
+      git_(std::dynamic_pointer_cast<VNRepoHandlerGit>(handler_)),
+      path_(std::move(path)) {
     remote_ = new QComboBox(this);
     remote_->setObjectName(QStringLiteral("remoteChoice"));
     setWindowModality(Qt::WindowModal);
 }
 
 void VNRemoteSheet::load() {
-    auto handler = handler_;
+    auto handler = git_;
+    auto any = handler_;
     std::string path = path_;
     runAsync<VNRemoteSheetData>(
         this,
-        [handler, path] {
+        [handler, any, path] {
             VNRemoteSheetData data;
-            data.remotes = handler->remotePaths(path);
+            data.remotes = any->remotePaths(path);
+            if (!handler) {
+                return data;  // a Mercurial sheet needs only its paths
+            }
             data.localBranches = handler->branches(path);
             data.currentBranch = handler->currentBranch(path);
             data.upstreams = handler->trackingBranchesForPull(path);
@@ -102,7 +110,8 @@ void VNRemoteSheet::addRemoteItems(const std::vector<vn::Record>& remotes) {
         remote_->addItem(name, name);
         remote_->setItemData(remote_->count() - 1, QString::fromStdString(remote.string("path")),
                              Qt::ToolTipRole);
-        if ((preferred.empty() && name == QLatin1String("origin")) ||
+        if ((preferred.empty() &&
+             (name == QLatin1String("origin") || name == QLatin1String("default"))) ||
             name.toStdString() == preferred) {
             remote_->setCurrentIndex(remote_->count() - 1);
         }
@@ -288,7 +297,7 @@ bool VNPushSheet::start() {
         }
     }
     vn::Preferences::standard().set("gitPushAllTags", tags_->isChecked());
-    VNTaskList tasks = handler_->pushTasks(path_, remote, list, force_->isChecked());
+    VNTaskList tasks = git_->pushTasks(path_, remote, list, force_->isChecked());
     if (tasks.empty()) {
         return false;
     }
@@ -404,10 +413,10 @@ bool VNPullSheet::start() {
         return false;
     }
     auto& preferences = vn::Preferences::standard();
-    VNTaskList tasks = handler_->pullTasks(
-        path_, remote, branch, preferences.boolForKey("gitCommitMergedChangesImmediately"),
-        preferences.boolForKey("gitIncludeMessagesFromCommits"), noFastForward_->isChecked(),
-        rebase_->isChecked(), 0);
+    VNTaskList tasks = git_->pullTasks(path_, remote, branch,
+                                       preferences.boolForKey("gitCommitMergedChangesImmediately"),
+                                       preferences.boolForKey("gitIncludeMessagesFromCommits"),
+                                       noFastForward_->isChecked(), rebase_->isChecked(), 0);
     rebaseStepRunning_ = false;
     runTasks(std::move(tasks), tr("Pulling From %1").arg(remote_->currentText()),
              {"fetch", "pull"});
@@ -430,17 +439,17 @@ bool VNPullSheet::runRebaseStep(bool abort) {
     if (!abort) {
         // With every change of the stopped commit resolved away there is nothing to commit, and
         // git's "--continue" would stop again: the commit is skipped.
-        auto args = handler_->defaultArgsForPath(path_, "status");
+        auto args = git_->defaultArgsForPath(path_, "status");
         args.insert(args.end(),
                     {"--porcelain", "--untracked-files=no", "--ignore-submodules=dirty"});
-        auto status = VNTask::taskWithCommand(handler_->gitPath(), path_, std::move(args));
+        auto status = VNTask::taskWithCommand(git_->gitPath(), path_, std::move(args));
         if (status->run() && QString::fromStdString(status->output()).trimmed().isEmpty()) {
             step = {"--skip"};
         }
     }
-    auto args = handler_->defaultArgsForPath(path_, "rebase");
+    auto args = git_->defaultArgsForPath(path_, "rebase");
     args.insert(args.end(), step.begin(), step.end());
-    auto task = VNTask::taskWithCommand(handler_->gitPath(), path_, std::move(args));
+    auto task = VNTask::taskWithCommand(git_->gitPath(), path_, std::move(args));
     // The stopped commit keeps its message; nobody is there to edit it in a terminal editor.
     task->setEnvironmentCustomisations(vn::Environment{{"GIT_EDITOR", "true"}});
     rebaseStepRunning_ = true;
@@ -463,7 +472,7 @@ int VNPullSheet::classifyPullResult(int result, const vn::Record& summary) {
 void VNPullSheet::runFinished(int result) {
     bool rebaseStep = rebaseStepRunning_;
     rebaseStepRunning_ = false;
-    auto handler = handler_;
+    auto handler = git_;
     std::string path = path_;
     // Whether git stopped at conflicts or left a merge to commit shows only in the repository.
     runAsync<vn::Record>(
@@ -527,7 +536,7 @@ bool VNFetchSheet::start() {
     if (!remote.empty()) {
         chosen = remote;
     }
-    VNTaskList tasks = handler_->fetchTasks(path_, chosen, prune_->isChecked(), tags_->isChecked());
+    VNTaskList tasks = git_->fetchTasks(path_, chosen, prune_->isChecked(), tags_->isChecked());
     if (tasks.empty()) {
         return false;
     }
@@ -544,6 +553,110 @@ void VNFetchSheet::runFinished(int result) {
     closeWith(result == VNProgressWindow::ResultSuccess ? QDialog::Accepted : QDialog::Rejected);
     Q_EMIT refreshRequested(false, true);
     Q_EMIT remoteStatusCheckRequested();
+    endRun(result);
+}
+
+// ---- VNMercurialPushSheet -------------------------------------------------------------------
+
+VNMercurialPushSheet::VNMercurialPushSheet(std::shared_ptr<VNRepoHandlerMercurial> handler,
+                                           std::string path, QWidget* parent)
+    : VNRemoteSheet(handler, std::move(path), parent), hg_(std::move(handler)) {
+    setWindowTitle(tr("Push"));
+    setObjectName(QStringLiteral("pushSheet"));
+    currentOnly_ = new QCheckBox(tr("Only the working copy's branch"), this);
+    force_ = new QCheckBox(tr("Force (even when it makes new heads there)"), this);
+    auto* form = new QFormLayout;
+    form->addRow(tr("Path:"), remote_);
+    auto* layout = new QVBoxLayout(this);
+    layout->addLayout(form);
+    layout->addWidget(currentOnly_);
+    layout->addWidget(force_);
+    layout->addStretch(1);
+    auto* buttons = sheetButtons(this, tr("Push"));
+    connect(buttons, &QDialogButtonBox::accepted, this, [this] { start(); });
+    layout->addWidget(buttons);
+    setMinimumWidth(420);
+}
+
+void VNMercurialPushSheet::loadExtra(const VNRemoteSheetData& data) {
+    addRemoteItems(data.remotes);
+    if (data.remotes.empty()) {
+        remote_->setPlaceholderText(tr("No paths in this repository"));
+    }
+}
+
+bool VNMercurialPushSheet::start() {
+    if ((progress_ && progress_->running()) || remote_->count() == 0) {
+        return false;
+    }
+    std::optional<std::string> branch;
+    if (currentOnly_->isChecked()) {
+        branch = ".";  // hg takes "." for the working copy's branch
+    }
+    auto task = hg_->pushTask(path_, selectedRemote(), branch, std::nullopt, force_->isChecked());
+    runTasks({task}, tr("Pushing To %1").arg(remote_->currentText()), {});
+    return true;
+}
+
+void VNMercurialPushSheet::runFinished(int result) {
+    if (result == VNProgressWindow::ResultSuccess) {
+        closeWith(QDialog::Accepted);
+        // Phases of the pushed changesets turned public.
+        Q_EMIT refreshRequested(false, true);
+    }
+    endRun(result);
+}
+
+// ---- VNMercurialPullSheet -------------------------------------------------------------------
+
+VNMercurialPullSheet::VNMercurialPullSheet(std::shared_ptr<VNRepoHandlerMercurial> handler,
+                                           std::string path, QWidget* parent)
+    : VNRemoteSheet(handler, std::move(path), parent), hg_(std::move(handler)) {
+    setWindowTitle(tr("Pull"));
+    setObjectName(QStringLiteral("pullSheet"));
+    action_ = new QComboBox(this);
+    action_->setObjectName(QStringLiteral("postPullAction"));
+    action_->addItem(tr("Nothing: only bring the changesets in"),
+                     QVariant::fromValue<qlonglong>(VNRepoHandlerMercurial::PostPullNone));
+    action_->addItem(tr("Update the working copy"),
+                     QVariant::fromValue<qlonglong>(VNRepoHandlerMercurial::PostPullUpdate));
+    action_->addItem(tr("Rebase the working copy's changesets"),
+                     QVariant::fromValue<qlonglong>(VNRepoHandlerMercurial::PostPullRebase));
+    action_->addItem(tr("Merge and commit (fetch)"),
+                     QVariant::fromValue<qlonglong>(VNRepoHandlerMercurial::PostPullFetch));
+    int64_t preferred = vn::Preferences::standard().integerForKey("mercurialPostPullAction");
+    int index = action_->findData(QVariant::fromValue<qlonglong>(preferred));
+    action_->setCurrentIndex(index < 0 ? 0 : index);
+    auto* form = new QFormLayout;
+    form->addRow(tr("Path:"), remote_);
+    form->addRow(tr("Then:"), action_);
+    auto* layout = new QVBoxLayout(this);
+    layout->addLayout(form);
+    layout->addStretch(1);
+    auto* buttons = sheetButtons(this, tr("Pull"));
+    connect(buttons, &QDialogButtonBox::accepted, this, [this] { start(); });
+    layout->addWidget(buttons);
+    setMinimumWidth(420);
+}
+
+bool VNMercurialPullSheet::start() {
+    if ((progress_ && progress_->running()) || remote_->count() == 0) {
+        return false;
+    }
+    int64_t action = action_->currentData().toLongLong();
+    vn::Preferences::standard().set("mercurialPostPullAction", action);
+    auto task = hg_->pullTask(path_, selectedRemote(), std::nullopt, std::nullopt, action);
+    runTasks({task}, tr("Pulling From %1").arg(remote_->currentText()), {});
+    return true;
+}
+
+void VNMercurialPullSheet::runFinished(int result) {
+    // Even a pull whose update or merge failed brought changesets in, and may have left
+    // conflicts: the window reads everything again. hg's words stay in the progress window.
+    Q_EMIT refreshRequested(true, true);
+    if (result == VNProgressWindow::ResultSuccess) {
+        closeWith(QDialog::Accepted);
+    }
     endRun(result);
 }
 

@@ -19,6 +19,7 @@ class QLineEdit;
 class QPushButton;
 class QTableWidget;
 class VNRepoHandlerGit;
+class VNRepoHandlerMercurial;
 
 namespace vn::desktop {
 
@@ -34,11 +35,11 @@ struct VNRemoteSheetData {
 
 // What the push, pull and fetch sheets share: the repository, the remote choice, and a run of
 // the sheet's tasks in a progress window. A sheet that fails stays open so the user can change
-// a choice and try again.
+// a choice and try again. For Mercurial the remotes are the paths of the repository's hgrc.
 class VNRemoteSheet : public QDialog {
     Q_OBJECT
   public:
-    VNRemoteSheet(std::shared_ptr<VNRepoHandlerGit> handler, std::string path,
+    VNRemoteSheet(std::shared_ptr<VNRepoHandler> handler, std::string path,
                   QWidget* parent = nullptr);
 
     QComboBox* remoteChoice() const { return remote_; }
@@ -76,7 +77,9 @@ class VNRemoteSheet : public QDialog {
     void closeWith(int code);
     void addRemoteItems(const std::vector<vn::Record>& remotes);
 
-    std::shared_ptr<VNRepoHandlerGit> handler_;
+    std::shared_ptr<VNRepoHandler> handler_;
+    // The same handler when it is Git's; the Git sheets are made only with one.
+    std::shared_ptr<VNRepoHandlerGit> git_;
     std::string path_;
     QComboBox* remote_;
     QPointer<VNProgressWindow> progress_;
@@ -184,6 +187,47 @@ class VNFetchSheet : public VNRemoteSheet {
   private:
     QCheckBox* prune_;
     QCheckBox* tags_;
+};
+
+// Pushes to a Mercurial path: every branch, or only the working copy's branch; a push that
+// would make new heads there needs Force. New named branches are pushed without asking.
+class VNMercurialPushSheet : public VNRemoteSheet {
+    Q_OBJECT
+  public:
+    VNMercurialPushSheet(std::shared_ptr<VNRepoHandlerMercurial> handler, std::string path,
+                         QWidget* parent = nullptr);
+    QCheckBox* currentBranchOnlyBox() const { return currentOnly_; }
+    QCheckBox* forceBox() const { return force_; }
+    bool start() override;
+
+  protected:
+    void loadExtra(const VNRemoteSheetData& data) override;
+    void runFinished(int result) override;
+
+  private:
+    std::shared_ptr<VNRepoHandlerMercurial> hg_;
+    QCheckBox* currentOnly_;
+    QCheckBox* force_;
+};
+
+// Pulls from a Mercurial path, then does what the user chose: nothing (what Git calls a fetch),
+// update, rebase, or fetch's merge. The choice starts from the "mercurialPostPullAction"
+// preference.
+class VNMercurialPullSheet : public VNRemoteSheet {
+    Q_OBJECT
+  public:
+    VNMercurialPullSheet(std::shared_ptr<VNRepoHandlerMercurial> handler, std::string path,
+                         QWidget* parent = nullptr);
+    // Items carry the action (VNRepoHandlerMercurial::PostPullAction).
+    QComboBox* actionChoice() const { return action_; }
+    bool start() override;
+
+  protected:
+    void runFinished(int result) override;
+
+  private:
+    std::shared_ptr<VNRepoHandlerMercurial> hg_;
+    QComboBox* action_;
 };
 
 }  // namespace vn::desktop

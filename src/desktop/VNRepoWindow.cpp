@@ -40,6 +40,7 @@
 #include "handler/ToolCheck.h"
 #include "handler/VNRepoHandler.h"
 #include "handler/VNTask.h"
+#include "hg/VNRepoHandlerMercurial.h"
 #include "model/VNDiffModel.h"
 #include "model/VNLogDescriptionEntry.h"
 #include "model/VNLogLabel.h"
@@ -252,7 +253,9 @@ void VNRepoWindow::buildMenus() {
         themes->addAction(action);
     }
 
-    if (std::dynamic_pointer_cast<VNRepoHandlerGit>(handler_)) {
+    {
+        // Mercurial pulls what Git fetches: its Pull sheet offers to do nothing more.
+        bool git = std::dynamic_pointer_cast<VNRepoHandlerGit>(handler_) != nullptr;
         QMenu* repository = menuBar()->addMenu(tr("&Repository"));
         QAction* commit = repository->addAction(tr("&Commit…"), this, [this] {
             int row = history_->rowOfRevision("-1");
@@ -268,8 +271,10 @@ void VNRepoWindow::buildMenus() {
             ->setShortcut(QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_P));
         repository->addAction(tr("P&ull…"), this, [this] { openSheet(PullSheet); })
             ->setShortcut(QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_L));
-        repository->addAction(tr("&Fetch…"), this, [this] { openSheet(FetchSheet); })
-            ->setShortcut(QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_F));
+        if (git) {
+            repository->addAction(tr("&Fetch…"), this, [this] { openSheet(FetchSheet); })
+                ->setShortcut(QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_F));
+        }
     }
 
     QMenu* help = menuBar()->addMenu(tr("&Help"));
@@ -300,24 +305,31 @@ void VNRepoWindow::buildMenus() {
 
 VNRemoteSheet* VNRepoWindow::openSheet(SheetKind kind) {
     auto git = std::dynamic_pointer_cast<VNRepoHandlerGit>(handler_);
-    if (!git) {
-        return nullptr;
-    }
+    auto hg = std::dynamic_pointer_cast<VNRepoHandlerMercurial>(handler_);
     if (sheet_) {
         sheet_->raise();
         return sheet_;
     }
     VNRemoteSheet* sheet = nullptr;
-    switch (kind) {
-        case PushSheet:
-            sheet = new VNPushSheet(git, path_, this);
-            break;
-        case PullSheet:
-            sheet = new VNPullSheet(git, path_, this);
-            break;
-        case FetchSheet:
-            sheet = new VNFetchSheet(git, path_, this);
-            break;
+    if (git) {
+        switch (kind) {
+            case PushSheet:
+                sheet = new VNPushSheet(git, path_, this);
+                break;
+            case PullSheet:
+                sheet = new VNPullSheet(git, path_, this);
+                break;
+            case FetchSheet:
+                sheet = new VNFetchSheet(git, path_, this);
+                break;
+        }
+    } else if (hg && kind == PushSheet) {
+        sheet = new VNMercurialPushSheet(hg, path_, this);
+    } else if (hg && kind == PullSheet) {
+        sheet = new VNMercurialPullSheet(hg, path_, this);
+    }
+    if (!sheet) {
+        return nullptr;
     }
     sheet->setAttribute(Qt::WA_DeleteOnClose);
     connect(sheet, &VNRemoteSheet::refreshRequested, this, [this](bool workingCopy, bool) {

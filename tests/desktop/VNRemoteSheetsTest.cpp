@@ -17,13 +17,17 @@
 #include "git/VNGitPushBranchEntry.h"
 #include "git/VNRepoHandlerGit.h"
 #include "handler/VNTask.h"
+#include "hg/VNRepoHandlerMercurial.h"
 #include "platform/NotificationCenter.h"
 #include "platform/Preferences.h"
+#include "support/HgRepository.h"
 #include "support/TestEnvironment.h"
 
 namespace {
 
 using vn::desktop::VNFetchSheet;
+using vn::desktop::VNMercurialPullSheet;
+using vn::desktop::VNMercurialPushSheet;
 using vn::desktop::VNProgressWindow;
 using vn::desktop::VNPullSheet;
 using vn::desktop::VNPushSheet;
@@ -388,6 +392,94 @@ TEST(VNPullSheet, ARebaseUnderWayIsContinuedSkippedOrAbortedFromTheSheet) {
         EXPECT_EQ(f.repo.git({"log", "--format=%s"}), c.log);
         EXPECT_EQ(f.repo.git({"status", "--porcelain"}), "");
     }
+}
+
+// Two clones of one Mercurial repository: "mine" pushes to and pulls from it through its
+// "default" path, "theirs" commits there meanwhile.
+struct HgRemoteFixture {
+    vn::test::HgRepository upstream;
+    TempDir folder{"varnel-hg-remote"};
+    std::unique_ptr<vn::test::HgRepository> mine;
+    std::shared_ptr<VNRepoHandlerMercurial> handler = std::make_shared<VNRepoHandlerMercurial>();
+    HgRemoteFixture() {
+        vn::Preferences::standard().remove("mercurialPostPullAction");
+        upstream.commitFile("a.txt", "1\n", "base");
+        vn::test::runHg(folder.path(), {"clone", "-q", upstream.path(), folder.file("mine")});
+        mine = std::make_unique<vn::test::HgRepository>(folder.file("mine"));
+    }
+    std::string descriptions(vn::test::HgRepository& repo) {
+        return repo.hg({"log", "--template", "{branch}:{desc}\n"});
+    }
+};
+
+TEST(VNMercurialPushSheet, PushesToThePathOneBranchOrAllAndNewHeadsNeedForce) {
+    HgRemoteFixture f;
+    f.mine->hg({"branch", "-q", "feature"});
+    f.mine->commitFile("f.txt", "f\n", "on feature");
+    f.mine->hg({"update", "-q", "default"});
+    f.mine->commitFile("a.txt", "2\n", "mine on default");
+
+    VNMercurialPushSheet sheet(f.handler, f.mine->path());
+    openAndLoad(sheet);
+    EXPECT_EQ(sheet.remoteChoice()->currentText(), QStringLiteral("default"));
+    // Only the working copy's branch.
+    sheet.currentBranchOnlyBox()->setChecked(true);
+    ASSERT_EQ(RemoteFixture::run(sheet), VNProgressWindow::ResultSuccess);
+    EXPECT_EQ(f.descriptions(f.upstream), "default:mine on default\ndefault:base\n");
+
+    // Someone else's head on default: pushing ours needs Force, and the sheet stays for it.
+    f.upstream.hg({"update", "-q", "default"});
+    f.upstream.commitFile("b.txt", "theirs\n", "theirs");
+    f.mine->commitFile("a.txt", "3\n", "mine again");
+    VNMercurialPushSheet again(f.handler, f.mine->path());
+    openAndLoad(again);
+    EXPECT_EQ(RemoteFixture::run(again), VNProgressWindow::ResultFailed);
+    EXPECT_TRUE(again.isVisible());
+    ASSERT_TRUE(again.progressWindow());
+    EXPECT_TRUE(again.progressWindow()->transcript().contains(QStringLiteral("new remote head")))
+        << again.progressWindow()->transcript().toStdString();
+    again.forceBox()->setChecked(true);
+    ASSERT_EQ(RemoteFixture::run(again), VNProgressWindow::ResultSuccess);
+    EXPECT_EQ(f.upstream.hg({"heads", "--template", "{desc}\n", "default"}),
+              "mine again\ntheirs\n");
+    // Every branch: the new named branch goes without asking.
+    EXPECT_EQ(f.upstream.hg({"log", "-b", "feature", "--template", "{desc}"}), "on feature");
+}
+
+TEST(VNMercurialPullSheet, PullsThenDoesTheChosenActionAndRemembersIt) {
+    HgRemoteFixture f;
+    f.upstream.commitFile("a.txt", "2\n", "theirs");
+    VNMercurialPullSheet sheet(f.handler, f.mine->path());
+    openAndLoad(sheet);
+    // Nothing more than the pull: the working copy stays where it was.
+    ASSERT_EQ(sheet.actionChoice()->currentData().toLongLong(),
+              VNRepoHandlerMercurial::PostPullNone);
+    QSignalSpy refresh(&sheet, &VNRemoteSheet::refreshRequested);
+    ASSERT_EQ(RemoteFixture::run(sheet), VNProgressWindow::ResultSuccess);
+    EXPECT_EQ(f.mine->hg({"log", "-r", ".", "--template", "{desc}"}), "base");
+    EXPECT_EQ(f.mine->hg({"log", "-r", "tip", "--template", "{desc}"}), "theirs");
+    EXPECT_FALSE(sheet.isVisible());
+    EXPECT_EQ(refresh.count(), 1);
+
+    // Update after the pull, kept as the next sheet's choice.
+    f.upstream.commitFile("a.txt", "3\n", "theirs again");
+    VNMercurialPullSheet update(f.handler, f.mine->path());
+    openAndLoad(update);
+    update.actionChoice()->setCurrentIndex(update.actionChoice()->findData(
+        QVariant::fromValue<qlonglong>(VNRepoHandlerMercurial::PostPullUpdate)));
+    ASSERT_EQ(RemoteFixture::run(update), VNProgressWindow::ResultSuccess);
+    EXPECT_EQ(f.mine->hg({"log", "-r", ".", "--template", "{desc}"}), "theirs again");
+    VNMercurialPullSheet next(f.handler, f.mine->path());
+    EXPECT_EQ(next.actionChoice()->currentData().toLongLong(),
+              VNRepoHandlerMercurial::PostPullUpdate);
+
+    // A path that is not there: hg's words, and the sheet stays.
+    f.mine->write(".hg/hgrc", "[paths]\ndefault = " + f.folder.file("missing") + "\n");
+    VNMercurialPullSheet broken(f.handler, f.mine->path());
+    openAndLoad(broken);
+    EXPECT_EQ(RemoteFixture::run(broken), VNProgressWindow::ResultFailed);
+    EXPECT_TRUE(broken.isVisible());
+    vn::Preferences::standard().remove("mercurialPostPullAction");
 }
 
 TEST(VNProgressWindow, ShowsProgressLinesAsATerminalWouldAndStopsAtAFailureOrCancel) {
