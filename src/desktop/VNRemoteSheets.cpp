@@ -141,6 +141,20 @@ void VNRemoteSheet::runTasks(VNTaskList tasks, const QString& title,
     progress_->run(std::move(tasks), progressCommands);
 }
 
+void VNRemoteSheet::layOutPlainSheet(QFormLayout* form, std::initializer_list<QWidget*> switches,
+                                     const QString& goText) {
+    auto* layout = new QVBoxLayout(this);
+    layout->addLayout(form);
+    for (QWidget* widget : switches) {
+        layout->addWidget(widget);
+    }
+    layout->addStretch(1);
+    auto* buttons = sheetButtons(this, goText);
+    connect(buttons, &QDialogButtonBox::accepted, this, [this] { start(); });
+    layout->addWidget(buttons);
+    setMinimumWidth(420);
+}
+
 void VNRemoteSheet::closeWith(int code) {
     if (progress_ && progress_->isVisible()) {
         // Its words about the failure or the conflicts stay readable after the sheet is gone.
@@ -510,15 +524,7 @@ VNFetchSheet::VNFetchSheet(std::shared_ptr<VNRepoHandlerGit> handler, std::strin
     tags_ = new QCheckBox(tr("Fetch all tags"), this);
     auto* form = new QFormLayout;
     form->addRow(tr("Remote:"), remote_);
-    auto* layout = new QVBoxLayout(this);
-    layout->addLayout(form);
-    layout->addWidget(prune_);
-    layout->addWidget(tags_);
-    layout->addStretch(1);
-    auto* buttons = sheetButtons(this, tr("Fetch"));
-    connect(buttons, &QDialogButtonBox::accepted, this, [this] { start(); });
-    layout->addWidget(buttons);
-    setMinimumWidth(420);
+    layOutPlainSheet(form, {prune_, tags_}, tr("Fetch"));
 }
 
 void VNFetchSheet::loadExtra(const VNRemoteSheetData& data) {
@@ -567,15 +573,7 @@ VNMercurialPushSheet::VNMercurialPushSheet(std::shared_ptr<VNRepoHandlerMercuria
     force_ = new QCheckBox(tr("Force (even when it makes new heads there)"), this);
     auto* form = new QFormLayout;
     form->addRow(tr("Path:"), remote_);
-    auto* layout = new QVBoxLayout(this);
-    layout->addLayout(form);
-    layout->addWidget(currentOnly_);
-    layout->addWidget(force_);
-    layout->addStretch(1);
-    auto* buttons = sheetButtons(this, tr("Push"));
-    connect(buttons, &QDialogButtonBox::accepted, this, [this] { start(); });
-    layout->addWidget(buttons);
-    setMinimumWidth(420);
+    layOutPlainSheet(form, {currentOnly_, force_}, tr("Push"));
 }
 
 void VNMercurialPushSheet::loadExtra(const VNRemoteSheetData& data) {
@@ -630,13 +628,7 @@ VNMercurialPullSheet::VNMercurialPullSheet(std::shared_ptr<VNRepoHandlerMercuria
     auto* form = new QFormLayout;
     form->addRow(tr("Path:"), remote_);
     form->addRow(tr("Then:"), action_);
-    auto* layout = new QVBoxLayout(this);
-    layout->addLayout(form);
-    layout->addStretch(1);
-    auto* buttons = sheetButtons(this, tr("Pull"));
-    connect(buttons, &QDialogButtonBox::accepted, this, [this] { start(); });
-    layout->addWidget(buttons);
-    setMinimumWidth(420);
+    layOutPlainSheet(form, {}, tr("Pull"));
 }
 
 bool VNMercurialPullSheet::start() {

@@ -3,6 +3,7 @@
 #include <QDialog>
 #include <QPointer>
 
+#include <initializer_list>
 #include <memory>
 #include <string>
 #include <vector>
@@ -14,6 +15,7 @@
 
 class QCheckBox;
 class QComboBox;
+class QFormLayout;
 class QLabel;
 class QLineEdit;
 class QPushButton;
@@ -76,6 +78,10 @@ class VNRemoteSheet : public QDialog {
     // Closes the sheet with `code`; a progress window still showing git's words outlives it.
     void closeWith(int code);
     void addRemoteItems(const std::vector<vn::Record>& remotes);
+    // Lays out a plain sheet: `form`, the switches under it, then Cancel and `goText`, which
+    // starts the run.
+    void layOutPlainSheet(QFormLayout* form, std::initializer_list<QWidget*> switches,
+                          const QString& goText);
 
     std::shared_ptr<VNRepoHandler> handler_;
     // The same handler when it is Git's; the Git sheets are made only with one.
