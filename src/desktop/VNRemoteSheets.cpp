@@ -446,28 +446,36 @@ bool VNPullSheet::abortRebase() {
 }
 
 bool VNPullSheet::runRebaseStep(bool abort) {
-    if ((progress_ && progress_->running()) || !data_.rebaseInProgress) {
+    if ((progress_ && progress_->running()) || !data_.rebaseInProgress || rebaseStepRunning_) {
         return false;
     }
-    std::vector<std::string> step = {abort ? "--abort" : "--continue"};
-    if (!abort) {
-        // With every change of the stopped commit resolved away there is nothing to commit, and
-        // git's "--continue" would stop again: the commit is skipped.
-        auto args = git_->defaultArgsForPath(path_, "status");
-        args.insert(args.end(),
-                    {"--porcelain", "--untracked-files=no", "--ignore-submodules=dirty"});
-        auto status = VNTask::taskWithCommand(git_->gitPath(), path_, std::move(args));
-        if (status->run() && QString::fromStdString(status->output()).trimmed().isEmpty()) {
-            step = {"--skip"};
-        }
-    }
-    auto args = git_->defaultArgsForPath(path_, "rebase");
-    args.insert(args.end(), step.begin(), step.end());
-    auto task = VNTask::taskWithCommand(git_->gitPath(), path_, std::move(args));
-    // The stopped commit keeps its message; nobody is there to edit it in a terminal editor.
-    task->setEnvironmentCustomisations(vn::Environment{{"GIT_EDITOR", "true"}});
     rebaseStepRunning_ = true;
-    runTasks({task}, abort ? tr("Aborting the Rebase") : tr("Continuing the Rebase"), {});
+    auto git = git_;
+    std::string path = path_;
+    // With every change of the stopped commit resolved away there is nothing to commit, and
+    // git's "--continue" would stop again: the commit is skipped. The status that tells is read
+    // off the GUI thread, as it takes a while in a large working copy.
+    runAsync<bool>(
+        this,
+        [git, path, abort] {
+            if (abort) {
+                return false;
+            }
+            auto args = git->defaultArgsForPath(path, "status");
+            args.insert(args.end(),
+                        {"--porcelain", "--untracked-files=no", "--ignore-submodules=dirty"});
+            auto status = VNTask::taskWithCommand(git->gitPath(), path, std::move(args));
+            return status->run() && QString::fromStdString(status->output()).trimmed().isEmpty();
+        },
+        [this, abort](bool skip) {
+            auto args = git_->defaultArgsForPath(path_, "rebase");
+            args.push_back(abort ? "--abort" : skip ? "--skip" : "--continue");
+            auto task = VNTask::taskWithCommand(git_->gitPath(), path_, std::move(args));
+            // The stopped commit keeps its message; nobody is there to edit it in a terminal
+            // editor.
+            task->setEnvironmentCustomisations(vn::Environment{{"GIT_EDITOR", "true"}});
+            runTasks({task}, abort ? tr("Aborting the Rebase") : tr("Continuing the Rebase"), {});
+        });
     return true;
 }
 

@@ -148,7 +148,8 @@ class VNPullSheet : public VNRemoteSheet {
     QPushButton* abortRebaseButton() const { return abortRebase_; }
     bool start() override;
     // Runs `git rebase --continue` (or "--skip" when nothing is left to commit) or
-    // `git rebase --abort`; answers whether it started.
+    // `git rebase --abort`; answers whether it started. The run follows a look at what is left,
+    // which takes place off the GUI thread.
     bool continueRebase();
     bool abortRebase();
     // What a run's result becomes once the repository's state is known: a failed pull that
