@@ -21,6 +21,7 @@
 #include "model/VNLogLabel.h"
 #include "platform/FileSystem.h"
 #include "platform/Preferences.h"
+#include "platform/UserInterface.h"
 #include "support/HgRepository.h"
 
 namespace {
@@ -618,6 +619,45 @@ TEST(MercurialCommandServer, FailingServerFallsBackToHg) {
     prefs.remove("mercurialWhichOne");
     prefs.remove("mercurialCustomPath");
     ::unsetenv("VARNEL_HG_COMMAND_SERVER");
+}
+
+// A Mercurial the user chose that is older than 3.8.3 gets one warning per check, until the
+// user silences it; the shipped one never does.
+TEST(MercurialVersionWarning, AnOldChosenHgIsWarnedAboutUntilSilenced) {
+    struct Answering : vn::UserInterface {
+        int showAlert(const vn::Alert& alert) override {
+            alerts.push_back(alert);
+            return answer;
+        }
+        int answer = 0;
+        std::vector<vn::Alert> alerts;
+    };
+    auto ui = std::make_shared<Answering>();
+    vn::UserInterface::install(ui);
+    vn::test::TempDir tools;
+    std::string old = vn::test::writeScript(tools.path(), "hg",
+                                            "echo 'Mercurial Distributed SCM (version 3.7.1)'\n");
+    auto& prefs = vn::Preferences::standard();
+    prefs.remove("suppressMercurialVersionWarning");
+    prefs.set("mercurialWhichOne", int64_t{1});
+    prefs.set("mercurialCustomPath", old);
+    auto handler = std::make_shared<VNRepoHandlerMercurial>();
+    handler->checkMercurialVersionSecurity();
+    ASSERT_EQ(ui->alerts.size(), 1u);
+    EXPECT_NE(ui->alerts[0].message.find("3.7.1"), std::string::npos) << ui->alerts[0].message;
+    EXPECT_EQ(ui->alerts[0].buttons.size(), 2u);
+    ui->answer = 1;  // "Do not show this again"
+    handler->checkMercurialVersionSecurity();
+    handler->checkMercurialVersionSecurity();
+    EXPECT_EQ(ui->alerts.size(), 2u);
+    EXPECT_TRUE(prefs.boolForKey("suppressMercurialVersionWarning"));
+
+    prefs.remove("suppressMercurialVersionWarning");
+    prefs.remove("mercurialWhichOne");
+    prefs.remove("mercurialCustomPath");
+    std::make_shared<VNRepoHandlerMercurial>()->checkMercurialVersionSecurity();
+    EXPECT_EQ(ui->alerts.size(), 2u) << "the shipped hg is not warned about";
+    vn::UserInterface::install(nullptr);
 }
 
 TEST(MercurialProgramConfiguration, ExtensionTableLeavesOutWhatHgCannotLoad) {

@@ -313,6 +313,31 @@ TEST(Resources, FoundFromTheEnvironmentAndLocalisedTextsByKey) {
     EXPECT_TRUE(fs::isDirectory(AppData::path()));
 }
 
+// Every key the program asks for has its text in the shipped table: a missing one would show
+// the key itself to the user.
+TEST(Resources, EveryTextTheSourcesAskForIsInTheTable) {
+    auto table = parseJson(test::readFile(Resources::pathFor("strings/en.json")));
+    ASSERT_TRUE(table && table->record());
+    std::filesystem::path sources(VARNEL_SOURCE_DIR);
+    std::size_t asked = 0;
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(sources)) {
+        if (entry.path().extension() != ".cpp") {
+            continue;
+        }
+        std::string text = test::readFile(entry.path().string());
+        for (std::string_view call : {"localized(\"", "localizedFormat(\""}) {
+            for (std::size_t at = text.find(call); at != std::string::npos;
+                 at = text.find(call, at + 1)) {
+                std::size_t start = at + call.size();
+                std::string key = text.substr(start, text.find('"', start) - start);
+                ++asked;
+                EXPECT_TRUE(table->record()->find(key)) << key << " in " << entry.path();
+            }
+        }
+    }
+    EXPECT_GT(asked, 8u);
+}
+
 TEST(Resources, ShippedToolLinksPointAtRunnableTools) {
     for (const char* tool : {"git_local/bin/git", "mercurial_local/hg_local"}) {
         SCOPED_TRACE(tool);
