@@ -623,7 +623,7 @@ TEST(MercurialCommandServer, FailingServerFallsBackToHg) {
 
 // A Mercurial the user chose that is older than 3.8.3 gets one warning per check, until the
 // user silences it; the shipped one never does.
-TEST(MercurialVersionWarning, AnOldChosenHgIsWarnedAboutUntilSilenced) {
+TEST(MercurialAlerts, AnOldChosenHgIsWarnedAboutUntilSilenced) {
     struct Answering : vn::UserInterface {
         int showAlert(const vn::Alert& alert) override {
             alerts.push_back(alert);
@@ -657,6 +657,39 @@ TEST(MercurialVersionWarning, AnOldChosenHgIsWarnedAboutUntilSilenced) {
     prefs.remove("mercurialCustomPath");
     std::make_shared<VNRepoHandlerMercurial>()->checkMercurialVersionSecurity();
     EXPECT_EQ(ui->alerts.size(), 2u) << "the shipped hg is not warned about";
+    vn::UserInterface::install(nullptr);
+}
+
+// Changes left in the attic are pointed out once per session, never when silenced, and
+// never for an attic holding only the extension's own bookkeeping.
+TEST(MercurialAlerts, TheAtticIsPointedOutOnceUnlessSilenced) {
+    struct Recording : vn::UserInterface {
+        int showAlert(const vn::Alert& alert) override {
+            alerts.push_back(alert);
+            return 0;
+        }
+        std::vector<vn::Alert> alerts;
+    };
+    auto ui = std::make_shared<Recording>();
+    vn::UserInterface::install(ui);
+    auto& prefs = vn::Preferences::standard();
+    prefs.remove("supressAtticWarning");
+    HgRepository repo;
+    repo.commitFile("a", "1\n", "one");
+    repo.write(".hg/attic/.applied", "");
+    auto handler = std::make_shared<VNRepoHandlerMercurial>();
+    handler->warnAboutAtticContent(repo.path());
+    EXPECT_TRUE(ui->alerts.empty());
+    repo.write(".hg/attic/old work", "patch\n");
+    handler->warnAboutAtticContent(repo.path());
+    handler->warnAboutAtticContent(repo.path());
+    ASSERT_EQ(ui->alerts.size(), 1u);
+    EXPECT_EQ(ui->alerts[0].title, "Saved changes in the attic");
+    EXPECT_EQ(ui->alerts[0].buttons, (std::vector<std::string>{"OK", "Learn More"}));
+    prefs.set("supressAtticWarning", true);
+    std::make_shared<VNRepoHandlerMercurial>()->warnAboutAtticContent(repo.path());
+    EXPECT_EQ(ui->alerts.size(), 1u);
+    prefs.remove("supressAtticWarning");
     vn::UserInterface::install(nullptr);
 }
 
