@@ -139,7 +139,7 @@ echo "sizes: --graph --limit 0 $(size "$vrnl" log --graph --limit 0)," \
 # machine, and timed to the microsecond (the clock of /usr/bin/time above counts hundredths).
 python3 - "$runs" "$vrnl" "${git_args_1000[@]}" <<'EOF'
 import os, statistics, subprocess, sys, time
-runs, vrnl, git = max(int(sys.argv[1]), 15), sys.argv[2], ["git"] + sys.argv[3:]
+runs, vrnl, git = max(int(sys.argv[1]) * 4, 30), sys.argv[2], ["git"] + sys.argv[3:]
 # Git buffers its output whole, as it does when vrnl runs it.
 unflushed = dict(os.environ, GIT_FLUSH="0")
 def timed(command, env=None):
