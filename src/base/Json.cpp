@@ -11,6 +11,7 @@
 #include <ctime>
 #include <vector>
 
+#include "base/Calendar.h"
 #include "base/Record.h"
 
 namespace vn {
@@ -112,35 +113,22 @@ namespace {
 // arithmetic alone: a history writes one for every row. False for a year that does not take four
 // digits, which the calendar functions write instead.
 bool civilTime(int64_t seconds, char* out) {
-    int64_t days = seconds / 86400;
-    int64_t rest = seconds % 86400;
-    if (rest < 0) {
-        rest += 86400;
-        --days;
-    }
-    // Days to the proleptic Gregorian date, in eras of 400 years from 0000-03-01.
-    days += 719468;
-    int64_t era = (days >= 0 ? days : days - 146096) / 146097;
-    int64_t dayOfEra = days - era * 146097;
-    int64_t yearOfEra = (dayOfEra - dayOfEra / 1460 + dayOfEra / 36524 - dayOfEra / 146096) / 365;
-    int64_t dayOfYear = dayOfEra - (365 * yearOfEra + yearOfEra / 4 - yearOfEra / 100);
-    int64_t shiftedMonth = (5 * dayOfYear + 2) / 153;
-    int64_t day = dayOfYear - (153 * shiftedMonth + 2) / 5 + 1;
-    int64_t month = shiftedMonth < 10 ? shiftedMonth + 3 : shiftedMonth - 9;
-    int64_t year = yearOfEra + era * 400 + (month <= 2 ? 1 : 0);
-    if (year < 0 || year > 9999) {
+    int64_t days, rest;
+    calendar::splitSeconds(seconds, days, rest);
+    const calendar::CivilDate date = calendar::civilFromDays(days);
+    if (date.year < 0 || date.year > 9999) {
         return false;
     }
     auto two = [](char* at, int64_t value) {
         at[0] = static_cast<char>('0' + value / 10);
         at[1] = static_cast<char>('0' + value % 10);
     };
-    two(out, year / 100);
-    two(out + 2, year % 100);
+    two(out, date.year / 100);
+    two(out + 2, date.year % 100);
     out[4] = '-';
-    two(out + 5, month);
+    two(out + 5, date.month);
     out[7] = '-';
-    two(out + 8, day);
+    two(out + 8, date.day);
     out[10] = 'T';
     two(out + 11, rest / 3600);
     out[13] = ':';

@@ -106,6 +106,13 @@ void printJson(const Value& value) {
     std::fflush(stdout);
 }
 
+int finish(bool ok, const Record& result, bool json) {
+    if (json) {
+        printJson(result);
+    }
+    return ok ? 0 : 1;
+}
+
 int usageError(const std::string& message) {
     std::cerr << "vrnl: " << displayLines(message) << "\n";
     return 2;

@@ -64,6 +64,8 @@ void setPrettyJson(bool pretty);
 bool prettyJson();
 // Prints a value as JSON followed by a newline.
 void printJson(const Value& value);
+// A command's end: `result` printed as JSON when asked for, and the exit status of `ok`.
+int finish(bool ok, const Record& result, bool json);
 // Writes an error line "vrnl: ..." to standard error and answers the exit status for usage errors.
 int usageError(const std::string& message);
 

@@ -8,6 +8,7 @@
 #include <iostream>
 
 #include "app/VNApplication.h"
+#include "base/Calendar.h"
 #include "base/TextEncoding.h"
 #include "cli/Cli.h"
 #include "git/VNRepoHandlerGit.h"
@@ -130,21 +131,6 @@ std::optional<Value::Date> parseDay(const std::string& text) {
 
 namespace {
 
-// The proleptic Gregorian date of a day counted from 1970-01-01 (exact for every day a point in
-// time can hold).
-void civilFromDays(int64_t days, int64_t& year, unsigned& month, unsigned& day) {
-    days += 719468;
-    const int64_t era = (days >= 0 ? days : days - 146096) / 146097;
-    const auto dayOfEra = static_cast<unsigned>(days - era * 146097);
-    const unsigned yearOfEra =
-        (dayOfEra - dayOfEra / 1460 + dayOfEra / 36524 - dayOfEra / 146096) / 365;
-    const unsigned dayOfYear = dayOfEra - (365 * yearOfEra + yearOfEra / 4 - yearOfEra / 100);
-    const unsigned shifted = (5 * dayOfYear + 2) / 153;
-    day = dayOfYear - (153 * shifted + 2) / 5 + 1;
-    month = shifted < 10 ? shifted + 3 : shifted - 9;
-    year = static_cast<int64_t>(yearOfEra) + era * 400 + (month <= 2 ? 1 : 0);
-}
-
 void appendDigits(std::string& out, unsigned value, int width) {
     char digits[8];
     for (int i = width - 1; i >= 0; --i) {
@@ -165,18 +151,15 @@ void appendShortDate(std::string& out, const Value& date) {
     std::optional<int32_t> offset = date.dateOffset();
     if (offset) {
         // The recorder's wall-clock time, worked out here: a history has a date on every row.
-        const int64_t wall = static_cast<int64_t>(time) + *offset;
-        const int64_t days = (wall >= 0 ? wall : wall - 86399) / 86400;
-        const int64_t secondOfDay = wall - days * 86400;
-        int64_t year;
-        unsigned month, day;
-        civilFromDays(days, year, month, day);
-        if (year >= 1000 && year <= 9999) {
-            appendDigits(out, static_cast<unsigned>(year), 4);
+        int64_t days, secondOfDay;
+        calendar::splitSeconds(static_cast<int64_t>(time) + *offset, days, secondOfDay);
+        const calendar::CivilDate wall = calendar::civilFromDays(days);
+        if (wall.year >= 1000 && wall.year <= 9999) {
+            appendDigits(out, static_cast<unsigned>(wall.year), 4);
             out.push_back('-');
-            appendDigits(out, month, 2);
+            appendDigits(out, wall.month, 2);
             out.push_back('-');
-            appendDigits(out, day, 2);
+            appendDigits(out, wall.day, 2);
             out.push_back(' ');
             appendDigits(out, static_cast<unsigned>(secondOfDay / 3600), 2);
             out.push_back(':');

@@ -191,14 +191,7 @@ class PageReader {
             }
             for (const Record& row : rows) {
                 if (auto entry = row["descriptionentry"].objectAs<VNLogDescriptionEntry>()) {
-                    for (const auto& label : entry->labels()) {
-                        if (label->currentMarker()) {
-                            found = true;
-                            if (page_.currentBranch().empty()) {
-                                page_.setCurrentBranch(label->label());
-                            }
-                        }
-                    }
+                    found = noteCurrentBranch(entry->labels()) || found;
                 }
             }
             emit(rows);
@@ -279,26 +272,10 @@ class PageReader {
                     labels = VNGitLogParser::labelsFromDecoration(
                         fields[VNGitLogParser::LogDecoration], hash,
                         VNGitLogParser::LabelScan::Full, &aheadBehind);
-                    for (const auto& label : labels) {
-                        if (label->currentMarker()) {
-                            found = true;
-                            if (page_.currentBranch().empty()) {
-                                page_.setCurrentBranch(label->label());
-                            }
-                        }
-                    }
+                    found = noteCurrentBranch(labels) || found;
                 }
                 if (graph_) {
-                    parents.clear();
-                    for (std::string_view rest = fields[VNGitLogParser::LogParents];
-                         !rest.empty();) {
-                        std::size_t blank = rest.find(' ');
-                        if (blank != 0) {
-                            parents.push_back(rest.substr(0, blank));
-                        }
-                        rest.remove_prefix(blank == std::string_view::npos ? rest.size()
-                                                                           : blank + 1);
-                    }
+                    VNGitLogParser::splitParents(fields[VNGitLogParser::LogParents], parents);
                     auto entry = layout.addRevision(fields[VNGitLogParser::LogHash], parents);
                     appendGraphText(out, *entry, false, coloured, trueColour);
                     out += ' ';
@@ -330,6 +307,21 @@ class PageReader {
     const std::shared_ptr<const VNLogGraphEntry>& endState() const { return endState_; }
 
   private:
+    // Takes the checked-out branch among a row's labels as the page's current branch (the first
+    // one met); answers whether it was among them.
+    bool noteCurrentBranch(const VNLogDescriptionEntry::LabelList& labels) {
+        bool current = false;
+        for (const auto& label : labels) {
+            if (label->currentMarker()) {
+                current = true;
+                if (page_.currentBranch().empty()) {
+                    page_.setCurrentBranch(label->label());
+                }
+            }
+        }
+        return current;
+    }
+
     std::optional<std::string> branch() const {
         if (!page_.allBranches() && !page_.selectedBranch().empty()) {
             return page_.selectedBranch();

@@ -36,13 +36,6 @@ std::optional<history::GitWorkingCopy> mercurialCopy(Arguments& args, const std:
     return copy;
 }
 
-int finish(bool ok, Record result, bool json) {
-    if (json) {
-        printJson(result);
-    }
-    return ok ? 0 : 1;
-}
-
 // "rev:short" of the working copy's first parent and its branch, as hg names them.
 std::string parentLine(VNRepoHandlerMercurial& hg, const std::string& path) {
     Record summary = hg.summary(path);
@@ -71,20 +64,6 @@ Record resultRecord(VNRepoHandlerMercurial& hg, const std::string& path, bool ok
     Record result = taskRecord(path, ok, std::move(reports));
     result.set("summary", hg.summary(path));
     return result;
-}
-
-std::string defaultRemote(VNRepoHandlerMercurial& hg, const std::string& path, bool forPush) {
-    std::string fallback;
-    for (const Record& remote : hg.remotePaths(path)) {
-        std::string name = remote.string("name");
-        if (forPush && name == "default-push") {
-            return name;
-        }
-        if (name == "default") {
-            fallback = name;
-        }
-    }
-    return fallback;
 }
 
 // The file names as hg takes them: relative to the working copy's root. A name outside it is
@@ -182,7 +161,8 @@ int push(const history::GitWorkingCopy& copy, const std::optional<std::string>& 
          const std::optional<std::string>& branch, const std::optional<std::string>& revision,
          bool force, bool json) {
     auto& hg = *copy.mercurial;
-    std::string target = remote.value_or(defaultRemote(hg, copy.path, true));
+    std::string target =
+        remote.value_or(VNRepoHandlerMercurial::defaultPathAmong(hg.remotePaths(copy.path), true));
     if (target.empty()) {
         return usageError("name the remote to push to: this repository has no default path");
     }
@@ -195,7 +175,8 @@ int pull(const history::GitWorkingCopy& copy, const std::optional<std::string>& 
          const std::optional<std::string>& branch, const std::optional<std::string>& revision,
          int64_t postPull, bool json) {
     auto& hg = *copy.mercurial;
-    std::string source = remote.value_or(defaultRemote(hg, copy.path, false));
+    std::string source =
+        remote.value_or(VNRepoHandlerMercurial::defaultPathAmong(hg.remotePaths(copy.path), false));
     if (source.empty()) {
         return usageError("name the remote to pull from: this repository has no default path");
     }
@@ -216,6 +197,22 @@ int pull(const history::GitWorkingCopy& copy, const std::optional<std::string>& 
 
 namespace {
 
+// Runs the tasks of a command that moves the working copy and finishes with their result. The
+// human form then shows where the working copy is (after a failure too when
+// `parentAfterFailure`), and `nextStep` after a success.
+int runThenShowParent(VNRepoHandlerMercurial& hg, const std::string& path, const VNTaskList& tasks,
+                      bool json, bool parentAfterFailure, const char* nextStep = nullptr) {
+    Value::Array reports;
+    bool ok = runTaskList(tasks, json, reports);
+    if (!json && (ok || parentAfterFailure)) {
+        std::cout << parentLine(hg, path) << "\n";
+        if (ok && nextStep) {
+            std::cout << nextStep << "\n";
+        }
+    }
+    return finish(ok, resultRecord(hg, path, ok, std::move(reports)), json);
+}
+
 int runUpdate(Arguments& args) {
     bool json = args.flag("--json");
     bool clean = args.flag("--clean");
@@ -231,14 +228,10 @@ int runUpdate(Arguments& args) {
         return 1;
     }
     auto& hg = *copy->mercurial;
-    VNTaskList tasks = rest.empty() ? hg.updateTasks(copy->path, clean, 0)
-                                    : hg.updateTasks(copy->path, rest[0], clean, 0);
-    Value::Array reports;
-    bool ok = runTaskList(tasks, json, reports);
-    if (!json && ok) {
-        std::cout << parentLine(hg, copy->path) << "\n";
-    }
-    return finish(ok, resultRecord(hg, copy->path, ok, std::move(reports)), json);
+    return runThenShowParent(hg, copy->path,
+                             rest.empty() ? hg.updateTasks(copy->path, clean, 0)
+                                          : hg.updateTasks(copy->path, rest[0], clean, 0),
+                             json, false);
 }
 
 int runMerge(Arguments& args) {
@@ -255,15 +248,8 @@ int runMerge(Arguments& args) {
         return 1;
     }
     auto& hg = *copy->mercurial;
-    Value::Array reports;
-    bool ok = runTaskList({hg.mergeTask(copy->path, rest[0], 0)}, json, reports);
-    if (!json) {
-        std::cout << parentLine(hg, copy->path) << "\n";
-        if (ok) {
-            std::cout << "Commit the merge with vrnl commit\n";
-        }
-    }
-    return finish(ok, resultRecord(hg, copy->path, ok, std::move(reports)), json);
+    return runThenShowParent(hg, copy->path, {hg.mergeTask(copy->path, rest[0], 0)}, json, true,
+                             "Commit the merge with vrnl commit");
 }
 
 int runBackout(Arguments& args) {
@@ -280,12 +266,7 @@ int runBackout(Arguments& args) {
         return 1;
     }
     auto& hg = *copy->mercurial;
-    Value::Array reports;
-    bool ok = runTaskList({hg.backoutTask(copy->path, rest[0])}, json, reports);
-    if (!json) {
-        std::cout << parentLine(hg, copy->path) << "\n";
-    }
-    return finish(ok, resultRecord(hg, copy->path, ok, std::move(reports)), json);
+    return runThenShowParent(hg, copy->path, {hg.backoutTask(copy->path, rest[0])}, json, true);
 }
 
 // ---- resolve -------------------------------------------------------------------------------

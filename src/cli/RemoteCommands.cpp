@@ -126,13 +126,6 @@ bool runTasks(const VNTaskList& tasks, const RunOptions& options, Value::Array& 
     return true;
 }
 
-int finish(bool ok, const Record& result, bool json) {
-    if (json) {
-        printJson(result);
-    }
-    return ok ? 0 : 1;
-}
-
 // The Git or Mercurial working copy of --repo, else of the current folder.
 std::optional<history::GitWorkingCopy> workingCopyFromOption(Arguments& args) {
     std::string start = args.option("--repo").value_or(".");

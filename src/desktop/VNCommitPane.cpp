@@ -257,12 +257,7 @@ std::optional<VNCommitPane::PushTarget> VNCommitPane::pushTargetFor(VNRepoHandle
                                                                     QString* why) {
     std::vector<vn::Record> paths = handler.remotePaths(path);
     PushTarget target;
-    for (const vn::Record& remote : paths) {
-        std::string name = remote.string("name");
-        if (name == "default" || (paths.size() == 1 && target.remote.empty())) {
-            target.remote = name;
-        }
-    }
+    target.remote = VNRepoHandlerMercurial::defaultPathAmong(paths, true);
     if (target.remote.empty()) {
         *why = paths.empty() ? tr("Not committed: the repository has no path to push to.")
                              : tr("Not committed: there is no \"default\" path to push to. Push "

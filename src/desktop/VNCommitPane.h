@@ -60,7 +60,7 @@ class VNCommitPane : public QWidget {
 
     // Where a push after the commit goes: the branch's upstream, or, for a branch without one,
     // the same name on "origin" (or on the only remote), which it then tracks. In Mercurial the
-    // "default" path (or the only one), with the branch left to hg.
+    // path hg pushes to when none is named, with the branch left to hg.
     struct PushTarget {
         std::string remote;
         std::string localBranch;

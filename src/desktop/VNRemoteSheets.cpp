@@ -110,11 +110,16 @@ void VNRemoteSheet::addRemoteItems(const std::vector<vn::Record>& remotes) {
         remote_->addItem(name, name);
         remote_->setItemData(remote_->count() - 1, QString::fromStdString(remote.string("path")),
                              Qt::ToolTipRole);
-        if ((preferred.empty() &&
-             (name == QLatin1String("origin") || name == QLatin1String("default"))) ||
+        if ((preferred.empty() && name == QLatin1String("origin")) ||
             name.toStdString() == preferred) {
             remote_->setCurrentIndex(remote_->count() - 1);
         }
+    }
+}
+
+void VNRemoteSheet::selectRemote(const std::string& name) {
+    if (int index = remote_->findData(QString::fromStdString(name)); index >= 0 && !name.empty()) {
+        remote_->setCurrentIndex(index);
     }
 }
 
@@ -586,6 +591,7 @@ VNMercurialPushSheet::VNMercurialPushSheet(std::shared_ptr<VNRepoHandlerMercuria
 
 void VNMercurialPushSheet::loadExtra(const VNRemoteSheetData& data) {
     addRemoteItems(data.remotes);
+    selectRemote(VNRepoHandlerMercurial::defaultPathAmong(data.remotes, true));
     if (data.remotes.empty()) {
         remote_->setPlaceholderText(tr("No paths in this repository"));
     }
@@ -637,6 +643,11 @@ VNMercurialPullSheet::VNMercurialPullSheet(std::shared_ptr<VNRepoHandlerMercuria
     form->addRow(tr("Path:"), remote_);
     form->addRow(tr("Then:"), action_);
     layOutPlainSheet(form, {}, tr("Pull"));
+}
+
+void VNMercurialPullSheet::loadExtra(const VNRemoteSheetData& data) {
+    addRemoteItems(data.remotes);
+    selectRemote(VNRepoHandlerMercurial::defaultPathAmong(data.remotes, false));
 }
 
 bool VNMercurialPullSheet::start() {

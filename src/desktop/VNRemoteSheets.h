@@ -70,6 +70,8 @@ class VNRemoteSheet : public QDialog {
     virtual void loadExtra(const VNRemoteSheetData& data);
     // The selected remote's name; empty for the sheet's "every remote" choice.
     std::string selectedRemote() const;
+    // Chooses the remote called `name` when there is one.
+    void selectRemote(const std::string& name);
     void runTasks(VNTaskList tasks, const QString& title,
                   const std::vector<std::string>& progressCommands);
     // Reacts to the end of a run; must end with endRun().
@@ -230,6 +232,7 @@ class VNMercurialPullSheet : public VNRemoteSheet {
     bool start() override;
 
   protected:
+    void loadExtra(const VNRemoteSheetData& data) override;
     void runFinished(int result) override;
 
   private:

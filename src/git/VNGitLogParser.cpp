@@ -283,6 +283,17 @@ bool VNGitLogParser::logLineFields(std::string_view line,
     return splitLogFields(line, fields, LogFieldCount);
 }
 
+void VNGitLogParser::splitParents(std::string_view field, std::vector<std::string_view>& parents) {
+    parents.clear();
+    while (!field.empty()) {
+        std::size_t blank = field.find(' ');
+        if (blank != 0) {
+            parents.push_back(field.substr(0, blank));
+        }
+        field.remove_prefix(blank == std::string_view::npos ? field.size() : blank + 1);
+    }
+}
+
 std::optional<vn::Record> VNGitLogParser::parseLogLine(std::string_view line, LabelScan scan,
                                                        const vn::Record* aheadBehind) {
     return parseRow(line, scan, aheadBehind);

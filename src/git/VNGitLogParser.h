@@ -68,6 +68,8 @@ class VNGitLogParser {
     // Splits one line in the log format into its fields (views into `line`), a trailing CR or
     // newline dropped; false when the line does not hold exactly the 8 fields.
     static bool logLineFields(std::string_view line, std::string_view (&fields)[LogFieldCount]);
+    // The revisions of a parents field ("%P", first parent first) into `parents`, cleared first.
+    static void splitParents(std::string_view field, std::vector<std::string_view>& parents);
 
     // One log row from one line in the log format; nothing when the line does not hold exactly
     // the 8 fields. A trailing CR or newline is dropped.

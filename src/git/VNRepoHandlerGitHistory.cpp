@@ -435,16 +435,8 @@ bool VNRepoHandlerGit::streamLogTopology(const std::string& path, uint64_t skip,
                 if (blank == std::string_view::npos || blank == 0) {
                     continue;
                 }
-                std::string_view rev = line.substr(0, blank);
-                parents.clear();
-                for (std::string_view rest = line.substr(blank + 1); !rest.empty();) {
-                    std::size_t next = rest.find(' ');
-                    if (next != 0) {
-                        parents.push_back(rest.substr(0, next));
-                    }
-                    rest.remove_prefix(next == std::string_view::npos ? rest.size() : next + 1);
-                }
-                receive(rev, parents);
+                VNGitLogParser::splitParents(line.substr(blank + 1), parents);
+                receive(line.substr(0, blank), parents);
             }
         });
 }

@@ -3,6 +3,7 @@
 #include <cctype>
 #include <chrono>
 
+#include "base/Calendar.h"
 #include "base/Format.h"
 #include "base/Regex.h"
 #include "hg/VNRepoHandlerMercurial.h"
@@ -51,16 +52,6 @@ int digitsValue(std::string_view text) {
         value = value * 10 + (c - '0');
     }
     return value;
-}
-
-// Days from 1970-01-01 to the civil date (proleptic Gregorian).
-int64_t daysFromCivil(int64_t y, unsigned m, unsigned d) {
-    y -= m <= 2;
-    const int64_t era = (y >= 0 ? y : y - 399) / 400;
-    const unsigned yoe = static_cast<unsigned>(y - era * 400);
-    const unsigned doy = (153 * (m + (m > 2 ? -3 : 9)) + 2) / 5 + d - 1;
-    const unsigned doe = yoe * 365 + yoe / 4 - yoe / 100 + doy;
-    return era * 146097 + static_cast<int64_t>(doe) - 719468;
 }
 
 // A revision label on its revision in the map, keeping the order in which they were found.
@@ -121,11 +112,11 @@ vn::Value VNHgLogParser::isoDate(std::string_view text) {
     if (month < 1 || month > 12 || day < 1 || day > 31) {
         return {};
     }
-    int64_t seconds = daysFromCivil(digitsValue(parts[0]), static_cast<unsigned>(month),
+    int64_t seconds =
+        vn::calendar::daysFromCivil(digitsValue(parts[0]), static_cast<unsigned>(month),
                                     static_cast<unsigned>(day)) *
-                          86400 +
-                      digitsValue(parts[3]) * 3600 + digitsValue(parts[4]) * 60 +
-                      digitsValue(parts[5]);
+            86400 +
+        digitsValue(parts[3]) * 3600 + digitsValue(parts[4]) * 60 + digitsValue(parts[5]);
     int32_t offset =
         (digitsValue(parts[6]) * 3600 + digitsValue(parts[7]) * 60) * (text[20] == '-' ? -1 : 1);
     vn::Value::Date date(std::chrono::duration_cast<vn::Value::Date::duration>(

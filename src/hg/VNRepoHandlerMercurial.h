@@ -240,6 +240,10 @@ class VNRepoHandlerMercurial : public VNRepoHandlerBase {
                                                                uint64_t options) override;
     vn::Record remoteRepositories(const std::string& path) override;
     std::vector<vn::Record> remotePaths(const std::string& path) override;
+    // The path that a push or pull naming none goes to, as hg picks it among `paths` (as
+    // remotePaths lists them): "default-push" for a push when there is one, else "default";
+    // empty without either.
+    static std::string defaultPathAmong(const std::vector<vn::Record>& paths, bool forPush);
     bool setRemotePaths(const std::string& path, const std::vector<vn::Record>& remotes) override;
     std::string urlForAlias(const std::string& path, const std::string& alias) override;
     bool isRemoteSvn(const std::string& path, const std::string& remote) override;

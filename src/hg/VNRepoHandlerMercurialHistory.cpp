@@ -170,8 +170,7 @@ bool VNRepoHandlerMercurial::streamLogRevisions(const std::string& path,
     task->setLossyUTF8Output(true);
     VNHgLogParser::LabelMap labels;
     bool labelled = false;
-    std::optional<SideBySide> labelLookup;
-    labelLookup.emplace([&] {
+    SideBySide labelLookup([&] {
         labels =
             labelsByRevision(path, options & LogIncludeClosedBranches, options & LogLabelEveryHead);
     });
@@ -180,7 +179,7 @@ bool VNRepoHandlerMercurial::streamLogRevisions(const std::string& path,
     std::string partial;
     auto handOn = [&](std::string_view text) {
         if (!labelled) {
-            labelLookup->wait();
+            labelLookup.wait();
             labelled = true;
         }
         std::vector<vn::Record> rows = VNHgLogParser::processLogResults(text, labels);
@@ -204,7 +203,7 @@ bool VNRepoHandlerMercurial::streamLogRevisions(const std::string& path,
         partial.assign(chunk.substr(last + 1));
     });
     bool ok = runQuery(task);
-    labelLookup->wait();
+    labelLookup.wait();
     if (!partial.empty()) {
         handOn(partial);
     }
@@ -907,6 +906,21 @@ std::vector<vn::Record> VNRepoHandlerMercurial::remotePaths(const std::string& p
         remotes.push_back(vn::Record{{"name", name}, {"path", url}});
     }
     return remotes;
+}
+
+std::string VNRepoHandlerMercurial::defaultPathAmong(const std::vector<vn::Record>& paths,
+                                                     bool forPush) {
+    std::string fallback;
+    for (const vn::Record& remote : paths) {
+        std::string name = remote.string("name");
+        if (forPush && name == "default-push") {
+            return name;
+        }
+        if (name == "default") {
+            fallback = name;
+        }
+    }
+    return fallback;
 }
 
 bool VNRepoHandlerMercurial::setRemotePaths(const std::string& path,
