@@ -52,6 +52,7 @@ VNRemoteSheet::VNRemoteSheet(std::shared_ptr<VNRepoHandler> handler, std::string
     : QDialog(parent),
       handler_(std::move(handler)),
       git_(std::dynamic_pointer_cast<VNRepoHandlerGit>(handler_)),
+      hg_(std::dynamic_pointer_cast<VNRepoHandlerMercurial>(handler_)),
       path_(std::move(path)) {
     remote_ = new QComboBox(this);
     remote_->setObjectName(QStringLiteral("remoteChoice"));
@@ -579,7 +580,7 @@ void VNFetchSheet::runFinished(int result) {
 
 VNMercurialPushSheet::VNMercurialPushSheet(std::shared_ptr<VNRepoHandlerMercurial> handler,
                                            std::string path, QWidget* parent)
-    : VNRemoteSheet(handler, std::move(path), parent), hg_(std::move(handler)) {
+    : VNRemoteSheet(std::move(handler), std::move(path), parent) {
     setWindowTitle(tr("Push"));
     setObjectName(QStringLiteral("pushSheet"));
     currentOnly_ = new QCheckBox(tr("Only the working copy's branch"), this);
@@ -623,7 +624,7 @@ void VNMercurialPushSheet::runFinished(int result) {
 
 VNMercurialPullSheet::VNMercurialPullSheet(std::shared_ptr<VNRepoHandlerMercurial> handler,
                                            std::string path, QWidget* parent)
-    : VNRemoteSheet(handler, std::move(path), parent), hg_(std::move(handler)) {
+    : VNRemoteSheet(std::move(handler), std::move(path), parent) {
     setWindowTitle(tr("Pull"));
     setObjectName(QStringLiteral("pullSheet"));
     action_ = new QComboBox(this);

@@ -86,8 +86,10 @@ class VNRemoteSheet : public QDialog {
                           const QString& goText);
 
     std::shared_ptr<VNRepoHandler> handler_;
-    // The same handler when it is Git's; the Git sheets are made only with one.
+    // The same handler as what it is: the Git sheets are made only with Git's, the Mercurial
+    // ones only with Mercurial's.
     std::shared_ptr<VNRepoHandlerGit> git_;
+    std::shared_ptr<VNRepoHandlerMercurial> hg_;
     std::string path_;
     QComboBox* remote_;
     QPointer<VNProgressWindow> progress_;
@@ -214,7 +216,6 @@ class VNMercurialPushSheet : public VNRemoteSheet {
     void runFinished(int result) override;
 
   private:
-    std::shared_ptr<VNRepoHandlerMercurial> hg_;
     QCheckBox* currentOnly_;
     QCheckBox* force_;
 };
@@ -236,7 +237,6 @@ class VNMercurialPullSheet : public VNRemoteSheet {
     void runFinished(int result) override;
 
   private:
-    std::shared_ptr<VNRepoHandlerMercurial> hg_;
     QComboBox* action_;
 };
 
